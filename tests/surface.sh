@@ -1,0 +1,48 @@
+#!/usr/bin/env bash
+# Holds a built module against what the gateway relies on: the names it exports, the libraries it needs, where it
+# looks for them, and that every symbol is bound when it is loaded.
+# Usage: surface.sh MODULE    (NM and READELF name the tools to use, for a module of another architecture)
+set -euo pipefail
+
+module=$1
+nm=${NM:-nm}
+readelf=${READELF:-readelf}
+failed=0
+
+# expect WHAT EXPECTED FOUND
+expect() {
+    if [[ $2 == "$3" ]]; then
+        printf 'ok: %s\n' "$1"
+    else
+        printf 'WRONG: %s\n--- expected\n%s\n--- found\n%s\n' "$1" "$2" "$3"
+        failed=1
+    fi
+}
+
+names=$("$nm" -D --defined-only "$module" | awk '{ print $NF }' | LC_ALL=C sort)
+dynamic=$("$readelf" -dW "$module")
+segments=$("$readelf" -lW "$module")
+# tag NAME: the bracketed values of the dynamic section's entries of that kind
+tag() { sed -nE "s/^.*\($1\).*\[(.*)\]\$/\1/p" <<<"$dynamic"; }
+
+expect "exported names" "LOGFILE_VERSION
+LOGFILE_WR_FILE_NAME
+LOGFILE_XML_NAME
+g_pELogFile
+kvLogFileInitService" "$names"
+
+expect "search path (DT_RPATH)" '$ORIGIN:$ORIGIN/sysroot/lib:$ORIGIN/sysroot/usr/lib' "$(tag RPATH)"
+expect "no DT_RUNPATH, which would make the loader ignore DT_RPATH" "" "$(tag RUNPATH)"
+
+needed=$(tag NEEDED)
+system='libstdc\+\+\.so\.6|libgcc_s\.so\.1|libm\.so\.6|libc\.so\.6|ld-linux.*'
+expect "needs the base library" "kvBase39.so" "$(grep -x 'kvBase39\.so' <<<"$needed" || true)"
+expect "needs nothing else but the system's runtime" "" "$(grep -vxE "kvBase39\.so|$system" <<<"$needed" || true)"
+
+# found PATTERN TEXT: the pattern's matches, each once; nothing when there are none
+found() { grep -oE "$1" <<<"$2" | sort -u || true; }
+expect "symbols bound when loaded" "BIND_NOW" "$(found BIND_NOW "$dynamic")"
+expect "relocations read-only once done" "GNU_RELRO" "$(found GNU_RELRO "$segments")"
+expect "code free of relocations" "" "$(found TEXTREL "$dynamic")"
+
+exit "$failed"
