@@ -1,0 +1,211 @@
+#include "base/EFileIO.h"
+
+#include "base/EUtility.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr mode_t FILE_MODE = 0666; // less the process's umask
+constexpr mode_t DIRECTORY_MODE = 0777;
+
+// Repeats a system call that a signal interrupted.
+template <class Call>
+auto Uninterrupted(Call call) {
+    auto result = call();
+    while (result < 0 && errno == EINTR) {
+        result = call();
+    }
+    return result;
+}
+
+// A file name in UTF-8. Empty, which no system call finds, when the text has no UTF-8 form or is too long.
+class Name {
+public:
+    explicit Name(const wchar_t* text) {
+        std::size_t length = 0;
+        for (; text != nullptr && *text != L'\0'; ++text) {
+            if (*text > 0 && *text < 0x80 && length + 1 < sizeof m_Bytes) {
+                m_Bytes[length++] =
+                    static_cast<char>(*text); // nearly every character; a row pays for its name each time
+                continue;
+            }
+            unsigned char bytes[4];
+            const std::size_t count = EUtility::Utf8EncodeCharacter(*text, bytes);
+            if (count == 0 || length + count >= sizeof m_Bytes) {
+                length = 0;
+                break;
+            }
+            std::memcpy(m_Bytes + length, bytes, count);
+            length += count;
+        }
+        m_Bytes[length] = '\0';
+    }
+
+    operator const char*() const { return m_Bytes; }
+    char* GetBytes() { return m_Bytes; }
+
+private:
+    char m_Bytes[PATH_MAX]; // on the stack: naming a file allocates nothing
+};
+
+bool IsDirectory(const char* path) {
+    struct stat status {};
+    return Uninterrupted([&] { return stat(path, &status); }) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool MakeDirectory(const char* path) {
+    return Uninterrupted([&] { return mkdir(path, DIRECTORY_MODE); }) == 0;
+}
+
+int OpenFlags(unsigned long mode) {
+    const bool reads = (mode & EFileIO::MODE_READ) != 0;
+    const bool writes = (mode & EFileIO::MODE_WRITE) != 0;
+    const int access = reads && writes ? O_RDWR : writes ? O_WRONLY : O_RDONLY;
+    return access | O_CLOEXEC | O_NOCTTY | ((mode & EFileIO::MODE_CREATE) != 0 ? O_CREAT : 0);
+}
+
+} // namespace
+
+EFileIO::EFileIO(const wchar_t* name, unsigned long mode) {
+    const Name path(name);
+    m_nFile = Uninterrupted([&] { return open(path, OpenFlags(mode), FILE_MODE); });
+}
+
+EFileIO::~EFileIO() {
+    if (m_nFile >= 0) {
+        close(m_nFile); // not repeated: Linux has closed the file even when a signal came (close(2))
+    }
+}
+
+std::int64_t EFileIO::Size() {
+    if (m_nSize < 0) {
+        GetFileSize();
+    }
+    return std::max<std::int64_t>(m_nSize, 0);
+}
+
+std::uint32_t EFileIO::GetFileSize() {
+    struct stat status {};
+    m_nSize = Uninterrupted([&] { return fstat(m_nFile, &status); }) == 0 ? status.st_size : -1;
+    return static_cast<std::uint32_t>(std::clamp<std::int64_t>(m_nSize, 0, UINT32_MAX));
+}
+
+int EFileIO::PositionFile(long offset, FilePositionStart origin) {
+    const std::int64_t base = origin == FILE_POSITION_BEGIN ? 0 : origin == FILE_POSITION_END ? Size() : m_nPosition;
+    if (base + offset < 0) {
+        return 0;
+    }
+    m_nPosition = base + offset;
+    return 1;
+}
+
+int EFileIO::WriteToFile(const void* data, unsigned long length, unsigned long& written) {
+    written = 0;
+    const std::int64_t before = Size();
+    if (m_nSize < 0) {
+        return 0; // without the old length there would be no way back
+    }
+    const auto* bytes = static_cast<const unsigned char*>(data);
+    unsigned long done = 0;
+    while (done < length) {
+        const ssize_t count = Uninterrupted(
+            [&] { return pwrite(m_nFile, bytes + done, length - done, m_nPosition + static_cast<off_t>(done)); });
+        if (count <= 0) {
+            if (done > 0) {
+                (void)Uninterrupted([&] { return ftruncate(m_nFile, before); });
+            }
+            return 0;
+        }
+        done += static_cast<unsigned long>(count);
+    }
+    m_nPosition += static_cast<std::int64_t>(length);
+    m_nSize = std::max(m_nSize, m_nPosition);
+    written = length;
+    return 1;
+}
+
+int EFileIO::ReadFrmFile(void* data, unsigned long length, unsigned long& read) {
+    read = 0;
+    auto* bytes = static_cast<unsigned char*>(data);
+    while (read < length) {
+        const ssize_t count = Uninterrupted([&] { return pread(m_nFile, bytes + read, length - read, m_nPosition); });
+        if (count < 0) {
+            return 0;
+        }
+        if (count == 0) {
+            break;
+        }
+        read += static_cast<unsigned long>(count);
+        m_nPosition += count;
+    }
+    return 1;
+}
+
+std::uint64_t EFileIO::GetBytesLeft() {
+    return static_cast<std::uint64_t>(std::max<std::int64_t>(Size() - m_nPosition, 0));
+}
+
+int EFileIO::DeleteFile(const wchar_t* name, bool /*moveToTrash*/) {
+    const Name path(name);
+    return Uninterrupted([&] { return unlink(path); }) == 0 ? 1 : 0;
+}
+
+int EFileIO::RenameFile(const wchar_t* from, const wchar_t* to) {
+    const Name source(from);
+    const Name target(to);
+    return Uninterrupted([&] { return rename(source, target); }) == 0 ? 1 : 0;
+}
+
+int EFileIO::SetFileSize(const wchar_t* name, long size) {
+    const Name path(name);
+    return Uninterrupted([&] { return truncate(path, size); }) == 0 ? 1 : 0;
+}
+
+int EFileIO::Exists(const wchar_t* path, unsigned long* mode) {
+    const Name name(path);
+    struct stat status {};
+    if (Uninterrupted([&] { return stat(name, &status); }) != 0) {
+        return 0;
+    }
+    if (mode != nullptr) {
+        *mode = status.st_mode;
+    }
+    return 1;
+}
+
+int EFileIO::CreateDir(const wchar_t* path) {
+    const Name name(path);
+    return MakeDirectory(name) ? 1 : 0;
+}
+
+int EFileIO::CreateRecursiveDir(const wchar_t* path) {
+    Name name(path);
+    char* bytes = name.GetBytes();
+    for (char* at = bytes; *at != '\0'; ++at) {
+        if (*at == '/' && at != bytes) {
+            *at = '\0';
+            (void)MakeDirectory(bytes); // whether it was there or could be made shows at the end
+            *at = '/';
+        }
+    }
+    return MakeDirectory(bytes) || IsDirectory(bytes) ? 1 : 0;
+}
+
+int EFileIO::RemoveDir(const wchar_t* path) {
+    const Name name(path);
+    return Uninterrupted([&] { return rmdir(name); }) == 0 ? 1 : 0;
+}
+
+void EFileIO::ConvertPathString(wchar_t* path) {
+    for (; path != nullptr && *path != L'\0'; ++path) {
+        *path = *path == L'\\' ? L'/' : *path;
+    }
+}

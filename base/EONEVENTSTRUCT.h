@@ -1,0 +1,58 @@
+#pragma once
+
+#include "base/CDataValue.h"
+#include "base/ETimeStamp.h"
+#include "base/Export.h"
+
+#include <cstddef>
+#include <cstdint>
+
+class EFileIO;
+
+// The record that a component reports: an event, an alarm, or one value of a snapshot.
+//
+// Its texts may be null, which counts as empty everywhere. They belong to whoever filled the record in, and must stay
+// valid while it is used; a record made by copying or by Restore owns its texts, in one allocation of its own. A record
+// belongs to one thread at a time.
+class KVBASE_API EONEVENTSTRUCT {
+public:
+    static constexpr std::uint16_t STATE_ACTIVE = 0x0002;
+    static constexpr std::uint16_t STATE_ACKED = 0x0004;
+
+    // The fewest bytes that Save writes for a record.
+    static constexpr std::size_t SAVED_SIZE_MIN = 79;
+
+    EONEVENTSTRUCT() = default;
+    // `deep`: with texts of its own, which stay valid when the source's are gone; otherwise referring to the source's.
+    // Throws std::bad_alloc.
+    EONEVENTSTRUCT(const EONEVENTSTRUCT* source, bool deep);
+    EONEVENTSTRUCT(EONEVENTSTRUCT&& other) noexcept;
+    EONEVENTSTRUCT& operator=(EONEVENTSTRUCT&& other) noexcept;
+    EONEVENTSTRUCT(const EONEVENTSTRUCT&) = delete;
+    EONEVENTSTRUCT& operator=(const EONEVENTSTRUCT&) = delete;
+    ~EONEVENTSTRUCT();
+
+    // Write and read the whole record at the file's position, little-endian and the same on every target. Non-zero on
+    // success. Lengths beyond the bytes that are left in the file fail before anything is allocated; after a failed
+    // Restore the record is unchanged.
+    int Save(EFileIO* file) const;
+    int Restore(EFileIO* file);
+
+    const wchar_t* m_pszName = nullptr;
+    const wchar_t* m_pszText = nullptr;
+    const wchar_t* m_pszSource = nullptr;
+    const wchar_t* m_pszDetail = nullptr;
+    CDataValue m_Value;
+    ETimeStamp m_TimeStamp;
+    std::uint16_t m_wState = 0;
+    std::int32_t m_nCode = 0;
+    std::int32_t m_nAlarmNumber = 0;
+    std::int32_t m_nPrefixNumbers[4] = {0, 0, 0, 0};
+    std::int32_t m_nIdentifier = 0;
+    std::int32_t m_nIndex = 0; // the file index, where a record stands for a file name
+
+private:
+    void CopyFields(const EONEVENTSTRUCT& source);
+
+    wchar_t* m_pTexts = nullptr; // the texts it owns, one behind the other
+};

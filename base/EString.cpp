@@ -1,0 +1,115 @@
+#include "base/EString.h"
+
+#include "base/EFileIO.h"
+#include "base/LittleEndian.h"
+
+#include <cwchar>
+#include <vector>
+
+namespace {
+
+const wchar_t* OrEmpty(const wchar_t* text) {
+    return text != nullptr ? text : L"";
+}
+
+// iswspace asks the locale; a log file's name must not depend on it.
+bool IsSpace(wchar_t character) {
+    return character == L' ' || (character >= L'\t' && character <= L'\r');
+}
+
+} // namespace
+
+EString::EString(const wchar_t* text) : m_Text(OrEmpty(text)) {}
+
+EString::EString(const wchar_t* text, std::size_t length) : m_Text(text, length) {}
+
+EString& EString::operator=(const wchar_t* text) {
+    m_Text = OrEmpty(text);
+    return *this;
+}
+
+EString& EString::operator+=(wchar_t character) {
+    m_Text += character;
+    return *this;
+}
+
+EString& EString::operator+=(const wchar_t* text) {
+    m_Text += OrEmpty(text);
+    return *this;
+}
+
+EString& EString::operator+=(const EString& text) {
+    m_Text += text.m_Text;
+    return *this;
+}
+
+void EString::Empty() {
+    m_Text.clear();
+}
+
+void EString::Replace(const wchar_t* from, const wchar_t* to) {
+    const std::wstring old = OrEmpty(from);
+    if (old.empty()) {
+        return;
+    }
+    const std::wstring replacement = OrEmpty(to);
+    for (std::size_t at = m_Text.find(old); at != std::wstring::npos; at = m_Text.find(old, at)) {
+        m_Text.replace(at, old.size(), replacement);
+        at += replacement.size();
+    }
+}
+
+void EString::TrimRight() {
+    while (!m_Text.empty() && IsSpace(m_Text.back())) {
+        m_Text.pop_back();
+    }
+}
+
+wchar_t* EString::GetBuffer(int minimum) {
+    if (minimum > 0) {
+        m_Text.reserve(static_cast<std::size_t>(minimum));
+    }
+    return m_Text.data();
+}
+
+int EString::Save(EFileIO* file) const {
+    std::vector<unsigned char> bytes(4 + 4 * m_Text.size());
+    unsigned char* end = PutU32(bytes.data(), static_cast<std::uint32_t>(m_Text.size()));
+    PutText(end, m_Text.data(), m_Text.size());
+    unsigned long written = 0;
+    return file->WriteToFile(bytes.data(), bytes.size(), written);
+}
+
+int EString::Restore(EFileIO* file) {
+    unsigned char head[4];
+    unsigned long read = 0;
+    if (file->ReadFrmFile(head, sizeof head, read) == 0 || read != sizeof head) {
+        return 0;
+    }
+    const std::uint32_t length = GetU32(head);
+    if (length > file->GetBytesLeft() / 4) {
+        return 0;
+    }
+    std::vector<unsigned char> bytes(4 * static_cast<std::size_t>(length));
+    if (file->ReadFrmFile(bytes.data(), bytes.size(), read) == 0 || read != bytes.size()) {
+        return 0;
+    }
+    std::wstring text(length, L'\0');
+    GetText(bytes.data(), text.data(), length);
+    m_Text = text.c_str(); // a damaged file may hold null characters; a text ends at the first
+    return 1;
+}
+
+EString operator+(const EString& left, const EString& right) {
+    EString sum = left;
+    sum += right;
+    return sum;
+}
+
+bool operator==(const EString& left, const EString& right) {
+    return left.GetLength() == right.GetLength() && std::wcscmp(left, right) == 0;
+}
+
+bool operator==(const EString& left, const wchar_t* right) {
+    return std::wcscmp(left, OrEmpty(right)) == 0;
+}

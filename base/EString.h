@@ -1,0 +1,61 @@
+#pragma once
+
+#include "base/Export.h"
+
+#include <cstdarg>
+#include <string>
+
+class EFileIO;
+
+// A wide text (32-bit characters). It is never a null pointer: a null text that is handed in counts as empty.
+class KVBASE_API EString {
+public:
+    EString() = default;
+    EString(const wchar_t* text);
+    EString(const wchar_t* text, std::size_t length);
+    EString(const EString&) = default;
+    EString(EString&&) noexcept = default;
+    ~EString() = default;
+
+    EString& operator=(const EString&) = default;
+    EString& operator=(EString&&) noexcept = default;
+    EString& operator=(const wchar_t* text);
+
+    EString& operator+=(wchar_t character);
+    EString& operator+=(const wchar_t* text);
+    EString& operator+=(const EString& text);
+
+    void Empty();
+    bool IsEmpty() const { return m_Text.empty(); }
+    int GetLength() const { return static_cast<int>(m_Text.size()); }
+
+    // Replaces the text by one laid out like wprintf(3), of any length; the arguments may refer to this text. "%s" takes
+    // wide text (null prints nothing), "%c" a wide character; "%n" and positional arguments are not known and print
+    // as they stand.
+    void Format(const wchar_t* format, ...);
+    void FormatV(const wchar_t* format, std::va_list arguments);
+
+    // Replaces every occurrence of `from`, left to right and without overlap; an empty `from` replaces nothing.
+    void Replace(const wchar_t* from, const wchar_t* to);
+
+    // Removes white space (iswspace in the C locale) at the end.
+    void TrimRight();
+
+    // The characters, null-terminated, with room for at least `minimum`; valid until the text is next changed.
+    wchar_t* GetBuffer(int minimum);
+
+    operator const wchar_t*() const { return m_Text.c_str(); }
+
+    // Write and read the text at the file's position: its length in characters, then each character, 32-bit
+    // little-endian numbers. Non-zero on success. A length beyond the bytes that are left in the file fails before
+    // anything is allocated; after a failure the text is unchanged.
+    int Save(EFileIO* file) const;
+    int Restore(EFileIO* file);
+
+private:
+    std::wstring m_Text;
+};
+
+KVBASE_API EString operator+(const EString& left, const EString& right);
+KVBASE_API bool operator==(const EString& left, const EString& right);
+KVBASE_API bool operator==(const EString& left, const wchar_t* right);

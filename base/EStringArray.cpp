@@ -1,0 +1,37 @@
+#include "base/EStringArray.h"
+
+EString& EStringArray::Grow(int index) {
+    if (index >= m_nSize) {
+        SetSize(index + 1, -1);
+    }
+    return m_Texts[static_cast<std::size_t>(index)];
+}
+
+void EStringArray::SetAtGrow(int index, const wchar_t* text) {
+    Grow(index) = text;
+}
+
+void EStringArray::SetAtGrow(int index, const EString& text) {
+    Grow(index) = text;
+}
+
+void EStringArray::SetSize(int size, int /*growBy*/) {
+    const auto count = static_cast<std::size_t>(size > 0 ? size : 0);
+    if (count > m_Texts.size()) {
+        m_Texts.resize(count);
+    }
+    for (auto i = static_cast<std::size_t>(m_nSize); i < count; ++i) {
+        m_Texts[i].Empty(); // a text kept for its room
+    }
+    m_nSize = static_cast<int>(count);
+}
+
+void EStringArray::Copy(const EStringArray& other) {
+    if (this == &other) {
+        return;
+    }
+    SetSize(0, -1);
+    for (int i = 0; i < other.m_nSize; ++i) {
+        SetAtGrow(i, other[i]);
+    }
+}

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <cstdint>
+
+// A moment: seconds since 1970-01-01 00:00:00 UTC (to 2106) and milliseconds; both 0 counts as unset. Six bytes, as
+// stored and as copied. Both members may be unaligned: copy them, do not point to them.
+struct __attribute__((packed)) ETimeStamp {
+    std::uint32_t m_nSeconds = 0;
+    std::uint16_t m_nMilliseconds = 0; // 0 to 999
+
+    bool IsSet() const { return m_nSeconds != 0 || m_nMilliseconds != 0; }
+};
+
+static_assert(sizeof(ETimeStamp) == 6);

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cwchar>
+
+// Fixed-width little-endian numbers and texts of 32-bit characters, as everything on disk has them. Put* returns the end
+// of what it wrote; the room is the caller's to provide.
+
+static_assert(sizeof(wchar_t) == 4, "wide text has 32-bit characters");
+
+inline unsigned char* PutU16(unsigned char* out, std::uint16_t value) {
+    out[0] = static_cast<unsigned char>(value);
+    out[1] = static_cast<unsigned char>(value >> 8);
+    return out + 2;
+}
+
+inline unsigned char* PutU32(unsigned char* out, std::uint32_t value) {
+    return PutU16(PutU16(out, static_cast<std::uint16_t>(value)), static_cast<std::uint16_t>(value >> 16));
+}
+
+inline unsigned char* PutU64(unsigned char* out, std::uint64_t value) {
+    return PutU32(PutU32(out, static_cast<std::uint32_t>(value)), static_cast<std::uint32_t>(value >> 32));
+}
+
+inline unsigned char* PutText(unsigned char* out, const wchar_t* text, std::size_t length) {
+    for (std::size_t i = 0; i < length; ++i) {
+        out = PutU32(out, static_cast<std::uint32_t>(text[i]));
+    }
+    return out;
+}
+
+inline std::uint16_t GetU16(const unsigned char* in) {
+    return static_cast<std::uint16_t>(in[0] | (in[1] << 8));
+}
+
+inline std::uint32_t GetU32(const unsigned char* in) {
+    return GetU16(in) | (static_cast<std::uint32_t>(GetU16(in + 2)) << 16);
+}
+
+inline std::uint64_t GetU64(const unsigned char* in) {
+    return GetU32(in) | (static_cast<std::uint64_t>(GetU32(in + 4)) << 32);
+}
+
+inline void GetText(const unsigned char* in, wchar_t* text, std::size_t length) {
+    for (std::size_t i = 0; i < length; ++i) {
+        text[i] = static_cast<wchar_t>(GetU32(in + 4 * i));
+    }
+}
