@@ -1,0 +1,147 @@
+#include "config/EFileSpec.h"
+
+#include "base/EFileIO.h"
+#include "base/EPersistent.h"
+#include "base/ETime.h"
+#include "base/IErrorReporter.h"
+#include "base/INameService.h"
+#include "base/Messages.h"
+#include "files/ELogFilterHTML.h"
+#include "files/ELogFilterPlainText.h"
+#include "service/ELogFile.h"
+#include "service/Entry.h"
+#include "service/Guarded.h"
+
+EFileSpec::EFileSpec() {
+    ETime::GetTimeStamp(&m_FileTime);
+}
+
+EFileSpec::~EFileSpec() {
+    // Whoever destroys the kernel log (a failed restore, a rejection), nothing must point to it afterwards.
+    ELogFile* service = TheLogFile();
+    if (service != nullptr && service->m_pKernelLogSpec == this) {
+        service->m_pKernelLogSpec = nullptr;
+    }
+}
+
+EResult EFileSpec::Save(unsigned long /*section*/) {
+    return RC_OK;
+}
+
+EResult EFileSpec::Restore(unsigned long section) {
+    return Guarded([&] {
+        if (section == 0) {
+            return RC_NO_SECTION;
+        }
+        ELogFile* service = g_pELogFile;
+        EResult result = m_Name.Restore(section);
+        const bool kernelLog = m_Name == KERNEL_LOG_NAME;
+        if (kernelLog && service->m_pKernelLogSpec == nullptr) {
+            service->m_pKernelLogSpec = this;
+        }
+        if (service->m_pNameService != nullptr) {
+            service->m_pNameService->QualifyName(service->m_nRestoreIndex, &m_Name);
+        }
+        result |= RestoreItems(section);
+        if (Failed(result)) {
+            return result;
+        }
+        if (!kernelLog) {
+            PrepareDirectories();
+        }
+        MakeFilter(kernelLog);
+        return m_pFilter == nullptr ? RC_NOT_MADE : result;
+    });
+}
+
+// The items behind the name. Every one is read, so that each failure is heard of.
+EResult EFileSpec::RestoreItems(unsigned long section) {
+    EResult result = RC_OK;
+    result |= m_LogPath.Restore(section);
+    result |= m_FileName.Restore(section);
+    result |= m_MaxFileSize.Restore(section);
+    result |= m_NumFiles.Restore(section);
+    if (EPersistent::GetRecord(section).m_nVersion <= 1) {
+        EPersistentInt dropped; // three numbers of the old layout that mean nothing any more
+        result |= dropped.Restore(section);
+        result |= dropped.Restore(section);
+        result |= dropped.Restore(section);
+        result |= m_Unicode.Restore(section);
+        return result;
+    }
+    result |= m_FileFormat.Restore(section);
+    result |= m_Unicode.Restore(section);
+    result |= m_DeliveryMode.Restore(section);
+    result |= m_KeepCopy.Restore(section);
+    result |= m_MailName.Restore(section);
+    return result;
+}
+
+void EFileSpec::PrepareDirectories() {
+    if (m_DeliveryMode != DELIVERY_NONE) {
+        m_SpoolPath.Format(L".%cSpool%c", L'/', L'/');
+        SetLogPath(&m_SpoolPath);
+    }
+    if (m_DeliveryMode == DELIVERY_NONE || m_KeepCopy != 0) {
+        SetLogPath(&m_LogPath);
+    }
+}
+
+void EFileSpec::MakeFilter(bool kernelLog) {
+    const bool unicode = m_Unicode == 1;
+    if (m_FileFormat == FORMAT_PLAIN_TEXT || m_FileFormat == FORMAT_COMMA_SEPARATED) {
+        auto filter = std::make_unique<ELogFilterPlainText>(unicode);
+        if (m_FileFormat == FORMAT_COMMA_SEPARATED && !kernelLog) {
+            filter->SetDelimeter(L",");
+        }
+        m_pFilter = std::move(filter);
+    } else if (m_FileFormat == FORMAT_HTML) {
+        m_pFilter = std::make_unique<ELogFilterHTML>(unicode);
+    }
+}
+
+EResult EFileSpec::GetType(EString& type) {
+    return Guarded([&] {
+        type = L"EFileSpec";
+        return RC_OK;
+    });
+}
+
+EResult EFileSpec::GetNewObject(IPersistent*& object) {
+    return Guarded([&] {
+        object = new EFileSpec;
+        return RC_OK;
+    });
+}
+
+EResult EFileSpec::DestroyObject() {
+    delete this;
+    return RC_OK;
+}
+
+void EFileSpec::SetLogPath(EString* path) {
+    if (path->IsEmpty()) {
+        *path = L".";
+    }
+    if ((*path)[path->GetLength() - 1] != L'/') {
+        path->TrimRight();
+        *path += L'/';
+    }
+    EFileIO::ConvertPathString(path->GetBuffer(0));
+
+    const ELogFile* service = g_pELogFile;
+    if (service->m_pNameService != nullptr) {
+        if (Failed(service->m_pNameService->PreparePath(service->m_nRestoreIndex, path))) {
+            service->m_pErrorReporter->Report(LEVEL_ERROR, SOURCE_LOG_FILE, MSG_PATH_NOT_PREPARED);
+        }
+        return;
+    }
+    if (EFileIO::Exists(*path, nullptr) != 0) {
+        return;
+    }
+    EFileIO::CreateRecursiveDir(*path);
+    if (EFileIO::Exists(*path, nullptr) == 0) {
+        service->m_pErrorReporter->Report(LEVEL_WARNING, SOURCE_LOG_FILE, MSG_NOT_CREATED, *path);
+        path->Empty();
+    }
+}

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "base/EPersistentInt.h"
+#include "base/EPersistentString.h"
+#include "base/EStringArray.h"
+#include "base/ETimeStamp.h"
+#include "base/IPersistent.h"
+#include "files/ELogFilter.h"
+
+#include <memory>
+
+enum FileFormat : int { FORMAT_PLAIN_TEXT = 0, FORMAT_COMMA_SEPARATED = 1, FORMAT_HTML = 2 };
+enum DeliveryMode : int { DELIVERY_NONE = 1, DELIVERY_UPLOAD = 2, DELIVERY_EMAIL = 3 };
+
+// One configured log file, and the state of its current file. The configured items are written by Restore, on the
+// kernel's thread, and only read afterwards; the state belongs to whichever thread processes requests.
+class EFileSpec : public IPersistent {
+public:
+    EFileSpec();
+    EFileSpec(const EFileSpec&) = delete;
+    EFileSpec& operator=(const EFileSpec&) = delete;
+
+    EResult Save(unsigned long section) override; // writes nothing: the service only reads its configuration
+    // Reads the items in the layout of the section's version, makes the directories and the filter. RC_NO_SECTION;
+    // the OR of the items' failures; RC_NOT_MADE for an unknown format.
+    EResult Restore(unsigned long section) override;
+    EResult GetType(EString& type) override;
+    EResult GetNewObject(IPersistent*& object) override;
+    EResult DestroyObject() override;
+    virtual ~EFileSpec();
+
+    // Brings a directory path into its normal form, ending in '/', and makes sure that the directory exists. A path that
+    // cannot be made is reported and emptied: the files then go to the working directory.
+    void SetLogPath(EString* path);
+
+    // Makes m_pFilter for the format and encoding; none for an unknown format. The kernel log has no delimiter.
+    void MakeFilter(bool kernelLog);
+
+    EPersistentString m_Name;             // the registry key
+    EPersistentString m_LogPath;          // directory of undelivered files, and of the copies that are kept
+    EPersistentString m_FileName;         // pattern of the files' names, see EscFilter
+    EPersistentInt m_MaxFileSize{102400}; // bytes; 0 or less: no limit
+    EPersistentInt m_NumFiles{2}; // files of the set; index 0 is written, the last index is the oldest
+    EPersistentInt m_FileFormat{FORMAT_COMMA_SEPARATED};
+    EPersistentInt m_Unicode{1}; // 1: UTF-16LE, anything else: 8-bit; HTML is always UTF-8
+    EPersistentInt m_DeliveryMode{DELIVERY_NONE};
+    EPersistentInt m_KeepCopy{0}; // not 0: delivered files move to m_LogPath instead of being deleted
+    EPersistentString m_MailName; // the e-mail definition
+
+    bool m_bFileStarted = false; // the current file has its header and was not stopped since
+    EString m_SpoolPath;         // directory of the files when they are delivered
+    ETimeStamp m_FileTime;       // time stamp of the current set; the files' names are made with it
+    std::unique_ptr<ELogFilter> m_pFilter;
+    bool m_bHeadersSet = false; // m_Headers and m_Title are taken from the first row, for good
+    EStringArray m_Headers;
+    EString m_Title;
+    EString m_CurrentFile; // the name made last; written under ELogFile::m_NameMutex
+
+private:
+    EResult RestoreItems(unsigned long section);
+    void PrepareDirectories();
+};

@@ -1,0 +1,66 @@
+#include "service/ELogFile.h"
+
+#include "base/EUploadFile.h"
+#include "base/EUploadFiles.h"
+#include "base/IErrorReporter.h"
+#include "base/INameService.h"
+#include "base/IUploadService.h"
+#include "base/Messages.h"
+#include "delivery/ELogFileDeliverySpec.h"
+
+#include <memory>
+#include <new>
+
+namespace {
+
+// A list of files to upload that frees its entries.
+class OwnedUploadFiles : public EUploadFiles {
+public:
+    OwnedUploadFiles() = default;
+    OwnedUploadFiles(const OwnedUploadFiles&) = delete;
+    OwnedUploadFiles& operator=(const OwnedUploadFiles&) = delete;
+    ~OwnedUploadFiles() {
+        while (!IsEmpty()) {
+            delete static_cast<EUploadFile*>(RemoveHead());
+        }
+    }
+
+    // False when memory does not suffice for every entry.
+    bool AddAll(const ELogFileDeliverySpec& job) {
+        try {
+            for (int i = 0; i < job.m_Files.GetSize(); ++i) {
+                auto file = std::make_unique<EUploadFile>(job.m_SpoolDir + job.m_Files[i], false, false);
+                AddTail(file.get());
+                (void)file.release();
+            }
+            return true;
+        } catch (const std::bad_alloc&) {
+            return false;
+        }
+    }
+};
+
+} // namespace
+
+// One upload with all files of the job; one notice ends it.
+EResult ELogFile::DeliverESFile(ELogFileDeliverySpec* job) {
+    EString parameters[3];
+    const bool known = m_pNameService != nullptr &&
+                       !Failed(m_pNameService->GetUploadParameters(job->m_nNameId, &parameters[0],
+                                                                   &parameters[1], &parameters[2]));
+    OwnedUploadFiles files;
+    if (!files.AddAll(*job)) {
+        CompleteJob(job);
+        return 0;
+    }
+    // The job may be finished and freed before the call returns.
+    const EResult started =
+        m_pUploadService->UploadFiles(&files, known ? &parameters[0] : nullptr,
+                                      known ? &parameters[1] : nullptr, known ? &parameters[2] : nullptr,
+                                      reinterpret_cast<unsigned long>(job), static_cast<ISMListener*>(this));
+    if (Failed(started)) {
+        m_pErrorReporter->Report(LEVEL_ERROR, SOURCE_LOG_FILE, MSG_UPLOAD_NOT_STARTED);
+        CompleteJob(job);
+    }
+    return 1;
+}

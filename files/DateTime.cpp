@@ -1,0 +1,104 @@
+#include "service/ELogFile.h"
+
+#include "base/ETime.h"
+
+namespace {
+
+constexpr int YEAR_BASE = 1900;
+
+// Appends a number of at most `digits` digits, with leading zeros.
+void AppendPadded(EString& out, int number, int digits) {
+    wchar_t text[8] = {};
+    for (int i = digits - 1; i >= 0; --i) {
+        text[i] = static_cast<wchar_t>(L'0' + number % 10);
+        number /= 10;
+    }
+    out += text;
+}
+
+// The letter seen last that may still become part of a token, and how many of it. One that is not completed is dropped.
+struct Pending {
+    bool IsOne(wchar_t letter) const { return m_Letter == letter && m_nCount == 1; }
+    bool IsTwo(wchar_t letter) const { return m_Letter == letter && m_nCount == 2; }
+    void Set(wchar_t letter, int count) {
+        m_Letter = letter;
+        m_nCount = count;
+    }
+    void Clear() { Set(L'\0', 0); }
+
+    wchar_t m_Letter = L'\0';
+    int m_nCount = 0;
+};
+
+int TimeField(const ETime& time, wchar_t letter) {
+    return letter == L'H' ? time.m_nHour : letter == L'm' ? time.m_nMinute : time.m_nSecond;
+}
+
+} // namespace
+
+EResult ELogFile::FormatTimeStr(ETime& time, EString& out) {
+    time.ComputeCalendar(true);
+    Pending pending;
+    for (const wchar_t* at = m_TimeFormat; *at != L'\0'; ++at) {
+        switch (*at) {
+        case L'H':
+        case L'm':
+        case L'S':
+            if (pending.IsOne(*at)) {
+                AppendPadded(out, TimeField(time, *at), 2);
+                pending.Clear();
+            } else {
+                pending.Set(*at, 1);
+            }
+            break;
+        case L's':
+            if (pending.IsTwo(L's')) {
+                AppendPadded(out, time.m_nMillisecond, 3);
+                pending.Clear();
+            } else {
+                pending.Set(L's', pending.IsOne(L's') ? 2 : 1);
+            }
+            break;
+        default:
+            out += *at;
+            pending.Clear();
+        }
+    }
+    return RC_OK;
+}
+
+EResult ELogFile::FormatDateStr(ETime& time, EString& out) {
+    time.ComputeCalendar(true);
+    Pending pending;
+    for (const wchar_t* at = m_DateFormat; *at != L'\0'; ++at) {
+        switch (*at) {
+        case L'M':
+        case L'D':
+            if (pending.IsOne(*at)) {
+                AppendPadded(out, *at == L'M' ? time.m_nMonth + 1 : time.m_nDay, 2);
+                pending.Clear();
+            } else {
+                pending.Set(*at, 1);
+            }
+            break;
+        case L'Y':
+            if (!pending.IsOne(L'Y')) {
+                pending.Set(L'Y', 1);
+                break;
+            }
+            if (at[1] == L'Y') {
+                AppendPadded(out, time.m_nYear + YEAR_BASE, 4);
+                at += at[2] == L'Y' ? 2
+                                    : 1; // three Y stand for the year as well, and what follows them is kept
+            } else {
+                AppendPadded(out, time.m_nYear % 100, 2);
+            }
+            pending.Clear();
+            break;
+        default:
+            out += *at;
+            pending.Clear();
+        }
+    }
+    return RC_OK;
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "base/EByteArray.h"
+#include "base/EStringArray.h"
+
+// Turns the parts of a log file into the bytes that are appended to it; docs/file-formats.md has the layouts. Every
+// operation appends to `out` and touches no file. A filter belongs to one file specification and is used wherever
+// requests are processed.
+class ELogFilter {
+public:
+    explicit ELogFilter(bool unicode) : m_bUnicode(unicode) {}
+    ELogFilter(const ELogFilter&) = delete;
+    ELogFilter& operator=(const ELogFilter&) = delete;
+
+    virtual ~ELogFilter() = 0;
+    virtual void FormatHeader(const EString* title, const EStringArray* headers,
+                              EByteArray* out) = 0; // begins a file
+    virtual void FormatRow(const EStringArray* row, EByteArray* out) = 0;
+    virtual void FormatFooter(const EString* title, EByteArray* out) = 0; // ends a file
+
+protected:
+    // Appends `count` bytes to be filled in by the caller, and points to the first.
+    unsigned char* ExpandOutput(EByteArray* out, int count);
+
+    // Append a text without its end: the low 8 bits of each character, the low 16 bits of each little-endian, or UTF-8.
+    void WriteASCII(const wchar_t* text, EByteArray* out);
+    void WriteUnicode(const wchar_t* text, EByteArray* out);
+    void WriteUTF8(const wchar_t* text, EByteArray* out);
+
+    bool m_bUnicode;
+};

@@ -1,0 +1,110 @@
+#include "service/ELogFile.h"
+
+#include "base/EFileIO.h"
+#include "base/ETime.h"
+#include "config/EFileSpec.h"
+
+namespace {
+
+bool Write(EFileIO& file, const EByteArray& bytes) {
+    unsigned long written = 0;
+    return file.WriteToFile(bytes.GetData(), static_cast<unsigned long>(bytes.GetSize()), written) != 0;
+}
+
+// Whether a row of `length` bytes needs a new file: the present one is empty or would pass the limit. Sizes are unsigned
+// 32-bit numbers, and so is their sum.
+bool NeedsNewFile(const EFileSpec& spec, std::uint32_t size, std::uint32_t length) {
+    const int limit = spec.m_MaxFileSize;
+    return size == 0 || (limit > 0 && size + length > static_cast<std::uint32_t>(limit));
+}
+
+} // namespace
+
+int ELogFile::StartFile(EFileSpec* spec) {
+    if (!spec->m_bHeadersSet) {
+        return 0;
+    }
+    EString name;
+    CalcFileName(spec, 0, &spec->m_FileTime, true, name);
+    EFileIO file(name, EFileIO::OPEN_FOR_WRITING);
+    if (!file.IsOpen()) {
+        return 0;
+    }
+    if (file.GetFileSize() == 0) { // otherwise the file is continued, without a second header
+        const EString noTitle;
+        EByteArray header;
+        spec->m_pFilter->FormatHeader(&noTitle, &spec->m_Headers, &header);
+        if (header.GetSize() > 0 && !Write(file, header)) {
+            return 0;
+        }
+    }
+    spec->m_bFileStarted = true;
+    return 1;
+}
+
+int ELogFile::StopFile(EFileSpec* spec) {
+    if (!spec->m_bHeadersSet) {
+        return 0;
+    }
+    if (!spec->m_bFileStarted) {
+        return 1; // the name made last may be any: no footer goes there
+    }
+    EByteArray footer;
+    spec->m_pFilter->FormatFooter(&spec->m_Title, &footer);
+    if (footer.GetSize() > 0) {
+        EFileIO file(spec->m_CurrentFile, EFileIO::OPEN_FOR_WRITING);
+        if (!file.IsOpen()) {
+            return 0;
+        }
+        file.PositionFile(0, FILE_POSITION_END);
+        if (!Write(file, footer)) {
+            return 0;
+        }
+    }
+    spec->m_bFileStarted = false;
+    return 1;
+}
+
+int ELogFile::RestartFile(EFileSpec* spec) {
+    if (StopFile(spec) == 0) {
+        return 0;
+    }
+    const ETimeStamp previous = spec->m_FileTime;
+    ETime::GetTimeStamp(&spec->m_FileTime);
+    RotateFiles(spec, &previous);
+    if (spec->m_NumFiles == 1) {
+        // The rotation has deleted the only file, whose name it made last. One that could not be deleted is cut.
+        EFileIO::SetFileSize(spec->m_CurrentFile, 0);
+    }
+    return StartFile(spec);
+}
+
+void ELogFile::WriteToFile(EFileSpec* spec, const EStringArray* row) {
+    if (!spec->m_bFileStarted) {
+        ETime::GetTimeStamp(&spec->m_FileTime);
+        if (StartFile(spec) == 0) {
+            return;
+        }
+    }
+    EByteArray bytes;
+    spec->m_pFilter->FormatRow(row, &bytes);
+    if (!AppendRow(spec, bytes, true) && RestartFile(spec) != 0) {
+        AppendRow(spec, bytes, false);
+    }
+}
+
+// Appends the row to the current file. With `limited`, false when a new file is needed first; a row that cannot be
+// written is dropped.
+bool ELogFile::AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited) {
+    EFileIO file(spec->m_CurrentFile, EFileIO::OPEN_FOR_WRITING);
+    if (!file.IsOpen()) {
+        return true;
+    }
+    const std::uint32_t size = file.GetFileSize();
+    if (limited && NeedsNewFile(*spec, size, static_cast<std::uint32_t>(bytes.GetSize()))) {
+        return false;
+    }
+    file.PositionFile(0, FILE_POSITION_END);
+    Write(file, bytes);
+    return true;
+}

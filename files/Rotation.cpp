@@ -1,0 +1,70 @@
+#include "service/ELogFile.h"
+
+#include "base/EFileIO.h"
+#include "base/ELock.h"
+#include "base/EONEVENTSTRUCT.h"
+#include "base/EscFilter.h"
+#include "config/EFileSpec.h"
+
+namespace {
+
+EString Expand(IKernelService* service, EFileSpec* spec, int index, const ETimeStamp* time) {
+    EONEVENTSTRUCT record;
+    record.m_TimeStamp = *time;
+    record.m_nIndex = index;
+    EscFilter filter(service, spec->m_FileName, &record, false, time, -1);
+    EString text;
+    int stop = 0;
+    for (const wchar_t* piece = filter.GetNextPiece(stop); piece != nullptr && stop == 0;
+         piece = filter.GetNextPiece(stop)) {
+        text += piece;
+    }
+    return text;
+}
+
+} // namespace
+
+void ELogFile::CalcFileName(EFileSpec* spec, int index, const ETimeStamp* time, bool withPath,
+                            EString& name) {
+    EString text = Expand(this, spec, index, time);
+    text.Replace(L":", L"-");
+    text.Replace(L"/", L"-"); // a name never leads into another directory
+    if (withPath) {
+        const EString& directory =
+            spec->m_DeliveryMode == DELIVERY_NONE ? spec->m_LogPath : spec->m_SpoolPath;
+        name = directory + text;
+    } else {
+        name = text;
+    }
+    const ELock lock(m_NameMutex, MUTEX_NAME);
+    spec->m_CurrentFile = name;
+}
+
+// With three files, the previous time stamp p and the new one t:
+//
+//   f2(p)           is deleted
+//   f1(p) -> f2(t)  what stood at the target gives way
+//   f0(p) -> f1(t)
+//   f0(t)           is free for the file that is started next
+void ELogFile::RotateFiles(EFileSpec* spec, const ETimeStamp* previous) {
+    EString source;
+    EString target;
+    for (int i = spec->m_NumFiles - 1; i >= 0; --i) {
+        CalcFileName(spec, i, previous, true, source);
+        if (i == spec->m_NumFiles - 1) {
+            EFileIO::DeleteFile(source, false);
+            continue;
+        }
+        CalcFileName(spec, i + 1, &spec->m_FileTime, true, target);
+        EFileIO::DeleteFile(target, false);
+        EFileIO::RenameFile(source, target);
+    }
+}
+
+void ELogFile::DeleteFiles(EFileSpec* spec) {
+    EString name;
+    for (int i = 0; i < spec->m_NumFiles; ++i) {
+        CalcFileName(spec, i, &spec->m_FileTime, true, name);
+        EFileIO::DeleteFile(name, false);
+    }
+}

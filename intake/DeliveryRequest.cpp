@@ -1,0 +1,79 @@
+#include "service/ELogFile.h"
+
+#include "base/EFileIO.h"
+#include "base/ELock.h"
+#include "base/IErrorReporter.h"
+#include "base/INameService.h"
+#include "base/Messages.h"
+#include "config/EFileSpec.h"
+#include "delivery/ELogFileDeliverySpec.h"
+#include "intake/ELogInfo.h"
+
+#include <memory>
+#include <new>
+
+// Closes the current file, moves the files of the set into a directory of their own and hands them to a delivery job.
+EResult ELogFile::ProcessDelivery(ELogInfo* info) {
+    EFileSpec* spec = info->m_pFileSpec;
+    if (!CanDeliver(*spec)) {
+        return RC_MISSING; // before anything is moved: what cannot be sent stays where it is
+    }
+    EString directory;
+    directory.Format(L"%s$tmp%08x%c", static_cast<const wchar_t*>(spec->m_SpoolPath), GetDeliveryId(), L'/');
+    if (EFileIO::CreateDir(directory) == 0) {
+        return RC_MISSING;
+    }
+    std::unique_ptr<ELogFileDeliverySpec> made;
+    try {
+        made = std::make_unique<ELogFileDeliverySpec>(this, spec, directory);
+    } catch (const std::bad_alloc&) {
+        m_pErrorReporter->Report(LEVEL_WARNING, SOURCE_LOG_FILE, MSG_NOT_CREATED, L"Delivery failed");
+        return RC_NOT_MADE;
+    }
+    if (m_pNameService != nullptr) {
+        EString name = spec->m_Name;
+        m_pNameService->ParseName(&name, &made->m_nNameId);
+    }
+    StopFile(spec);
+    MoveFilesToJob(spec, made.get());
+    if (made->m_Files.GetSize() == 0) {
+        EFileIO::RemoveDir(directory);
+        return RC_OK;
+    }
+    ELogFileDeliverySpec* job = made.get();
+    {
+        // In the list before the sending starts, so that a completion that comes at once finds it.
+        const ELock lock(m_DeliveryMutex, MUTEX_NAME);
+        m_Deliveries.AddTail(job);
+        (void)made.release();
+    }
+    const EResult started =
+        spec->m_DeliveryMode == DELIVERY_UPLOAD ? DeliverESFile(job) : DeliverEMail(job, info);
+    return started == 0 ? RC_MISSING : RC_OK;
+}
+
+// A request that was saved before a warm restart may find that the configuration or the gateway has changed since.
+bool ELogFile::CanDeliver(const EFileSpec& spec) {
+    switch (spec.m_DeliveryMode) {
+    case DELIVERY_NONE:
+        return false;
+    case DELIVERY_UPLOAD:
+        return m_pUploadService != nullptr;
+    default:
+        return m_pEMailService != nullptr;
+    }
+}
+
+void ELogFile::MoveFilesToJob(EFileSpec* spec, ELogFileDeliverySpec* job) {
+    for (int i = 0; i < spec->m_NumFiles; ++i) {
+        EString name;
+        CalcFileName(spec, i, &spec->m_FileTime, false, name);
+        const EString source = spec->m_SpoolPath + name;
+        const EString target = job->m_SpoolDir + name;
+        const int count = job->m_Files.GetSize();
+        job->m_Files.SetAtGrow(count, name); // room first: a file that has moved must be in the list
+        if (EFileIO::RenameFile(source, target) == 0) {
+            job->m_Files.SetSize(count, -1);
+        }
+    }
+}

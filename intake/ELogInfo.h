@@ -1,0 +1,30 @@
+#pragma once
+
+#include "base/EONEVENTSTRUCT.h"
+#include "intake/Actions.h"
+
+#include <cstdint>
+#include <memory>
+
+class EFileSpec;
+
+// One request: what is to be done to which log file, with its own copies of the reported records. It belongs to one
+// thread at a time.
+class ELogInfo {
+public:
+    // A live request with deep copies of `count` contiguous records; without records when `events` is null.
+    ELogInfo(EFileSpec* spec, ActionType action, unsigned long count, const EONEVENTSTRUCT* events);
+    // A restored request with `count` default records, which the restorer fills.
+    ELogInfo(EFileSpec* spec, ActionType action, unsigned long count);
+    ELogInfo(const ELogInfo&) = delete;
+    ELogInfo& operator=(const ELogInfo&) = delete;
+    ~ELogInfo() = default;
+
+    // The first record, or null when there is none.
+    EONEVENTSTRUCT* FirstEvent() const { return m_nEventCount > 0 ? m_ppEvents[0].get() : nullptr; }
+
+    EFileSpec* m_pFileSpec; // not owned; lives as long as the service
+    ActionType m_Action;
+    std::uint32_t m_nEventCount;
+    std::unique_ptr<std::unique_ptr<EONEVENTSTRUCT>[]> m_ppEvents; // null: made without records
+};

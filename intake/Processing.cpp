@@ -1,0 +1,164 @@
+#include "service/ELogFile.h"
+
+#include "base/EONEVENTSTRUCT.h"
+#include "base/ETime.h"
+#include "base/INameService.h"
+#include "config/EFileSpec.h"
+#include "intake/ELogInfo.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+constexpr std::int32_t CODE_NO_VALUE = 274; // marks a snapshot record whose cell stays empty
+constexpr const wchar_t* BAD_VALUE = L"????";
+
+void Append(EStringArray& cells, const wchar_t* text) {
+    cells.SetAtGrow(cells.GetSize(), text);
+}
+
+// The first row that a file specification gets decides its headings and title, for good.
+void SetHeadings(EFileSpec* spec, const EStringArray& headings, const EString& title) {
+    if (!spec->m_bHeadersSet) {
+        spec->m_Headers.Copy(headings);
+        spec->m_Title = title;
+        spec->m_bHeadersSet = true;
+    }
+}
+
+bool HasPrefix(const EONEVENTSTRUCT& record) {
+    return std::any_of(std::begin(record.m_nPrefixNumbers), std::end(record.m_nPrefixNumbers),
+                       [](std::int32_t number) { return number != 0; });
+}
+
+EString SnapShotCell(const EONEVENTSTRUCT& record) {
+    if (record.m_nCode == CODE_NO_VALUE) {
+        return {};
+    }
+    const std::uint32_t quality = record.m_Value.GetQuality();
+    if (quality == CDataValue::QUALITY_BAD || quality == CDataValue::QUALITY_UNCERTAIN) {
+        return BAD_VALUE;
+    }
+    EString text;
+    record.m_Value.GetString(text, 0, 0, 0);
+    return text;
+}
+
+// The name service hears every name before it is used; the row has the name as it was reported.
+void ParseRecordName(INameService* service, const EONEVENTSTRUCT& record) {
+    if (service != nullptr) {
+        int id = -1;
+        service->ParseNameText(record.m_pszName != nullptr ? record.m_pszName : L"", &id);
+    }
+}
+
+} // namespace
+
+EResult ELogFile::ProcessLogFile(ELogInfo* info) {
+    if (info == nullptr) {
+        return RC_NO_RECORD;
+    }
+    const EONEVENTSTRUCT* first = info->FirstEvent();
+    switch (info->m_Action) {
+    case ACTION_LOG_ALARM:
+        if (first != nullptr) {
+            ProcessAlarm(info->m_pFileSpec, *first);
+        }
+        return RC_OK;
+    case ACTION_LOG_EVENT:
+        if (first != nullptr) {
+            ProcessEvent(info->m_pFileSpec, *first);
+        }
+        return RC_OK;
+    case ACTION_LOG_SNAPSHOT:
+        ProcessSnapShot(info);
+        return RC_OK;
+    case ACTION_DELIVERY:
+        return ProcessDelivery(info);
+    case ACTION_RESTART_FILE:
+        RestartFile(info->m_pFileSpec);
+        return RC_OK;
+    }
+    return RC_OK; // a kind that only a damaged or newer file of saved requests can bring
+}
+
+void ELogFile::AppendDateAndTime(const ETimeStamp& stamp, EStringArray& row) {
+    ETime time(stamp);
+    EString text;
+    FormatDateStr(time, text);
+    Append(row, text);
+    text.Empty();
+    FormatTimeStr(time, text);
+    Append(row, text);
+}
+
+void ELogFile::ProcessAlarm(EFileSpec* spec, const EONEVENTSTRUCT& record) {
+    EStringArray row;
+    AppendDateAndTime(record.m_TimeStamp, row);
+    ParseRecordName(m_pNameService, record);
+    for (const wchar_t* text : {record.m_pszName, record.m_pszText, record.m_pszSource, record.m_pszDetail}) {
+        Append(row, text);
+    }
+    Append(row, (record.m_wState & EONEVENTSTRUCT::STATE_ACTIVE) != 0 ? L"Active" : L"Not Active");
+    Append(row, (record.m_wState & EONEVENTSTRUCT::STATE_ACKED) != 0 ? L"ACKED" : L"Not ACKED");
+    EString text;
+    text.Format(L"%d", record.m_nAlarmNumber);
+    Append(row, text);
+    record.m_Value.GetString(text, 0, 0, 0);
+    Append(row, text);
+
+    SetHeadings(spec, m_AlarmHeaders, m_AlarmTitle);
+    WriteToFile(spec, &row);
+}
+
+void ELogFile::ProcessEvent(EFileSpec* spec, const EONEVENTSTRUCT& record) {
+    ETime time(record.m_TimeStamp);
+    EString date;
+    EString clock;
+    FormatDateStr(time, date);
+    FormatTimeStr(time, clock);
+    const wchar_t* dateText = date;
+    const wchar_t* clockText = clock;
+
+    EString cell;
+    if (HasPrefix(record)) {
+        const auto& numbers = record.m_nPrefixNumbers;
+        cell.Format(L"[%2d, %2d, %2d, %3d] %s %s %s %s: %s", numbers[0], numbers[1], numbers[2], numbers[3],
+                    dateText, clockText, record.m_pszSource, record.m_pszName, record.m_pszText);
+    } else {
+        cell.Format(L"%s %s %s %s: %s", dateText, clockText, record.m_pszSource, record.m_pszName,
+                    record.m_pszText);
+    }
+    EStringArray row;
+    Append(row, cell);
+
+    SetHeadings(spec, m_EventHeaders, m_EventTitle);
+    WriteToFile(spec, &row);
+}
+
+void ELogFile::ProcessSnapShot(ELogInfo* info) {
+    EFileSpec* spec = info->m_pFileSpec;
+    if (!spec->m_bHeadersSet) {
+        spec->m_Headers.Copy(m_SnapShotHeaders);
+    }
+    EStringArray row;
+    for (std::uint32_t i = 0; i < info->m_nEventCount; ++i) {
+        const EONEVENTSTRUCT& record = *info->m_ppEvents[i];
+        ParseRecordName(m_pNameService, record);
+        if (!spec->m_bHeadersSet) {
+            Append(spec->m_Headers, record.m_pszName);
+        }
+        if (i == 0) {
+            AppendDateAndTime(GetEventTimeStamp(&record, &record.m_Value), row);
+        }
+        Append(row, SnapShotCell(record));
+    }
+    if (!spec->m_bHeadersSet) {
+        spec->m_Title = m_SnapShotTitle;
+        spec->m_bHeadersSet = true;
+    }
+    if (info->m_nEventCount > 0) {
+        WriteToFile(spec, &row);
+    }
+}

@@ -1,0 +1,116 @@
+#include "service/ELogFile.h"
+
+#include "base/ELock.h"
+#include "base/EONEVENTSTRUCT.h"
+#include "base/IStringTable.h"
+#include "base/InterfaceIds.h"
+#include "base/Messages.h"
+#include "config/EFileSpec.h"
+#include "delivery/ELogFileDeliverySpec.h"
+#include "intake/ELogInfo.h"
+
+namespace {
+
+// String numbers of the column headings: date and time, then the other cells of an alarm row.
+constexpr unsigned long HEADING_DATE = 956;
+constexpr unsigned long HEADING_TIME = 957;
+constexpr unsigned long HEADING_ALARM_FIRST = 958;
+constexpr unsigned long HEADING_ALARM_LAST = 965;
+
+void Append(EStringArray& headings, const wchar_t* text) {
+    headings.SetAtGrow(headings.GetSize(), text);
+}
+
+} // namespace
+
+ELogFile::ELogFile(IKernelBase* kernel) : CKernelService(kernel) {
+    if (kernel != nullptr) {
+        void* table = nullptr;
+        kernel->GetInterface(IID_STRING_TABLE, &table);
+        m_pStringTable = static_cast<IStringTable*>(table);
+    }
+    Initialize();
+}
+
+void ELogFile::Initialize() {
+    if (m_pStringTable == nullptr) {
+        return;
+    }
+    for (const unsigned long number : {HEADING_DATE, HEADING_TIME}) {
+        const EString text = m_pStringTable->GetString(number, 0);
+        Append(m_SnapShotHeaders, text);
+        Append(m_AlarmHeaders, text);
+    }
+    for (unsigned long number = HEADING_ALARM_FIRST; number <= HEADING_ALARM_LAST; ++number) {
+        Append(m_AlarmHeaders, m_pStringTable->GetString(number, 0));
+    }
+}
+
+// The worker has ended and nobody calls any more: PrepareToStop came first.
+ELogFile::~ELogFile() {
+    DiscardRequests();
+    const ELock lock(m_FileSpecMutex, MUTEX_NAME);
+    DestroyFileSpecs();
+    DestroyDeliveries();
+    m_SnapShotHeaders.SetSize(0, -1);
+    m_AlarmHeaders.SetSize(0, -1);
+}
+
+void ELogFile::DiscardRequests() {
+    while (!m_EarlyEvents.IsEmpty()) {
+        delete static_cast<EONEVENTSTRUCT*>(m_EarlyEvents.RemoveHead());
+    }
+    while (!m_LogQueue.IsEmpty()) {
+        delete static_cast<ELogInfo*>(m_LogQueue.RemoveHead());
+    }
+}
+
+void ELogFile::DestroyFileSpecs() {
+    EString name;
+    void* value = nullptr;
+    for (auto position = m_FileSpecs.GetStartPosition(); position != nullptr;) {
+        m_FileSpecs.GetNextAssoc(position, name, value);
+        auto* spec = static_cast<EFileSpec*>(value);
+        if (spec == nullptr) {
+            continue;
+        }
+        if (spec->m_DeliveryMode != DELIVERY_NONE) {
+            DeleteFiles(spec);
+        }
+        spec->DestroyObject();
+    }
+}
+
+void ELogFile::DestroyDeliveries() {
+    for (auto position = m_Deliveries.GetHeadPosition(); position != nullptr;) {
+        auto* job = static_cast<ELogFileDeliverySpec*>(m_Deliveries.GetNext(position));
+        job->Finalize(false);
+        delete job;
+    }
+    m_Deliveries.RemoveAll();
+}
+
+EResult ELogFile::GetInterface(unsigned long id, void** out) {
+    *out = nullptr;
+    switch (id) {
+    case IID_KERNEL_SERVICE:
+        *out = static_cast<IKernelService*>(this);
+        return RC_INTERFACE_ANSWERED;
+    case IID_ACTION:
+        *out = static_cast<IAction*>(this);
+        return RC_INTERFACE_ANSWERED;
+    case IID_LOG_FILE:
+        *out = static_cast<ILogFile*>(this);
+        return RC_INTERFACE_ANSWERED;
+    case IID_RUN_TIME:
+        *out = static_cast<IRunTime*>(this);
+        return RC_INTERFACE_ANSWERED;
+    default:
+        return CKernelService::GetInterface(id, out);
+    }
+}
+
+EResult ELogFile::GetComponentId(unsigned long& id) {
+    id = static_cast<unsigned long>(SOURCE_LOG_FILE);
+    return RC_OK;
+}

@@ -1,0 +1,202 @@
+#pragma once
+
+#include "base/EMAILSTATUS.h"
+#include "base/EMapStringToPtr.h"
+#include "base/EMutex.h"
+#include "base/ENotifyTrigger.h"
+#include "base/EPersistentString.h"
+#include "base/EPtrList.h"
+#include "base/ESingleEvent.h"
+#include "base/EString.h"
+#include "base/EStringArray.h"
+#include "base/EThread.h"
+#include "base/ETimeStamp.h"
+#include "base/IAction.h"
+#include "base/ILogFile.h"
+#include "base/ISMListener.h"
+#include "service/CKernelService.h"
+
+#include <atomic>
+#include <cstdint>
+
+class CDataValue;
+class EByteArray;
+class EFileIO;
+class EFileSpec;
+class ELogFileDeliverySpec;
+class ELogInfo;
+class EONEVENTSTRUCT;
+class ETime;
+class IEMailService;
+class IErrorReporter;
+class IKernelControl;
+class IStringTable;
+class IUploadService;
+struct EMailMessage;
+
+// Every mutex of the service carries this name.
+constexpr const wchar_t* MUTEX_NAME = L"Unknown";
+
+// The name of the file specification that ReportEvent writes to.
+constexpr const wchar_t* KERNEL_LOG_NAME = L"KernelLog";
+
+// The log file service: turns reported events, alarms and snapshots into rows of configured log files.
+//
+// Threads. The kernel's thread runs the lifecycle, Restore, WarmRestart and the destructor, one call at a time. Any
+// thread may report (ILogFile, IAction). One worker thread processes queued requests while the service is started;
+// before and after, ReportEvent processes event rows itself, in the reporting thread. Requests are processed by one
+// thread at a time. Completion notices come on any thread.
+//
+// Locks. m_FileSpecMutex, m_QueueMutex and m_DeliveryMutex are never held together; a completion takes m_DeliveryMutex
+// inside m_CompletionMutex. docs/threads.md draws who takes which.
+//
+// Errors. Interface operations return an EResult and let no exception out; the operations of the file group answer 1 or
+// 0, and a row that cannot be written is dropped.
+class ELogFile : public CKernelService,
+                 public ILogFile,
+                 public IAction,
+                 public ENotifyTrigger,
+                 public ISMListener {
+public:
+    // The most requests that may wait; a further one is dropped.
+    static constexpr int QUEUE_LIMIT = 512;
+
+    // service/: construction, destruction, interfaces. Throws when memory runs out.
+    explicit ELogFile(IKernelBase* kernel);
+    ~ELogFile() override;
+    EResult GetInterface(unsigned long id, void** out) override;
+    EResult GetComponentId(unsigned long& id) override;
+    void Initialize(); // takes the column headings from the string table
+
+    // service/: lifecycle.
+    EResult PrepareToStart() override;
+    EResult PreStart() override;
+    EResult Start() override;
+    EResult PrepareToStop() override;
+    EResult Stop() override;
+
+    // config/: the service's section and the registry of file specifications.
+    using CKernelService::Restore;
+    EResult Restore(unsigned long section) override;
+    EResult Save(unsigned long section) override;
+    EResult GetAgentLogFile(EString& fileName, int& format) override;
+    EResult GetGatewayType(EString& actionName, GatewayType* type) override;
+    EFileSpec* FindFileSpec(const wchar_t* name); // null when there is none; it lives as long as the service
+
+    // intake/: reports and actions, from any thread.
+    EResult ReportEvent(EONEVENTSTRUCT* record) override;
+    EResult LogSnapShot(EString& name, EONEVENTSTRUCT* records, unsigned long count) override;
+    EResult LogAlarm(EString& name, EONEVENTSTRUCT* record) override;
+    EResult Invoke(EString& actionName, EString& name, ETypedPtrList<EPtrList, EAttribute*>* attributes,
+                   unsigned long count, EONEVENTSTRUCT* records, IErrorListener* listener) override;
+
+    // intake/: the queue. The caller holds m_QueueMutex and wakes the worker afterwards; the request belongs to the
+    // queue from here on, which frees it at once when QUEUE_LIMIT requests wait.
+    void PushLogInfo(ELogInfo* info);
+    std::uint32_t GetDeliveryId();
+    // The time that dates a snapshot row: the record's own when it is set, otherwise the value's.
+    ETimeStamp GetEventTimeStamp(const EONEVENTSTRUCT* record, const CDataValue* value);
+
+    // intake/: the worker thread, and the processing of one request, which stays the caller's.
+    static void* LogFileThreadStub(void* service);
+    unsigned long LogFileThread();
+    EResult ProcessLogFile(ELogInfo* info);
+
+    // files/: texts, names and files, wherever requests are processed. Both texts are appended; 0.
+    EResult FormatDateStr(ETime& time, EString& out);
+    EResult FormatTimeStr(ETime& time, EString& out);
+    // The name of a file of the set, with its directory in front or bare; also becomes the specification's
+    // m_CurrentFile.
+    void CalcFileName(EFileSpec* spec, int index, const ETimeStamp* time, bool withPath, EString& name);
+    void RotateFiles(EFileSpec* spec, const ETimeStamp* previous);
+    void DeleteFiles(EFileSpec* spec);
+    int StartFile(EFileSpec* spec);
+    int StopFile(EFileSpec* spec);
+    int RestartFile(EFileSpec* spec);
+    void WriteToFile(EFileSpec* spec, const EStringArray* row);
+
+    // delivery/: sending a job that stands in m_Deliveries. Non-zero when it was started and waits for its notices; the
+    // job may be gone when the call returns.
+    EResult DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info);
+    EResult DeliverESFile(ELogFileDeliverySpec* job);
+    static void OnEMailComplete(EMAILSTATUS status, void* job);
+    void OnUploadComplete(unsigned long job, unsigned long status) override;
+
+    // warm/: requests across a warm restart.
+    EResult WarmRestart(WR_OPERATION operation, WARM_RESTART_STRUCT* info) override;
+    EResult SavePendingLogEntries(const EString& path);
+    EResult RestorePendingLogEntries(const EString& path);
+    EResult SaveLogInfo(EFileIO* file, ELogInfo* info);
+    EResult RestoreLogInfo(EFileIO* file);
+
+    IErrorReporter* m_pErrorReporter = nullptr;        // interface 4106; interfaces are not owned
+    IUploadService* m_pUploadService = nullptr;        // 4149; null: the gateway has none
+    IEMailService* m_pEMailService = nullptr;          // 4117; null: the gateway has none
+    IKernelControl* m_pKernelControl = nullptr;        // 4138
+    IStringTable* m_pStringTable = nullptr;            // 4142
+    std::atomic<EFileSpec*> m_pKernelLogSpec{nullptr}; // the one named "KernelLog"; owned by m_FileSpecs
+    EMapStringToPtr m_FileSpecs{4};                    // name to EFileSpec*, owned
+    EMutex m_FileSpecMutex{MUTEX_NAME};                // guards m_FileSpecs
+    EPersistentString m_TimeFormat;
+    EPersistentString m_DateFormat;
+    std::atomic<bool> m_bRunning{false}; // the worker is to go on
+    EThread m_LogThread{4096, false};
+    ESingleEvent m_WakeEvent;
+    EMutex m_QueueMutex{MUTEX_NAME}; // guards m_EarlyEvents and m_LogQueue
+    EPtrList m_EarlyEvents{4};       // EONEVENTSTRUCT*, owned: reported before there was a kernel log
+    EPtrList m_LogQueue{4};          // ELogInfo*, owned
+    EStringArray m_SnapShotHeaders;
+    EString m_SnapShotTitle; // the three titles and the event headings stay empty
+    EStringArray m_AlarmHeaders;
+    EString m_AlarmTitle;
+    EStringArray m_EventHeaders;
+    EString m_EventTitle;
+    EPtrList m_Deliveries{4};             // ELogFileDeliverySpec*, owned
+    EMutex m_DeliveryMutex{MUTEX_NAME};   // guards m_Deliveries
+    EMutex m_CompletionMutex{MUTEX_NAME}; // one completion at a time
+    EMutex m_NameMutex{MUTEX_NAME}; // guards m_CurrentFile of the specifications against GetAgentLogFile
+
+private:
+    // service/
+    void DiscardRequests();
+    void DestroyFileSpecs();
+    void DestroyDeliveries();
+    EResult RegisterActions();
+    void MakeKernelLog();
+
+    // config/
+    EResult RestoreSettings(unsigned long section);
+    void RegisterFileSpec(EFileSpec* spec);
+    bool IsDeliverable(const EFileSpec& spec);
+
+    // intake/
+    EResult Log(EString& name, int action, unsigned long count, EONEVENTSTRUCT* records);
+    EResult QueueRequest(EFileSpec* spec, int action, unsigned long count, EONEVENTSTRUCT* records);
+    int IdentifierOf(const EString& name);
+    void WriteEventNow(EONEVENTSTRUCT* record);
+    void WriteEarlyEvents();
+    ELogInfo* TakeRequest();
+    void AppendDateAndTime(const ETimeStamp& stamp, EStringArray& row);
+    void ProcessAlarm(EFileSpec* spec, const EONEVENTSTRUCT& record);
+    void ProcessEvent(EFileSpec* spec, const EONEVENTSTRUCT& record);
+    void ProcessSnapShot(ELogInfo* info);
+    EResult ProcessDelivery(ELogInfo* info);
+    bool CanDeliver(const EFileSpec& spec);
+    void MoveFilesToJob(EFileSpec* spec, ELogFileDeliverySpec* job);
+
+    // files/
+    bool AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited);
+
+    // delivery/
+    bool IsDelivering(const ELogFileDeliverySpec* job);
+    void CountTransfer(ELogFileDeliverySpec* job); // one more has finished, without a look at the job's end
+    void CompleteTransfer(ELogFileDeliverySpec* job); // one more has finished
+    void CompleteIfDone(ELogFileDeliverySpec* job);   // ends the job when all have finished
+    void CompleteJob(ELogFileDeliverySpec* job);      // all have finished
+    bool LoadDefinition(const ELogFileDeliverySpec* job, EMailMessage* message);
+
+    // warm/
+    EString PendingEntriesPath();
+    bool IsAccepted(const EFileSpec& spec);
+    EResult SkipEvents(EFileIO* file, std::uint32_t count);
+};
