@@ -1,0 +1,84 @@
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <string>
+#include <utility>
+#include <vector>
+
+// Holds what is measured against what it should cost: two benchmarks of one program whose repetitions are run in random
+// turns, so that both meet the same machine, and whose medians are set in relation at the end:
+//
+//     int main(int argc, char** argv) {
+//         const Ratio ratio{.m_pszGoal = "1.05", .m_nRounds = 200, .m_nIterations = 500};
+//         return RunRatio(argc, argv, ratio, {"ours", [](benchmark::State& state) { ... }}, {"the bare calls", ...});
+//     }
+//
+// A benchmark is called once per round and loops over its state; what it does before and after the loop is not timed.
+// Google Benchmark's own options apply, --benchmark_repetitions excepted.
+struct Ratio {
+    const char* m_pszGoal; // printed beside the measured ratio
+    int m_nRounds;
+    int m_nIterations; // per round
+};
+
+struct Measured {
+    const char* m_pszName;
+    void (*m_pRun)(benchmark::State&);
+};
+
+// Prints what the console reporter prints, and keeps the medians.
+class MedianReporter : public benchmark::ConsoleReporter {
+public:
+    void ReportRuns(const std::vector<Run>& runs) override {
+        ConsoleReporter::ReportRuns(runs);
+        for (const Run& run : runs) {
+            if (run.aggregate_name == "median" && !run.error_occurred) {
+                m_Medians.emplace_back(run.run_name.function_name, run.GetAdjustedRealTime());
+            }
+        }
+    }
+
+    // In nanoseconds; 0 when there is none.
+    double GetMedian(const std::string& name) const {
+        for (const auto& [of, median] : m_Medians) {
+            if (of == name) {
+                return median;
+            }
+        }
+        return 0;
+    }
+
+private:
+    std::vector<std::pair<std::string, double>> m_Medians;
+};
+
+// The program's exit code.
+inline int RunRatio(int argc, char** argv, const Ratio& ratio, const Measured& ours, const Measured& reference) {
+    std::string inTurns = "--benchmark_enable_random_interleaving=true";
+    std::vector<char*> arguments(argv, argv + argc);
+    arguments.insert(arguments.begin() + 1, inTurns.data());
+    int count = static_cast<int>(arguments.size());
+    benchmark::Initialize(&count, arguments.data());
+    if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
+        return 2;
+    }
+    for (const Measured& measured : {ours, reference}) {
+        benchmark::RegisterBenchmark(measured.m_pszName, measured.m_pRun)
+            ->Iterations(ratio.m_nIterations)
+            ->Repetitions(ratio.m_nRounds)
+            ->ReportAggregatesOnly()
+            ->UseRealTime();
+    }
+    MedianReporter reporter;
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    const double measured = reporter.GetMedian(ours.m_pszName);
+    const double expected = reporter.GetMedian(reference.m_pszName);
+    if (measured <= 0 || expected <= 0) {
+        return 1;
+    }
+    std::printf("%s / %s: %.0f ns / %.0f ns = %.3f (goal %s)\n", ours.m_pszName, reference.m_pszName, measured,
+                expected, measured / expected, ratio.m_pszGoal);
+    return 0;
+}

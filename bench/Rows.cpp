@@ -1,0 +1,111 @@
+// What a whole alarm row costs, from the request to the closed file, above the bare system calls that write the same
+// bytes: open, size, write at the end, close.
+
+#include "base/EFileIO.h"
+#include "base/EONEVENTSTRUCT.h"
+#include "bench/Ratio.h"
+#include "config/EFileSpec.h"
+#include "intake/ELogInfo.h"
+#include "service/ELogFile.h"
+#include "tests/TempDir.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+std::string File() {
+    static const TempDir dir;
+    return dir.Path("rows.csv");
+}
+
+EONEVENTSTRUCT Alarm() {
+    EONEVENTSTRUCT record;
+    record.m_TimeStamp.m_nSeconds = 1706706309;
+    record.m_pszName = L"Boiler 2 feed pump";
+    record.m_pszText = L"Pressure above the upper limit";
+    record.m_pszSource = L"Controller 17";
+    record.m_pszDetail = L"Hall 3, line B, checked every 250 ms";
+    record.m_wState = EONEVENTSTRUCT::STATE_ACTIVE;
+    record.m_nAlarmNumber = 4711;
+    record.m_Value.SetDouble(12.75);
+    return record;
+}
+
+// A service without a kernel, and one alarm that is reported to it again and again. Begins the file anew.
+class Logger {
+public:
+    Logger() : m_Service(nullptr) {
+        EFileIO::DeleteFile(Wide(File()), false);
+        m_Service.m_DateFormat = L"MM-DD-YYYY";
+        m_Service.m_TimeFormat = L"HH:mm:SS.sss";
+        m_Spec.m_LogPath = Wide(std::filesystem::path(File()).parent_path().string() + '/');
+        m_Spec.m_FileName = Wide(std::filesystem::path(File()).filename().string());
+        m_Spec.m_MaxFileSize = 1 << 30;
+        m_Spec.m_Unicode = 0;
+        m_Spec.MakeFilter(false);
+        m_Spec.m_Headers.SetAtGrow(0, L"Alarms");
+        m_Spec.m_bHeadersSet = true;
+        Log();
+    }
+
+    // Each alarm comes a second and a quarter after the one before.
+    void Log() {
+        ETimeStamp& stamp = m_Request.FirstEvent()->m_TimeStamp;
+        stamp.m_nSeconds += stamp.m_nMilliseconds == 750 ? 2 : 1;
+        stamp.m_nMilliseconds = static_cast<std::uint16_t>((stamp.m_nMilliseconds + 250) % 1000);
+        m_Service.ProcessLogFile(&m_Request);
+    }
+
+private:
+    ELogFile m_Service;
+    EFileSpec m_Spec;
+    EONEVENTSTRUCT m_Alarm = Alarm();
+    ELogInfo m_Request{&m_Spec, ACTION_LOG_ALARM, 1, &m_Alarm};
+};
+
+// The bytes of one row, as the service writes it; it stands in the file, behind the headings.
+std::string Row() {
+    const Logger logger;
+    const std::string content = ReadWhole(File());
+    return content.substr(content.find('\n') + 1);
+}
+
+bool AppendBare(const char* path, const std::string& row) {
+    const int file = open(path, O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+    struct stat status {};
+    const bool done = file >= 0 && fstat(file, &status) == 0 &&
+                      pwrite(file, row.data(), row.size(), status.st_size) == static_cast<ssize_t>(row.size());
+    return file >= 0 && close(file) == 0 && done;
+}
+
+// Each row must have arrived, whoever wrote it.
+template <class Append>
+void Rounds(benchmark::State& state, Append append) {
+    const std::size_t row = Row().size();
+    const auto before = std::filesystem::file_size(File());
+    for (auto iteration : state) {
+        append();
+    }
+    if (std::filesystem::file_size(File()) != before + row * static_cast<std::size_t>(state.iterations())) {
+        state.SkipWithError("rows are missing");
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const Ratio ratio{.m_pszGoal = "1.10", .m_nRounds = 1000, .m_nIterations = 200};
+    return RunRatio(argc, argv, ratio,
+                    {"ProcessLogFile",
+                     [](benchmark::State& state) {
+                         Logger logger;
+                         Rounds(state, [&] { logger.Log(); });
+                     }},
+                    {"bare calls", [](benchmark::State& state) {
+                         const std::string row = Row();
+                         const std::string path = File();
+                         Rounds(state, [&] { AppendBare(path.c_str(), row); });
+                     }});
+}

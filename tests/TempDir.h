@@ -1,0 +1,54 @@
+#pragma once
+
+#include "base/EString.h"
+#include "base/EUtility.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+#include <string>
+
+// A directory of a test's own, removed with everything in it.
+class TempDir {
+public:
+    TempDir() : m_Path((std::filesystem::temp_directory_path() / "kvtest-XXXXXX").string()) {
+        if (mkdtemp(m_Path.data()) == nullptr) {
+            throw std::runtime_error("no temporary directory: " + m_Path);
+        }
+    }
+    ~TempDir() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_Path, ignored);
+    }
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    std::string Path() const { return m_Path; }
+    std::string Path(const std::string& name) const { return m_Path + '/' + name; }
+
+private:
+    std::string m_Path;
+};
+
+// The wide form of UTF-8 text.
+inline EString Wide(const std::string& text) {
+    EString wide;
+    if (!EUtility::Utf8Decode(text.data(), text.size(), wide)) {
+        throw std::runtime_error("not UTF-8: " + text);
+    }
+    return wide;
+}
+
+inline std::string ReadWhole(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+inline void WriteWhole(const std::string& path, const std::string& bytes) {
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    if (!file.write(bytes.data(), static_cast<std::streamsize>(bytes.size())).flush()) {
+        throw std::runtime_error("not written: " + path);
+    }
+}

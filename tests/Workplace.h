@@ -1,0 +1,90 @@
+#pragma once
+
+#include "base/EONEVENTSTRUCT.h"
+#include "base/EPersistent.h"
+#include "tests/TempDir.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+// A test's working directory, which is also its configuration directory, and what is found in it.
+class Workplace {
+public:
+    Workplace() : m_Before(std::filesystem::current_path()) {
+        std::filesystem::current_path(m_Dir.Path());
+        EPersistent::SetDirectory(Wide(m_Dir.Path()));
+    }
+    ~Workplace() { std::filesystem::current_path(m_Before); }
+    Workplace(const Workplace&) = delete;
+    Workplace& operator=(const Workplace&) = delete;
+
+    // Writes the service's section, version 3, with these elements of the list ("type" is put in front of each).
+    static void WriteSection(const std::vector<std::string>& specs, const std::string& dateFormat = "MM-DD-YYYY",
+                             const std::string& timeFormat = "HH:mm:SS.sss") {
+        std::string list;
+        for (const std::string& spec : specs) {
+            list += (list.empty() ? "" : ",\n") + (R"({"type": "EFileSpec", )" + spec + "}");
+        }
+        WriteWhole("kvLogFile.json", R"({"version": 3, "dateFormat": ")" + dateFormat + R"(", "timeFormat": ")" +
+                                         timeFormat + R"(", "fileSpecs": [)" + list + "]}");
+    }
+
+    // Every file below the working directory but the configuration, sorted: "logs/a.csv". Directories end in '/'.
+    static std::vector<std::string> Tree() {
+        std::vector<std::string> tree;
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(".")) {
+            const std::string path = entry.path().lexically_relative(".").string();
+            if (path != "kvLogFile.json") {
+                tree.push_back(entry.is_directory() ? path + '/' : path);
+            }
+        }
+        std::sort(tree.begin(), tree.end());
+        return tree;
+    }
+
+private:
+    TempDir m_Dir;
+    std::filesystem::path m_Before;
+};
+
+// An element of the section's list.
+struct SpecItems {
+    std::string m_Name = "Log";
+    std::string m_Path = "logs";
+    std::string m_File = "log-%i.csv";
+    int m_nMaxSize = 102400;
+    int m_nFiles = 2;
+    int m_nFormat = 1;
+    int m_nUnicode = 0;
+    int m_nDelivery = 1;
+    int m_nKeepCopy = 0;
+    std::string m_Mail{};
+
+    operator std::string() const {
+        const auto text = [](const char* name, const std::string& value) {
+            return '"' + std::string(name) + R"(": ")" + value + R"(", )";
+        };
+        const auto number = [](const char* name, int value) {
+            return '"' + std::string(name) + R"(": )" + std::to_string(value) + ", ";
+        };
+        return text("name", m_Name) + text("logPath", m_Path) + text("fileName", m_File) +
+               number("maxFileSize", m_nMaxSize) + number("numFiles", m_nFiles) + number("fileFormat", m_nFormat) +
+               number("unicode", m_nUnicode) + number("deliveryMode", m_nDelivery) + number("keepCopy", m_nKeepCopy) +
+               R"("mailName": ")" + m_Mail + '"';
+    }
+};
+
+// A record of 2024-01-31 13:05:09.042 UTC, alarm 7, value 17.
+inline EONEVENTSTRUCT MakeRecord(const wchar_t* name = L"N", const wchar_t* text = L"T") {
+    EONEVENTSTRUCT record;
+    record.m_TimeStamp.m_nSeconds = 1706706309;
+    record.m_TimeStamp.m_nMilliseconds = 42;
+    record.m_pszName = name;
+    record.m_pszText = text;
+    record.m_pszSource = L"S";
+    record.m_pszDetail = L"D";
+    record.m_nAlarmNumber = 7;
+    record.m_Value.SetInteger(17);
+    return record;
+}
