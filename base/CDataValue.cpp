@@ -10,13 +10,10 @@ template <class Number>
 void PrintShortest(EString& text, Number number) {
     char digits[32]; // the longest double, -2.2250738585072014e-308, has 24
     const char* end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-    wchar_t wide[sizeof digits];
-    std::size_t length = 0;
+    text.Empty();
     for (const char* at = digits; at != end; ++at) {
-        wide[length++] = static_cast<wchar_t>(*at);
+        text += static_cast<wchar_t>(*at);
     }
-    wide[length] = L'\0';
-    text = wide;
 }
 
 } // namespace

@@ -30,13 +30,13 @@ auto Uninterrupted(Call call) {
 class Name {
 public:
     explicit Name(const wchar_t* text) {
+        text = text != nullptr ? text : L"";
         std::size_t length = 0;
-        for (; text != nullptr && *text != L'\0'; ++text) {
-            if (*text > 0 && *text < 0x80 && length + 1 < sizeof m_Bytes) {
-                m_Bytes[length++] =
-                    static_cast<char>(*text); // nearly every character; a row pays for its name each time
-                continue;
-            }
+        // Nearly every character, and often all of them; a row pays for its name each time.
+        for (; *text > 0 && *text < 0x80 && length + 1 < sizeof m_Bytes; ++text) {
+            m_Bytes[length++] = static_cast<char>(*text);
+        }
+        for (; *text != L'\0'; ++text) {
             unsigned char bytes[4];
             const std::size_t count = EUtility::Utf8EncodeCharacter(*text, bytes);
             if (count == 0 || length + count >= sizeof m_Bytes) {
@@ -100,8 +100,8 @@ std::uint32_t EFileIO::GetFileSize() {
 
 int EFileIO::PositionFile(long offset, FilePositionStart origin) {
     const std::int64_t base = origin == FILE_POSITION_BEGIN ? 0 : origin == FILE_POSITION_END ? Size() : m_nPosition;
-    if (base + offset < 0) {
-        return 0;
+    if (base + offset < 0 || (origin == FILE_POSITION_END && !IsSizeKnown())) {
+        return 0; // taking an unknown end for 0 would have the next write replace what stands there
     }
     m_nPosition = base + offset;
     return 1;
@@ -110,7 +110,7 @@ int EFileIO::PositionFile(long offset, FilePositionStart origin) {
 int EFileIO::WriteToFile(const void* data, unsigned long length, unsigned long& written) {
     written = 0;
     const std::int64_t before = Size();
-    if (m_nSize < 0) {
+    if (!IsSizeKnown()) {
         return 0; // without the old length there would be no way back
     }
     const auto* bytes = static_cast<const unsigned char*>(data);
@@ -151,6 +151,22 @@ int EFileIO::ReadFrmFile(void* data, unsigned long length, unsigned long& read) 
 
 std::uint64_t EFileIO::GetBytesLeft() {
     return static_cast<std::uint64_t>(std::max<std::int64_t>(Size() - m_nPosition, 0));
+}
+
+int EFileIO::AppendToFile(const wchar_t* name, const void* data, unsigned long length, std::uint32_t minimum,
+                          std::uint32_t maximum, bool& fits) {
+    fits = true;
+    EFileIO file(name, OPEN_FOR_WRITING);
+    if (!file.IsOpen()) {
+        return 0;
+    }
+    const std::uint32_t size = file.GetFileSize();
+    if (!file.IsSizeKnown()) {
+        return 0; // not taken for an empty file
+    }
+    fits = size >= minimum && size + static_cast<std::uint32_t>(length) <= maximum;
+    unsigned long written = 0;
+    return fits && file.PositionFile(0, FILE_POSITION_END) != 0 ? file.WriteToFile(data, length, written) : 0;
 }
 
 int EFileIO::DeleteFile(const wchar_t* name, bool /*moveToTrash*/) {

@@ -33,8 +33,11 @@ public:
     // remembered for PositionFile and WriteToFile, so that appending costs no second question.
     std::uint32_t GetFileSize();
 
+    // Whether the last answer of GetFileSize was the system's: false when the size could not be told.
+    bool IsSizeKnown() const { return m_nSize >= 0; }
+
     // Moves the position; the file itself is not touched. From the end, the size is the one that GetFileSize last
-    // answered, moved on by the writes since.
+    // answered, moved on by the writes since; when that cannot be told the position stays, and the result is failure.
     int PositionFile(long offset, FilePositionStart origin);
 
     // All or nothing: when not every byte can be written the file gets its old length back, `written` is 0 and the
@@ -46,6 +49,12 @@ public:
 
     // Bytes between the position and the end of the file: the most that a stored count can honestly ask for.
     std::uint64_t GetBytesLeft();
+
+    // Appends to the named file, all or nothing, if it has at least `minimum` bytes before and at most `maximum`
+    // afterwards (the sum of 32-bit numbers); otherwise `fits` becomes false. The same system calls as an object's
+    // operations make, without a way back to the caller between them: what a row costs above them is mostly such ways.
+    static int AppendToFile(const wchar_t* name, const void* data, unsigned long length, std::uint32_t minimum,
+                            std::uint32_t maximum, bool& fits);
 
     static int DeleteFile(const wchar_t* name, bool moveToTrash);  // there is no trash: the flag changes nothing
     static int RenameFile(const wchar_t* from, const wchar_t* to); // replaces an existing target

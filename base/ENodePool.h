@@ -17,14 +17,19 @@ public:
 
     template <class... Arguments>
     Node* Make(Arguments&&... arguments) {
-        if (m_pFree == nullptr) {
-            AddBlock();
-        }
+        Reserve();
         Slot* slot = m_pFree;
         Slot* next = slot->m_pNext;
         Node* node = new (slot->m_Room) Node{std::forward<Arguments>(arguments)...};
         m_pFree = next;
         return node;
+    }
+
+    // The next Make needs no memory of the system's.
+    void Reserve() {
+        if (m_pFree == nullptr) {
+            AddBlock();
+        }
     }
 
     void Free(Node* node) {

@@ -85,9 +85,13 @@ ETimeStamp GetStamp(const unsigned char* in) {
     return stamp;
 }
 
-unsigned char* PutSigned(unsigned char* out, std::int32_t value) { return PutU32(out, static_cast<std::uint32_t>(value)); }
+unsigned char* PutSigned(unsigned char* out, std::int32_t value) {
+    return PutU32(out, static_cast<std::uint32_t>(value));
+}
 
-std::int32_t GetSigned(const unsigned char* in) { return static_cast<std::int32_t>(GetU32(in)); }
+std::int32_t GetSigned(const unsigned char* in) {
+    return static_cast<std::int32_t>(GetU32(in));
+}
 
 std::uint64_t NumberOf(const CDataValue& value) {
     switch (value.GetType()) {
@@ -186,7 +190,9 @@ EONEVENTSTRUCT& EONEVENTSTRUCT::operator=(EONEVENTSTRUCT&& other) noexcept {
     return *this;
 }
 
-EONEVENTSTRUCT::~EONEVENTSTRUCT() { delete[] m_pTexts; }
+EONEVENTSTRUCT::~EONEVENTSTRUCT() {
+    delete[] m_pTexts;
+}
 
 void EONEVENTSTRUCT::CopyFields(const EONEVENTSTRUCT& source) {
     m_pszName = source.m_pszName;

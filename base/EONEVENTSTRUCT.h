@@ -26,6 +26,7 @@ public:
     // `deep`: with texts of its own, which stay valid when the source's are gone; otherwise referring to the source's.
     // Throws std::bad_alloc.
     EONEVENTSTRUCT(const EONEVENTSTRUCT* source, bool deep);
+    // A record that was moved from may only be destroyed or assigned to.
     EONEVENTSTRUCT(EONEVENTSTRUCT&& other) noexcept;
     EONEVENTSTRUCT& operator=(EONEVENTSTRUCT&& other) noexcept;
     EONEVENTSTRUCT(const EONEVENTSTRUCT&) = delete;

@@ -21,7 +21,8 @@ public:
     EPtrList& operator=(const EPtrList&) = delete;
     ~EPtrList() = default;
 
-    Position AddTail(void* element);
+    Position AddTail(void* element); // throws std::bad_alloc; not as the next addition after Reserve
+    void Reserve() { m_Nodes.Reserve(); }
     void* RemoveHead(); // null when the list is empty
     void RemoveAt(Position position);
     void RemoveAll();

@@ -28,11 +28,6 @@ EString& EString::operator=(const wchar_t* text) {
     return *this;
 }
 
-EString& EString::operator+=(wchar_t character) {
-    m_Text += character;
-    return *this;
-}
-
 EString& EString::operator+=(const wchar_t* text) {
     m_Text += OrEmpty(text);
     return *this;
@@ -41,10 +36,6 @@ EString& EString::operator+=(const wchar_t* text) {
 EString& EString::operator+=(const EString& text) {
     m_Text += text.m_Text;
     return *this;
-}
-
-void EString::Empty() {
-    m_Text.clear();
 }
 
 void EString::Replace(const wchar_t* from, const wchar_t* to) {

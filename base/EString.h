@@ -21,11 +21,14 @@ public:
     EString& operator=(EString&&) noexcept = default;
     EString& operator=(const wchar_t* text);
 
-    EString& operator+=(wchar_t character);
+    EString& operator+=(wchar_t character) {
+        m_Text += character;
+        return *this;
+    }
     EString& operator+=(const wchar_t* text);
     EString& operator+=(const EString& text);
 
-    void Empty();
+    void Empty() { m_Text.clear(); }
     bool IsEmpty() const { return m_Text.empty(); }
     int GetLength() const { return static_cast<int>(m_Text.size()); }
 

@@ -1,5 +1,7 @@
 #include "base/EStringArray.h"
 
+#include <utility>
+
 EString& EStringArray::Grow(int index) {
     if (index >= m_nSize) {
         SetSize(index + 1, -1);
@@ -12,6 +14,11 @@ void EStringArray::SetAtGrow(int index, const wchar_t* text) {
 }
 
 void EStringArray::SetAtGrow(int index, const EString& text) {
+    if (static_cast<std::size_t>(index) >= m_Texts.size()) {
+        EString copy = text; // it may be an element of this array, which moves
+        Grow(index) = std::move(copy);
+        return;
+    }
     Grow(index) = text;
 }
 

@@ -81,7 +81,9 @@ void AppendText(std::wstring& out, const wchar_t* text, std::size_t length, cons
 }
 
 void AppendNarrow(std::wstring& out, const char* text, std::size_t length) {
-    out.append(text, text + length);
+    for (std::size_t i = 0; i < length; ++i) {
+        out += static_cast<wchar_t>(text[i]);
+    }
 }
 
 template <class Value>

@@ -9,6 +9,17 @@ void ETime::GetTimeStamp(ETimeStamp* stamp) {
     stamp->m_nMilliseconds = static_cast<std::uint16_t>(now.tv_nsec / 1'000'000);
 }
 
+void ETime::SetStamp(const ETimeStamp& stamp) {
+    const std::int64_t second = std::int64_t{m_nSecond} + stamp.m_nSeconds - m_Stamp.m_nSeconds;
+    if (m_Computed != Zone::None && second >= 0 && second < 60) { // clocks are set where a minute begins
+        m_nSecond = static_cast<int>(second);
+        m_nMillisecond = static_cast<std::int16_t>(stamp.m_nMilliseconds);
+    } else {
+        m_Computed = Zone::None;
+    }
+    m_Stamp = stamp;
+}
+
 void ETime::ComputeCalendar(bool local) {
     const Zone zone = local ? Zone::Local : Zone::Utc;
     if (m_Computed == zone) {

@@ -8,6 +8,9 @@ class KVBASE_API ETime {
 public:
     explicit ETime(const ETimeStamp& stamp) : m_Stamp(stamp) {}
 
+    // Turns to another moment. In the same minute the calendar is not computed anew.
+    void SetStamp(const ETimeStamp& stamp);
+
     // The current time.
     static void GetTimeStamp(ETimeStamp* stamp);
 

@@ -6,14 +6,20 @@
 
 EscFilter::EscFilter(IKernelService* /*service*/, const wchar_t* text, const void* record, bool /*reserved1*/,
                      const ETimeStamp* stamp, int /*reserved2*/)
-    : m_pszText(text != nullptr ? text : L""), m_pRecord(static_cast<const EONEVENTSTRUCT*>(record)), m_pStamp(stamp),
+    : m_pszText(text != nullptr ? text : L""),
+      m_pRecord(static_cast<const EONEVENTSTRUCT*>(record)),
+      m_pStamp(stamp),
       m_pNext(m_pszText) {}
 
 EscFilter::~EscFilter() = default;
 
-const wchar_t* EscFilter::GetText() const { return m_pszText; }
+const wchar_t* EscFilter::GetText() const {
+    return m_pszText;
+}
 
-void EscFilter::Rewind() { m_pNext = m_pszText; }
+void EscFilter::Rewind() {
+    m_pNext = m_pszText;
+}
 
 const wchar_t* EscFilter::GetNextPiece(int& stop) {
     if (*m_pNext == L'\0') {

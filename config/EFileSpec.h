@@ -40,7 +40,7 @@ public:
     EPersistentString m_LogPath;          // directory of undelivered files, and of the copies that are kept
     EPersistentString m_FileName;         // pattern of the files' names, see EscFilter
     EPersistentInt m_MaxFileSize{102400}; // bytes; 0 or less: no limit
-    EPersistentInt m_NumFiles{2}; // files of the set; index 0 is written, the last index is the oldest
+    EPersistentInt m_NumFiles{2};         // files of the set; index 0 is written, the last index is the oldest
     EPersistentInt m_FileFormat{FORMAT_COMMA_SEPARATED};
     EPersistentInt m_Unicode{1}; // 1: UTF-16LE, anything else: 8-bit; HTML is always UTF-8
     EPersistentInt m_DeliveryMode{DELIVERY_NONE};

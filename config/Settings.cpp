@@ -128,7 +128,7 @@ void ELogFile::RegisterFileSpec(EFileSpec* restored) {
     }
 }
 
-// Whether the gateway has the service by which the specification delivers; reports it when it has not.
+// Whether the gateway has the service by which the log file delivers; reports it when it has not.
 bool ELogFile::IsDeliverable(const EFileSpec& spec) {
     if (spec.m_DeliveryMode == DELIVERY_UPLOAD && m_pUploadService == nullptr) {
         m_pErrorReporter->Report(LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_UPLOAD_SERVICE);

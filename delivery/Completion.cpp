@@ -46,8 +46,7 @@ void ELogFile::CompleteJob(ELogFileDeliverySpec* job) {
 
 void ELogFile::OnEMailComplete(EMAILSTATUS /*status*/, void* job) {
     Guarded([&] {
-        if (ELogFile* service = TheLogFile();
-            service != nullptr) { // a notice may come when the service is gone
+        if (ELogFile* service = TheLogFile(); service != nullptr) { // a notice may come when the service is gone
             service->CompleteTransfer(static_cast<ELogFileDeliverySpec*>(job));
         }
         return RC_OK;

@@ -8,6 +8,7 @@
 #include "config/EFileSpec.h"
 #include "delivery/ELogFileDeliverySpec.h"
 #include "intake/ELogInfo.h"
+#include "service/Guarded.h"
 
 #include <memory>
 
@@ -24,31 +25,45 @@ using Message = std::unique_ptr<EMailMessage, Releaser>;
 
 // One sending per file; the first carries the first file, the second the first two, and so on.
 EResult ELogFile::DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info) {
-    const Message message(m_pEMailService->CreateMessage(), Releaser{m_pEMailService});
-    if (message == nullptr || !LoadDefinition(job, message.get())) {
+    Message message(m_pEMailService->CreateMessage(), Releaser{m_pEMailService});
+    EStringArray files;
+    EString directory;
+    EPersistentString attachments;
+    const EResult loaded = Guarded([&] {
+        if (message == nullptr || !LoadDefinition(job, message.get())) {
+            return RC_MISSING;
+        }
+        // What is needed of the job is taken now: its notices may free it before the last sending has been started.
+        files.Copy(job->m_Files);
+        directory = job->m_SpoolDir;
+        attachments = message->m_Attachments;
+        return RC_OK;
+    });
+    if (Failed(loaded)) {
+        message.reset();
         CompleteJob(job);
         return 0;
     }
-    // What is needed of the job is taken now: its notices may free it before the last sending has been started.
-    EStringArray files;
-    files.Copy(job->m_Files);
-    const EString directory = job->m_SpoolDir;
-    const EPersistentString attachments = message->m_Attachments;
     bool allStarted = true;
     for (int i = 0; i < files.GetSize(); ++i) {
-        message->m_Attachments += L';';
-        message->m_Attachments += directory;
-        message->m_Attachments += files[i];
-        m_pEMailService->StoreMessage(message.get());
-        if (Failed(m_pEMailService->SendMessage(message->m_Name, &ELogFile::OnEMailComplete, job,
-                                                info->FirstEvent()))) {
+        // Lack of memory counts as a sending that could not be started: the job must end and the definition be put back.
+        const EResult started = Guarded([&] {
+            EString addition = L";";
+            addition += directory;
+            addition += files[i];
+            message->m_Attachments += addition;
+            m_pEMailService->StoreMessage(message.get());
+            return m_pEMailService->SendMessage(message->m_Name, &ELogFile::OnEMailComplete, job, info->FirstEvent());
+        });
+        if (Failed(started)) {
             m_pErrorReporter->Report(LEVEL_ERROR, SOURCE_LOG_FILE, MSG_EMAIL_NOT_STARTED);
             CountTransfer(job);
             allStarted = false;
         }
     }
-    message->m_Attachments = attachments;
+    message->m_Attachments = attachments; // takes no memory: the list has room for more than that
     m_pEMailService->StoreMessage(message.get());
+    message.reset();
     if (allStarted) {
         return 1;
     }

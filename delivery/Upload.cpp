@@ -45,19 +45,18 @@ public:
 // One upload with all files of the job; one notice ends it.
 EResult ELogFile::DeliverESFile(ELogFileDeliverySpec* job) {
     EString parameters[3];
-    const bool known = m_pNameService != nullptr &&
-                       !Failed(m_pNameService->GetUploadParameters(job->m_nNameId, &parameters[0],
-                                                                   &parameters[1], &parameters[2]));
+    const bool known =
+        m_pNameService != nullptr &&
+        !Failed(m_pNameService->GetUploadParameters(job->m_nNameId, &parameters[0], &parameters[1], &parameters[2]));
     OwnedUploadFiles files;
     if (!files.AddAll(*job)) {
         CompleteJob(job);
         return 0;
     }
     // The job may be finished and freed before the call returns.
-    const EResult started =
-        m_pUploadService->UploadFiles(&files, known ? &parameters[0] : nullptr,
-                                      known ? &parameters[1] : nullptr, known ? &parameters[2] : nullptr,
-                                      reinterpret_cast<unsigned long>(job), static_cast<ISMListener*>(this));
+    const EResult started = m_pUploadService->UploadFiles(
+        &files, known ? &parameters[0] : nullptr, known ? &parameters[1] : nullptr, known ? &parameters[2] : nullptr,
+        reinterpret_cast<unsigned long>(job), static_cast<ISMListener*>(this));
     if (Failed(started)) {
         m_pErrorReporter->Report(LEVEL_ERROR, SOURCE_LOG_FILE, MSG_UPLOAD_NOT_STARTED);
         CompleteJob(job);

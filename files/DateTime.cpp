@@ -6,14 +6,13 @@ namespace {
 
 constexpr int YEAR_BASE = 1900;
 
-// Appends a number of at most `digits` digits, with leading zeros.
-void AppendPadded(EString& out, int number, int digits) {
-    wchar_t text[8] = {};
-    for (int i = digits - 1; i >= 0; --i) {
-        text[i] = static_cast<wchar_t>(L'0' + number % 10);
-        number /= 10;
+// Appends a number of at most DIGITS digits, with leading zeros.
+template <int DIGITS>
+void AppendPadded(EString& out, int number) {
+    if constexpr (DIGITS > 1) {
+        AppendPadded<DIGITS - 1>(out, number / 10);
     }
-    out += text;
+    out += static_cast<wchar_t>(L'0' + number % 10);
 }
 
 // The letter seen last that may still become part of a token, and how many of it. One that is not completed is dropped.
@@ -45,7 +44,7 @@ EResult ELogFile::FormatTimeStr(ETime& time, EString& out) {
         case L'm':
         case L'S':
             if (pending.IsOne(*at)) {
-                AppendPadded(out, TimeField(time, *at), 2);
+                AppendPadded<2>(out, TimeField(time, *at));
                 pending.Clear();
             } else {
                 pending.Set(*at, 1);
@@ -53,7 +52,7 @@ EResult ELogFile::FormatTimeStr(ETime& time, EString& out) {
             break;
         case L's':
             if (pending.IsTwo(L's')) {
-                AppendPadded(out, time.m_nMillisecond, 3);
+                AppendPadded<3>(out, time.m_nMillisecond);
                 pending.Clear();
             } else {
                 pending.Set(L's', pending.IsOne(L's') ? 2 : 1);
@@ -75,7 +74,7 @@ EResult ELogFile::FormatDateStr(ETime& time, EString& out) {
         case L'M':
         case L'D':
             if (pending.IsOne(*at)) {
-                AppendPadded(out, *at == L'M' ? time.m_nMonth + 1 : time.m_nDay, 2);
+                AppendPadded<2>(out, *at == L'M' ? time.m_nMonth + 1 : time.m_nDay);
                 pending.Clear();
             } else {
                 pending.Set(*at, 1);
@@ -87,11 +86,10 @@ EResult ELogFile::FormatDateStr(ETime& time, EString& out) {
                 break;
             }
             if (at[1] == L'Y') {
-                AppendPadded(out, time.m_nYear + YEAR_BASE, 4);
-                at += at[2] == L'Y' ? 2
-                                    : 1; // three Y stand for the year as well, and what follows them is kept
+                AppendPadded<4>(out, time.m_nYear + YEAR_BASE);
+                at += at[2] == L'Y' ? 2 : 1; // three Y stand for the year as well, and what follows them is kept
             } else {
-                AppendPadded(out, time.m_nYear % 100, 2);
+                AppendPadded<2>(out, time.m_nYear % 100);
             }
             pending.Clear();
             break;

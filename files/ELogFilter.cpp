@@ -11,22 +11,30 @@ unsigned char* ELogFilter::ExpandOutput(EByteArray* out, int count) {
     return out->GetData() + end;
 }
 
-void ELogFilter::WriteASCII(const wchar_t* text, EByteArray* out) {
-    unsigned char* at = ExpandOutput(out, static_cast<int>(std::wcslen(text)));
-    for (; *text != L'\0'; ++text) {
-        *at++ = static_cast<unsigned char>(*text);
+unsigned char* ELogFilter::PutASCII(const wchar_t* text, std::size_t length, unsigned char* at) {
+    for (std::size_t i = 0; i < length; ++i) {
+        at[i] = static_cast<unsigned char>(text[i]);
     }
+    return at + length;
+}
+
+unsigned char* ELogFilter::PutUnicode(const wchar_t* text, std::size_t length, unsigned char* at) {
+    for (std::size_t i = 0; i < length; ++i) {
+        at = PutU16(at, static_cast<std::uint16_t>(text[i]));
+    }
+    return at;
+}
+
+void ELogFilter::WriteASCII(const wchar_t* text, EByteArray* out) {
+    const std::size_t length = std::wcslen(text);
+    PutASCII(text, length, ExpandOutput(out, static_cast<int>(length)));
 }
 
 void ELogFilter::WriteUnicode(const wchar_t* text, EByteArray* out) {
-    unsigned char* at = ExpandOutput(out, 2 * static_cast<int>(std::wcslen(text)));
-    for (; *text != L'\0'; ++text) {
-        at = PutU16(at, static_cast<std::uint16_t>(*text));
-    }
+    const std::size_t length = std::wcslen(text);
+    PutUnicode(text, length, ExpandOutput(out, 2 * static_cast<int>(length)));
 }
 
 void ELogFilter::WriteUTF8(const wchar_t* text, EByteArray* out) {
-    EByteArray bytes;
-    EUtility::Utf8Encode(text, bytes);
-    out->Append(bytes);
+    EUtility::Utf8Encode(text, *out);
 }

@@ -22,6 +22,10 @@ protected:
     // Appends `count` bytes to be filled in by the caller, and points to the first.
     unsigned char* ExpandOutput(EByteArray* out, int count);
 
+    // Put a text into room that ExpandOutput has given, and point behind it.
+    static unsigned char* PutASCII(const wchar_t* text, std::size_t length, unsigned char* at);
+    static unsigned char* PutUnicode(const wchar_t* text, std::size_t length, unsigned char* at);
+
     // Append a text without its end: the low 8 bits of each character, the low 16 bits of each little-endian, or UTF-8.
     void WriteASCII(const wchar_t* text, EByteArray* out);
     void WriteUnicode(const wchar_t* text, EByteArray* out);

@@ -4,13 +4,12 @@ namespace {
 
 constexpr const wchar_t* PAGE_HEAD_1 = L"<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0 Transitional//EN\">\n"
                                        L"<HTML><HEAD><TITLE>";
-constexpr const wchar_t* PAGE_HEAD_2 =
-    L"</TITLE>\n"
-    L"<META http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">\n"
-    L"</HEAD>\n"
-    L"<BODY>\n"
-    L"<TABLE cellspacing=\"0\" cellpadding=\"4\" border=\"1\">\n"
-    L"<THEAD>\n";
+constexpr const wchar_t* PAGE_HEAD_2 = L"</TITLE>\n"
+                                       L"<META http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">\n"
+                                       L"</HEAD>\n"
+                                       L"<BODY>\n"
+                                       L"<TABLE cellspacing=\"0\" cellpadding=\"4\" border=\"1\">\n"
+                                       L"<THEAD>\n";
 constexpr const wchar_t* HEAD_ROWS_END = L"</THEAD>\n<TBODY>\n";
 constexpr const wchar_t* ROW_START = L"<TR>\n";
 constexpr const wchar_t* ROW_END = L"</TR>\n";

@@ -15,7 +15,7 @@ public:
     void SetDelimeter(const wchar_t* delimiter);
 
 private:
-    void Write(const wchar_t* text, EByteArray* out);
+    unsigned char* Put(const EString& text, unsigned char* at) const;
 
     EString m_Delimiter;
 };

@@ -11,13 +11,6 @@ bool Write(EFileIO& file, const EByteArray& bytes) {
     return file.WriteToFile(bytes.GetData(), static_cast<unsigned long>(bytes.GetSize()), written) != 0;
 }
 
-// Whether a row of `length` bytes needs a new file: the present one is empty or would pass the limit. Sizes are unsigned
-// 32-bit numbers, and so is their sum.
-bool NeedsNewFile(const EFileSpec& spec, std::uint32_t size, std::uint32_t length) {
-    const int limit = spec.m_MaxFileSize;
-    return size == 0 || (limit > 0 && size + length > static_cast<std::uint32_t>(limit));
-}
-
 } // namespace
 
 int ELogFile::StartFile(EFileSpec* spec) {
@@ -30,7 +23,11 @@ int ELogFile::StartFile(EFileSpec* spec) {
     if (!file.IsOpen()) {
         return 0;
     }
-    if (file.GetFileSize() == 0) { // otherwise the file is continued, without a second header
+    const bool empty = file.GetFileSize() == 0;
+    if (!file.IsSizeKnown()) {
+        return 0; // a header would replace the rows that may stand there
+    }
+    if (empty) { // otherwise the file is continued, without a second header
         const EString noTitle;
         EByteArray header;
         spec->m_pFilter->FormatHeader(&noTitle, &spec->m_Headers, &header);
@@ -56,8 +53,7 @@ int ELogFile::StopFile(EFileSpec* spec) {
         if (!file.IsOpen()) {
             return 0;
         }
-        file.PositionFile(0, FILE_POSITION_END);
-        if (!Write(file, footer)) {
+        if (file.PositionFile(0, FILE_POSITION_END) == 0 || !Write(file, footer)) {
             return 0;
         }
     }
@@ -86,25 +82,20 @@ void ELogFile::WriteToFile(EFileSpec* spec, const EStringArray* row) {
             return;
         }
     }
-    EByteArray bytes;
-    spec->m_pFilter->FormatRow(row, &bytes);
-    if (!AppendRow(spec, bytes, true) && RestartFile(spec) != 0) {
-        AppendRow(spec, bytes, false);
+    m_RowBytes.SetSize(0, -1);
+    spec->m_pFilter->FormatRow(row, &m_RowBytes);
+    if (!AppendRow(spec, m_RowBytes, true) && RestartFile(spec) != 0) {
+        AppendRow(spec, m_RowBytes, false);
     }
 }
 
-// Appends the row to the current file. With `limited`, false when a new file is needed first; a row that cannot be
-// written is dropped.
+// Appends the row to the current file. With `limited`, false when a new file is needed first: the present one is empty or
+// would pass the limit. A row that cannot be written is dropped.
 bool ELogFile::AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited) {
-    EFileIO file(spec->m_CurrentFile, EFileIO::OPEN_FOR_WRITING);
-    if (!file.IsOpen()) {
-        return true;
-    }
-    const std::uint32_t size = file.GetFileSize();
-    if (limited && NeedsNewFile(*spec, size, static_cast<std::uint32_t>(bytes.GetSize()))) {
-        return false;
-    }
-    file.PositionFile(0, FILE_POSITION_END);
-    Write(file, bytes);
-    return true;
+    constexpr std::uint32_t NO_LIMIT = UINT32_MAX;
+    const int limit = spec->m_MaxFileSize;
+    bool fits = true;
+    EFileIO::AppendToFile(spec->m_CurrentFile, bytes.GetData(), static_cast<unsigned long>(bytes.GetSize()),
+                          limited ? 1 : 0, limited && limit > 0 ? static_cast<std::uint32_t>(limit) : NO_LIMIT, fits);
+    return fits;
 }

@@ -8,34 +8,33 @@
 
 namespace {
 
-EString Expand(IKernelService* service, EFileSpec* spec, int index, const ETimeStamp* time) {
+// A name never leads into another directory.
+wchar_t Harmless(wchar_t character) {
+    return character == L':' || character == L'/' ? L'-' : character;
+}
+
+void AppendExpanded(IKernelService* service, const EFileSpec& spec, int index, const ETimeStamp* time, EString& name) {
     EONEVENTSTRUCT record;
     record.m_TimeStamp = *time;
     record.m_nIndex = index;
-    EscFilter filter(service, spec->m_FileName, &record, false, time, -1);
-    EString text;
+    EscFilter filter(service, spec.m_FileName, &record, false, time, -1);
     int stop = 0;
     for (const wchar_t* piece = filter.GetNextPiece(stop); piece != nullptr && stop == 0;
          piece = filter.GetNextPiece(stop)) {
-        text += piece;
+        for (; *piece != L'\0'; ++piece) {
+            name += Harmless(*piece);
+        }
     }
-    return text;
 }
 
 } // namespace
 
-void ELogFile::CalcFileName(EFileSpec* spec, int index, const ETimeStamp* time, bool withPath,
-                            EString& name) {
-    EString text = Expand(this, spec, index, time);
-    text.Replace(L":", L"-");
-    text.Replace(L"/", L"-"); // a name never leads into another directory
+void ELogFile::CalcFileName(EFileSpec* spec, int index, const ETimeStamp* time, bool withPath, EString& name) {
+    name.Empty();
     if (withPath) {
-        const EString& directory =
-            spec->m_DeliveryMode == DELIVERY_NONE ? spec->m_LogPath : spec->m_SpoolPath;
-        name = directory + text;
-    } else {
-        name = text;
+        name += spec->m_DeliveryMode == DELIVERY_NONE ? spec->m_LogPath : spec->m_SpoolPath;
     }
+    AppendExpanded(this, *spec, index, time, name);
     const ELock lock(m_NameMutex, MUTEX_NAME);
     spec->m_CurrentFile = name;
 }

@@ -8,6 +8,7 @@
 #include "config/EFileSpec.h"
 #include "delivery/ELogFileDeliverySpec.h"
 #include "intake/ELogInfo.h"
+#include "service/Guarded.h"
 
 #include <memory>
 #include <new>
@@ -26,15 +27,18 @@ EResult ELogFile::ProcessDelivery(ELogInfo* info) {
     std::unique_ptr<ELogFileDeliverySpec> made;
     try {
         made = std::make_unique<ELogFileDeliverySpec>(this, spec, directory);
+        if (m_pNameService != nullptr) {
+            EString name = spec->m_Name;
+            m_pNameService->ParseName(&name, &made->m_nNameId);
+        }
+        const ELock lock(m_DeliveryMutex, MUTEX_NAME);
+        m_Deliveries.Reserve(); // a job that has taken files must not fail to enter the list
     } catch (const std::bad_alloc&) {
         m_pErrorReporter->Report(LEVEL_WARNING, SOURCE_LOG_FILE, MSG_NOT_CREATED, L"Delivery failed");
         return RC_NOT_MADE;
     }
-    if (m_pNameService != nullptr) {
-        EString name = spec->m_Name;
-        m_pNameService->ParseName(&name, &made->m_nNameId);
-    }
-    StopFile(spec);
+    Guarded([&] { return static_cast<EResult>(StopFile(spec)); });
+    spec->m_bFileStarted = false; // its file goes away, even when the footer could not be written
     MoveFilesToJob(spec, made.get());
     if (made->m_Files.GetSize() == 0) {
         EFileIO::RemoveDir(directory);
@@ -47,8 +51,7 @@ EResult ELogFile::ProcessDelivery(ELogInfo* info) {
         m_Deliveries.AddTail(job);
         (void)made.release();
     }
-    const EResult started =
-        spec->m_DeliveryMode == DELIVERY_UPLOAD ? DeliverESFile(job) : DeliverEMail(job, info);
+    const EResult started = spec->m_DeliveryMode == DELIVERY_UPLOAD ? DeliverESFile(job) : DeliverEMail(job, info);
     return started == 0 ? RC_MISSING : RC_OK;
 }
 
@@ -64,15 +67,21 @@ bool ELogFile::CanDeliver(const EFileSpec& spec) {
     }
 }
 
+// A file that cannot be moved, be it for lack of memory, stays where it is; the others are delivered.
 void ELogFile::MoveFilesToJob(EFileSpec* spec, ELogFileDeliverySpec* job) {
     for (int i = 0; i < spec->m_NumFiles; ++i) {
-        EString name;
-        CalcFileName(spec, i, &spec->m_FileTime, false, name);
-        const EString source = spec->m_SpoolPath + name;
-        const EString target = job->m_SpoolDir + name;
         const int count = job->m_Files.GetSize();
-        job->m_Files.SetAtGrow(count, name); // room first: a file that has moved must be in the list
-        if (EFileIO::RenameFile(source, target) == 0) {
+        bool moved = false;
+        Guarded([&] {
+            EString name;
+            CalcFileName(spec, i, &spec->m_FileTime, false, name);
+            const EString source = spec->m_SpoolPath + name;
+            const EString target = job->m_SpoolDir + name;
+            job->m_Files.SetAtGrow(count, name); // first: a file that has moved must be in the list
+            moved = EFileIO::RenameFile(source, target) != 0;
+            return RC_OK;
+        });
+        if (!moved) {
             job->m_Files.SetSize(count, -1);
         }
     }

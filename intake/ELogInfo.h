@@ -21,10 +21,16 @@ public:
     ~ELogInfo() = default;
 
     // The first record, or null when there is none.
-    EONEVENTSTRUCT* FirstEvent() const { return m_nEventCount > 0 ? m_ppEvents[0].get() : nullptr; }
+    EONEVENTSTRUCT* FirstEvent() const { return m_nEventCount > 0 ? m_pEvents : nullptr; }
 
     EFileSpec* m_pFileSpec; // not owned; lives as long as the service
     ActionType m_Action;
     std::uint32_t m_nEventCount;
-    std::unique_ptr<std::unique_ptr<EONEVENTSTRUCT>[]> m_ppEvents; // null: made without records
+    EONEVENTSTRUCT* m_pEvents = nullptr; // m_nEventCount of them; null: made without records
+
+private:
+    void MakeRoom();
+
+    EONEVENTSTRUCT m_Single; // nearly every request has one record, which then costs no allocation of its own
+    std::unique_ptr<EONEVENTSTRUCT[]> m_Several;
 };

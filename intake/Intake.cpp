@@ -82,9 +82,8 @@ EResult ELogFile::Log(EString& name, int action, unsigned long count, EONEVENTST
     });
 }
 
-EResult ELogFile::Invoke(EString& actionName, EString& name,
-                         ETypedPtrList<EPtrList, EAttribute*>* /*attributes*/, unsigned long count,
-                         EONEVENTSTRUCT* records, IErrorListener* /*listener*/) {
+EResult ELogFile::Invoke(EString& actionName, EString& name, ETypedPtrList<EPtrList, EAttribute*>* /*attributes*/,
+                         unsigned long count, EONEVENTSTRUCT* records, IErrorListener* /*listener*/) {
     if (count == 0 || records == nullptr) {
         return RC_NO_RECORD;
     }

@@ -14,6 +14,13 @@ namespace {
 constexpr std::int32_t CODE_NO_VALUE = 274; // marks a snapshot record whose cell stays empty
 constexpr const wchar_t* BAD_VALUE = L"????";
 
+// Appends an empty cell, to be filled in before the next one is appended.
+EString& NewCell(EStringArray& cells) {
+    const int index = cells.GetSize();
+    cells.SetSize(index + 1, -1);
+    return cells[index];
+}
+
 void Append(EStringArray& cells, const wchar_t* text) {
     cells.SetAtGrow(cells.GetSize(), text);
 }
@@ -32,17 +39,16 @@ bool HasPrefix(const EONEVENTSTRUCT& record) {
                        [](std::int32_t number) { return number != 0; });
 }
 
-EString SnapShotCell(const EONEVENTSTRUCT& record) {
+void FillSnapShotCell(const EONEVENTSTRUCT& record, EString& cell) {
     if (record.m_nCode == CODE_NO_VALUE) {
-        return {};
+        return;
     }
     const std::uint32_t quality = record.m_Value.GetQuality();
     if (quality == CDataValue::QUALITY_BAD || quality == CDataValue::QUALITY_UNCERTAIN) {
-        return BAD_VALUE;
+        cell = BAD_VALUE;
+        return;
     }
-    EString text;
-    record.m_Value.GetString(text, 0, 0, 0);
-    return text;
+    record.m_Value.GetString(cell, 0, 0, 0);
 }
 
 // The name service hears every name before it is used; the row has the name as it was reported.
@@ -83,18 +89,19 @@ EResult ELogFile::ProcessLogFile(ELogInfo* info) {
     return RC_OK; // a kind that only a damaged or newer file of saved requests can bring
 }
 
+EStringArray& ELogFile::NewRow() {
+    m_Row.SetSize(0, -1);
+    return m_Row;
+}
+
 void ELogFile::AppendDateAndTime(const ETimeStamp& stamp, EStringArray& row) {
-    ETime time(stamp);
-    EString text;
-    FormatDateStr(time, text);
-    Append(row, text);
-    text.Empty();
-    FormatTimeStr(time, text);
-    Append(row, text);
+    m_RowTime.SetStamp(stamp);
+    FormatDateStr(m_RowTime, NewCell(row));
+    FormatTimeStr(m_RowTime, NewCell(row));
 }
 
 void ELogFile::ProcessAlarm(EFileSpec* spec, const EONEVENTSTRUCT& record) {
-    EStringArray row;
+    EStringArray& row = NewRow();
     AppendDateAndTime(record.m_TimeStamp, row);
     ParseRecordName(m_pNameService, record);
     for (const wchar_t* text : {record.m_pszName, record.m_pszText, record.m_pszSource, record.m_pszDetail}) {
@@ -102,36 +109,33 @@ void ELogFile::ProcessAlarm(EFileSpec* spec, const EONEVENTSTRUCT& record) {
     }
     Append(row, (record.m_wState & EONEVENTSTRUCT::STATE_ACTIVE) != 0 ? L"Active" : L"Not Active");
     Append(row, (record.m_wState & EONEVENTSTRUCT::STATE_ACKED) != 0 ? L"ACKED" : L"Not ACKED");
-    EString text;
-    text.Format(L"%d", record.m_nAlarmNumber);
-    Append(row, text);
-    record.m_Value.GetString(text, 0, 0, 0);
-    Append(row, text);
+    CDataValue number;
+    number.SetInteger(record.m_nAlarmNumber);
+    number.GetString(NewCell(row), 0, 0, 0);
+    record.m_Value.GetString(NewCell(row), 0, 0, 0);
 
     SetHeadings(spec, m_AlarmHeaders, m_AlarmTitle);
     WriteToFile(spec, &row);
 }
 
 void ELogFile::ProcessEvent(EFileSpec* spec, const EONEVENTSTRUCT& record) {
-    ETime time(record.m_TimeStamp);
+    m_RowTime.SetStamp(record.m_TimeStamp);
     EString date;
     EString clock;
-    FormatDateStr(time, date);
-    FormatTimeStr(time, clock);
+    FormatDateStr(m_RowTime, date);
+    FormatTimeStr(m_RowTime, clock);
     const wchar_t* dateText = date;
     const wchar_t* clockText = clock;
 
-    EString cell;
+    EStringArray& row = NewRow();
+    EString& cell = NewCell(row);
     if (HasPrefix(record)) {
         const auto& numbers = record.m_nPrefixNumbers;
-        cell.Format(L"[%2d, %2d, %2d, %3d] %s %s %s %s: %s", numbers[0], numbers[1], numbers[2], numbers[3],
-                    dateText, clockText, record.m_pszSource, record.m_pszName, record.m_pszText);
+        cell.Format(L"[%2d, %2d, %2d, %3d] %s %s %s %s: %s", numbers[0], numbers[1], numbers[2], numbers[3], dateText,
+                    clockText, record.m_pszSource, record.m_pszName, record.m_pszText);
     } else {
-        cell.Format(L"%s %s %s %s: %s", dateText, clockText, record.m_pszSource, record.m_pszName,
-                    record.m_pszText);
+        cell.Format(L"%s %s %s %s: %s", dateText, clockText, record.m_pszSource, record.m_pszName, record.m_pszText);
     }
-    EStringArray row;
-    Append(row, cell);
 
     SetHeadings(spec, m_EventHeaders, m_EventTitle);
     WriteToFile(spec, &row);
@@ -142,9 +146,9 @@ void ELogFile::ProcessSnapShot(ELogInfo* info) {
     if (!spec->m_bHeadersSet) {
         spec->m_Headers.Copy(m_SnapShotHeaders);
     }
-    EStringArray row;
+    EStringArray& row = NewRow();
     for (std::uint32_t i = 0; i < info->m_nEventCount; ++i) {
-        const EONEVENTSTRUCT& record = *info->m_ppEvents[i];
+        const EONEVENTSTRUCT& record = info->m_pEvents[i];
         ParseRecordName(m_pNameService, record);
         if (!spec->m_bHeadersSet) {
             Append(spec->m_Headers, record.m_pszName);
@@ -152,7 +156,7 @@ void ELogFile::ProcessSnapShot(ELogInfo* info) {
         if (i == 0) {
             AppendDateAndTime(GetEventTimeStamp(&record, &record.m_Value), row);
         }
-        Append(row, SnapShotCell(record));
+        FillSnapShotCell(record, NewCell(row));
     }
     if (!spec->m_bHeadersSet) {
         spec->m_Title = m_SnapShotTitle;

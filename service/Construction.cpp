@@ -8,6 +8,8 @@
 #include "config/EFileSpec.h"
 #include "delivery/ELogFileDeliverySpec.h"
 #include "intake/ELogInfo.h"
+#include "service/Entry.h"
+#include "service/Guarded.h"
 
 namespace {
 
@@ -48,6 +50,9 @@ void ELogFile::Initialize() {
 
 // The worker has ended and nobody calls any more: PrepareToStop came first.
 ELogFile::~ELogFile() {
+    if (TheLogFile() == this) {
+        SetTheLogFile(nullptr); // not every way here leads through Stop
+    }
     DiscardRequests();
     const ELock lock(m_FileSpecMutex, MUTEX_NAME);
     DestroyFileSpecs();
@@ -66,16 +71,17 @@ void ELogFile::DiscardRequests() {
 }
 
 void ELogFile::DestroyFileSpecs() {
-    EString name;
-    void* value = nullptr;
-    for (auto position = m_FileSpecs.GetStartPosition(); position != nullptr;) {
-        m_FileSpecs.GetNextAssoc(position, name, value);
-        auto* spec = static_cast<EFileSpec*>(value);
+    // Without copies of the names: a destructor has nobody to tell that memory has run out.
+    for (auto position = m_FileSpecs.GetStartPosition(); position != nullptr; position = position->m_pNext) {
+        auto* spec = static_cast<EFileSpec*>(position->m_pValue);
         if (spec == nullptr) {
             continue;
         }
         if (spec->m_DeliveryMode != DELIVERY_NONE) {
-            DeleteFiles(spec);
+            Guarded([&] {
+                DeleteFiles(spec);
+                return RC_OK;
+            });
         }
         spec->DestroyObject();
     }

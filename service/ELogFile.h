@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/EByteArray.h"
 #include "base/EMAILSTATUS.h"
 #include "base/EMapStringToPtr.h"
 #include "base/EMutex.h"
@@ -10,6 +11,7 @@
 #include "base/EString.h"
 #include "base/EStringArray.h"
 #include "base/EThread.h"
+#include "base/ETime.h"
 #include "base/ETimeStamp.h"
 #include "base/IAction.h"
 #include "base/ILogFile.h"
@@ -20,13 +22,11 @@
 #include <cstdint>
 
 class CDataValue;
-class EByteArray;
 class EFileIO;
 class EFileSpec;
 class ELogFileDeliverySpec;
 class ELogInfo;
 class EONEVENTSTRUCT;
-class ETime;
 class IEMailService;
 class IErrorReporter;
 class IKernelControl;
@@ -52,11 +52,7 @@ constexpr const wchar_t* KERNEL_LOG_NAME = L"KernelLog";
 //
 // Errors. Interface operations return an EResult and let no exception out; the operations of the file group answer 1 or
 // 0, and a row that cannot be written is dropped.
-class ELogFile : public CKernelService,
-                 public ILogFile,
-                 public IAction,
-                 public ENotifyTrigger,
-                 public ISMListener {
+class ELogFile : public CKernelService, public ILogFile, public IAction, public ENotifyTrigger, public ISMListener {
 public:
     // The most requests that may wait; a further one is dropped.
     static constexpr int QUEUE_LIMIT = 512;
@@ -105,8 +101,7 @@ public:
     // files/: texts, names and files, wherever requests are processed. Both texts are appended; 0.
     EResult FormatDateStr(ETime& time, EString& out);
     EResult FormatTimeStr(ETime& time, EString& out);
-    // The name of a file of the set, with its directory in front or bare; also becomes the specification's
-    // m_CurrentFile.
+    // The name of a file of the set, with its directory in front or bare; it also becomes m_CurrentFile.
     void CalcFileName(EFileSpec* spec, int index, const ETimeStamp* time, bool withPath, EString& name);
     void RotateFiles(EFileSpec* spec, const ETimeStamp* previous);
     void DeleteFiles(EFileSpec* spec);
@@ -154,7 +149,7 @@ public:
     EPtrList m_Deliveries{4};             // ELogFileDeliverySpec*, owned
     EMutex m_DeliveryMutex{MUTEX_NAME};   // guards m_Deliveries
     EMutex m_CompletionMutex{MUTEX_NAME}; // one completion at a time
-    EMutex m_NameMutex{MUTEX_NAME}; // guards m_CurrentFile of the specifications against GetAgentLogFile
+    EMutex m_NameMutex{MUTEX_NAME};       // guards m_CurrentFile of the specifications against GetAgentLogFile
 
 private:
     // service/
@@ -176,6 +171,7 @@ private:
     void WriteEventNow(EONEVENTSTRUCT* record);
     void WriteEarlyEvents();
     ELogInfo* TakeRequest();
+    EStringArray& NewRow();
     void AppendDateAndTime(const ETimeStamp& stamp, EStringArray& row);
     void ProcessAlarm(EFileSpec* spec, const EONEVENTSTRUCT& record);
     void ProcessEvent(EFileSpec* spec, const EONEVENTSTRUCT& record);
@@ -187,9 +183,15 @@ private:
     // files/
     bool AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited);
 
+    // The row under way: its time, its cells and its bytes. Kept from row to row: most rows come in the same minute as
+    // the one before, and none has to allocate anything.
+    ETime m_RowTime{ETimeStamp{}};
+    EStringArray m_Row;
+    EByteArray m_RowBytes;
+
     // delivery/
     bool IsDelivering(const ELogFileDeliverySpec* job);
-    void CountTransfer(ELogFileDeliverySpec* job); // one more has finished, without a look at the job's end
+    void CountTransfer(ELogFileDeliverySpec* job);    // one more has finished, without a look at the job's end
     void CompleteTransfer(ELogFileDeliverySpec* job); // one more has finished
     void CompleteIfDone(ELogFileDeliverySpec* job);   // ends the job when all have finished
     void CompleteJob(ELogFileDeliverySpec* job);      // all have finished

@@ -43,7 +43,9 @@ EResult ELogFile::PrepareToStart() {
         if (m_pStringTable == nullptr) {
             return RC_MISSING;
         }
-        EPersistent::AddFactory(new EFileSpec);
+        if (const EResult added = EPersistent::AddFactory(new EFileSpec); Failed(added)) {
+            return added; // unknown to the base library, every configured log file would be left out
+        }
         m_State = STATE_PREPARED;
         return RC_OK;
     });
@@ -66,8 +68,8 @@ EResult ELogFile::PreStart() {
         if (HasBits(m_State, STATE_PRE_STARTED)) {
             return RC_OK;
         }
-        if (m_pKernelControl->IsRestoreWanted() != 0 &&
-            RestorePendingLogEntries(PendingEntriesPath()) != RC_OK) {
+        const auto restore = [this] { return RestorePendingLogEntries(PendingEntriesPath()); };
+        if (m_pKernelControl->IsRestoreWanted() != 0 && Guarded(restore) != RC_OK) {
             m_pErrorReporter->Report(LEVEL_ERROR, SOURCE_KERNEL, MSG_PENDING_NOT_RESTORED);
             m_pKernelControl->Operation9(1);
             m_pKernelControl->Operation6(0);

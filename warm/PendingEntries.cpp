@@ -55,10 +55,9 @@ EResult ELogFile::SaveLogInfo(EFileIO* file, ELogInfo* info) {
         return RC_NO_FILE_SPEC;
     }
     bool saved = info->m_pFileSpec->m_Name.Save(file) != 0 &&
-                 PutNumber(file, static_cast<std::uint32_t>(info->m_Action)) &&
-                 PutNumber(file, info->m_nEventCount);
+                 PutNumber(file, static_cast<std::uint32_t>(info->m_Action)) && PutNumber(file, info->m_nEventCount);
     for (std::uint32_t i = 0; saved && i < info->m_nEventCount; ++i) {
-        saved = info->m_ppEvents[i]->Save(file) != 0;
+        saved = info->m_pEvents[i].Save(file) != 0;
     }
     return saved ? RC_OK : RC_WRITE;
 }
@@ -95,7 +94,7 @@ EResult ELogFile::RestoreLogInfo(EFileIO* file) {
     }
     auto request = std::make_unique<ELogInfo>(spec, static_cast<ActionType>(action), count);
     for (std::uint32_t i = 0; i < count; ++i) {
-        if (request->m_ppEvents[i]->Restore(file) == 0) {
+        if (request->m_pEvents[i].Restore(file) == 0) {
             return RC_READ;
         }
     }

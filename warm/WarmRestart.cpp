@@ -39,7 +39,9 @@ EResult ListSections(WARM_RESTART_STRUCT* info) {
 EString ELogFile::PendingEntriesPath() {
     EString path;
     unsigned long exists = 0;
-    EPersistent::GetSectionFilename(LOGFILE_WR_FILE_NAME, path, exists);
+    if (Failed(EPersistent::GetSectionFilename(LOGFILE_WR_FILE_NAME, path, exists))) {
+        throw std::bad_alloc(); // the only reason; an empty path would pass for one where nothing was saved
+    }
     return path;
 }
 
