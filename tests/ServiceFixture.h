@@ -1,6 +1,8 @@
 #pragma once
 
+#include "base/ELock.h"
 #include "config/EFileSpec.h"
+#include "intake/ELogInfo.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"
 #include "tests/Workplace.h"
@@ -40,6 +42,21 @@ protected:
     }
 
     EFileSpec* Spec(const wchar_t* name = L"Log") { return m_pService->FindFileSpec(name); }
+
+    // The waiting requests, oldest first, each as the texts of its records: "first,second".
+    std::vector<std::string> Queued() {
+        std::vector<std::string> queued;
+        const ELock lock(m_pService->m_QueueMutex, MUTEX_NAME);
+        for (auto at = m_pService->m_LogQueue.GetHeadPosition(); at != nullptr;) {
+            const auto* request = static_cast<ELogInfo*>(m_pService->m_LogQueue.GetNext(at));
+            std::string texts;
+            for (std::uint32_t i = 0; i < request->m_nEventCount; ++i) {
+                texts += (i > 0 ? "," : "") + Narrow(request->m_pEvents[i].m_pszText);
+            }
+            queued.push_back(texts);
+        }
+        return queued;
+    }
 
     Workplace m_Workplace;
     TestKernel m_Kernel;

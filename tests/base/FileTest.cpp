@@ -51,8 +51,14 @@ TEST(File, OpeningNeverCutsAndCreatesOnlyForWriting) {
     unsigned long read = 77;
     EXPECT_FALSE(EFileIO(Wide(dir.Path()), 10).ReadFrmFile(&byte, 1, read)) << "a directory";
     EXPECT_EQ(read, 0U);
-    EFileIO reader(Wide(dir.Path("there")), 10);
-    EXPECT_FALSE(Write(reader, "new"));
+    const int next = dup(STDIN_FILENO); // the lowest free number, which the file gets
+    close(next);
+    {
+        EFileIO reader(Wide(dir.Path("there")), 10);
+        EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
+        EXPECT_FALSE(Write(reader, "new"));
+    }
+    EXPECT_EQ(fcntl(next, F_GETFD), -1);
     EXPECT_EQ(ReadWhole(dir.Path("there")), "old");
 }
 
@@ -69,17 +75,6 @@ TEST(File, NamesAreUtf8OnDisk) {
     EXPECT_FALSE(EFileIO::RenameFile(good, lone));
     EXPECT_FALSE(EFileIO(base + EString(std::wstring(5000, L'x').c_str()), 20).IsOpen());
     EXPECT_EQ(std::distance(fs::directory_iterator(dir.Path()), fs::directory_iterator()), 1);
-}
-
-TEST(File, IsClosedOnExecAndByItsDestructor) {
-    const TempDir dir;
-    const int next = dup(STDIN_FILENO); // the lowest free number, which the file gets
-    close(next);
-    {
-        const EFileIO file(Wide(dir.Path("file")), 20);
-        EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
-    }
-    EXPECT_EQ(fcntl(next, F_GETFD), -1);
 }
 
 TEST(File, AppendsAndReadsAtItsPosition) {
@@ -151,31 +146,32 @@ TEST(File, PastFourGigabytesTheSizeSaturatesAndAppendingFindsTheEnd) {
 
 TEST(File, OperationsByName) {
     const TempDir dir;
-    const auto path = [&dir](const char* name) { return Wide(dir.Path(name)); };
+    const EString a = Wide(dir.Path("a"));
+    const EString b = Wide(dir.Path("b"));
+    const EString d = Wide(dir.Path("d"));
     WriteWhole(dir.Path("a"), "aaaa");
     WriteWhole(dir.Path("b"), "b");
-    EXPECT_TRUE(EFileIO::RenameFile(path("a"), path("b")));
+    EXPECT_TRUE(EFileIO::RenameFile(a, b));
     EXPECT_EQ(ReadWhole(dir.Path("b")), "aaaa");
-    EXPECT_FALSE(EFileIO::RenameFile(path("a"), path("b")));
-    EXPECT_TRUE(EFileIO::SetFileSize(path("b"), 2));
-    EXPECT_TRUE(EFileIO::SetFileSize(path("b"), 3));
+    EXPECT_FALSE(EFileIO::RenameFile(a, b));
+    EXPECT_TRUE(EFileIO::SetFileSize(b, 2));
+    EXPECT_TRUE(EFileIO::SetFileSize(b, 3));
     EXPECT_EQ(ReadWhole(dir.Path("b")), std::string("aa\0", 3));
-    EXPECT_FALSE(EFileIO::SetFileSize(path("missing"), 0));
-    EXPECT_FALSE(EFileIO::DeleteFile(path("missing"), false));
-    EXPECT_FALSE(fs::exists(dir.Path("missing")));
+    EXPECT_FALSE(EFileIO::SetFileSize(a, 0));
+    EXPECT_FALSE(EFileIO::DeleteFile(a, false));
+    EXPECT_FALSE(EFileIO::Exists(a, nullptr));
 
-    EXPECT_TRUE(EFileIO::CreateDir(path("d")));
-    EXPECT_FALSE(EFileIO::CreateDir(path("d")));
-    EXPECT_FALSE(EFileIO::CreateDir(path("none/d")));
-    EXPECT_TRUE(EFileIO::RenameFile(path("b"), path("d/c")));
+    EXPECT_TRUE(EFileIO::CreateDir(d));
+    EXPECT_FALSE(EFileIO::CreateDir(d));
+    EXPECT_FALSE(EFileIO::CreateDir(a + EString(L"/d")));
+    EXPECT_TRUE(EFileIO::RenameFile(b, d + EString(L"/c")));
     unsigned long mode = 0;
-    EXPECT_TRUE(EFileIO::Exists(path("d/c"), &mode));
+    EXPECT_TRUE(EFileIO::Exists(d + EString(L"/c"), &mode));
     EXPECT_TRUE(S_ISREG(mode));
-    EXPECT_FALSE(EFileIO::Exists(path("b"), nullptr));
-    EXPECT_FALSE(EFileIO::RemoveDir(path("d")));
-    EXPECT_TRUE(EFileIO::DeleteFile(path("d/c"), false));
-    EXPECT_TRUE(EFileIO::RemoveDir(path("d")));
-    EXPECT_FALSE(fs::exists(dir.Path("d")));
+    EXPECT_FALSE(EFileIO::RemoveDir(d));
+    EXPECT_TRUE(EFileIO::DeleteFile(d + EString(L"/c"), false));
+    EXPECT_TRUE(EFileIO::RemoveDir(d));
+    EXPECT_TRUE(fs::is_empty(dir.Path()));
 
     wchar_t separators[] = L"c:\\logs\\\\a/b\\";
     EFileIO::ConvertPathString(separators);

@@ -71,8 +71,8 @@ TEST(Record, DeepCopyOutlivesItsSourceInOneAllocation) {
     EXPECT_EQ(Described(assigned), described);
 }
 
-TEST(Record, SavedBytes) {
-    const unsigned char expected[] = {
+TEST(Record, SavedBytesAndEveryTypeOfValueComeBack) {
+    const unsigned char bytes[] = {
         0x01, 0x21, 0x43, 0x65, 0xE7, 0x03,                      // time stamp
         0xFE, 0xFF, 0xFF, 0xFF, 0x04, 0x03, 0x02, 0x01, 6,    0, // code, alarm number, state
         1,    0,    0,    0,    0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0x7F, 0,   0, 0, 0x80, // prefix numbers
@@ -81,19 +81,7 @@ TEST(Record, SavedBytes) {
         0x9A, 0x99, 0x99, 0x99, 0x99, 0x99, 0xB9, 0x3F,                // value: number
         1,    0,    0,    0,    2,    0,    0,    0,    0,    0,    0,    0,    1,   0, 0, 0,    0, 0, 0, 0, // lengths
         'N',  0,    0,    0,    0xE9, 0,    0,    0,    0x00, 0xF6, 0x01, 0,    'd', 0, 0, 0};
-    const TempDir dir;
-    {
-        EFileIO file(Wide(dir.Path("record")), EFileIO::OPEN_FOR_WRITING);
-        EXPECT_TRUE(Filled().Save(&file));
-        EXPECT_TRUE(EONEVENTSTRUCT().Save(&file));
-    }
-    const std::string bytes = ReadWhole(dir.Path("record"));
-    EXPECT_EQ(bytes.substr(0, sizeof expected), std::string(std::begin(expected), std::end(expected)));
-    EXPECT_EQ(bytes.size(), sizeof expected + EONEVENTSTRUCT::SAVED_SIZE_MIN);
-}
-
-TEST(Record, EveryTypeOfValueComesBack) {
-    CDataValue values[7];
+    CDataValue values[8] = {Filled().m_Value};
     values[1].SetBoolean(true);
     values[2].SetBoolean(false);
     values[3].SetInteger(INT64_MIN);
@@ -109,6 +97,7 @@ TEST(Record, EveryTypeOfValueComesBack) {
             ASSERT_TRUE(record.Save(&file));
         }
     }
+    EXPECT_EQ(ReadWhole(dir.Path("records")).substr(0, sizeof bytes), std::string(std::begin(bytes), std::end(bytes)));
     EFileIO file(Wide(dir.Path("records")), EFileIO::OPEN_FOR_READING);
     EONEVENTSTRUCT restored;
     for (const CDataValue& value : values) {

@@ -27,8 +27,8 @@ TEST(String, FormatFollowsWidePrintf) {
     ExpectFormat(L"<\u00c4rger|\u00c4rger||    >", L"<%s|%ls|%s|%4s>", word, word, none, none);
     ExpectFormat(L"<   \u00c4rger|\u00c4rger   |\u00c4rg|    \u00c4r>", L"<%8s|%-8s|%.3s|%6.2s>", word, word, word,
                  word);
-    ExpectFormat(L"<   \u00c4rger|\u00c4rger  |\u00c4|\u00c4rger >", L"<%*s|%-*s|%.*s|%*s>", 8, word, 7, word, 1, word,
-                 -6, word);
+    ExpectFormat(L"<   \u00c4rger|\u00c4rger  |\u00c4|\u00c4rger |\u00c4rger>", L"<%*s|%-*s|%.*s|%*s|%.*s>", 8, word, 7,
+                 word, 1, word, -6, word, -1, word);
     ExpectFormat(L"a\U0001F600  xy  |", L"%c%c%3c%-3c|", L'a', L'\U0001F600', L'x', L'y');
     ExpectFormat(L"-2147483648 -7 2147483647", L"%d %i %d", INT_MIN, -7, INT_MAX);
     ExpectFormat(L"4294967295 ff FF 000000ab 89abcdef", L"%u %x %X %08x %08x", UINT_MAX, 255, 255, 0xABU, 0x89ABCDEFU);

@@ -5,6 +5,7 @@
 #include "base/EUtility.h"
 #include "base/InterfaceIds.h"
 #include "tests/TempDir.h"
+#include "tests/kernel/InKernel.h"
 
 #include <algorithm>
 #include <sstream>
@@ -16,6 +17,7 @@ std::string Narrow(const wchar_t* text) {
 }
 
 EResult TestReporter::Report(int level, int source, int messageNumber, const wchar_t* text) {
+    const InKernel here;
     const std::lock_guard<std::mutex> lock(m_Mutex);
     m_Messages.push_back({level, source, messageNumber, text != nullptr ? Narrow(text) : ""});
     return RC_OK;
@@ -33,6 +35,7 @@ int TestReporter::Count(int messageNumber) const {
 }
 
 EResult TestNames::QualifyName(int id, EString* name) {
+    const InKernel here;
     if (id >= 0) {
         *name += Wide("@" + std::to_string(id));
     }
@@ -40,6 +43,7 @@ EResult TestNames::QualifyName(int id, EString* name) {
 }
 
 EResult TestNames::ParseName(EString* name, int* id) {
+    const InKernel here;
     const std::string text = Narrow(*name);
     if (const auto at = text.rfind('@'); at != std::string::npos) {
         *id = std::stoi(text.substr(at + 1));
@@ -49,11 +53,13 @@ EResult TestNames::ParseName(EString* name, int* id) {
 }
 
 EResult TestNames::ParseNameText(const wchar_t* name, int* id) {
+    const InKernel here;
     EString copy = name;
     return ParseName(&copy, id);
 }
 
 EResult TestNames::GetUploadParameters(int id, EString* parameter1, EString* parameter2, EString* parameter3) {
+    const InKernel here;
     if (!m_bUploadParameters) {
         return RC_MISSING;
     }
@@ -64,6 +70,7 @@ EResult TestNames::GetUploadParameters(int id, EString* parameter1, EString* par
 }
 
 EResult TestNames::PreparePath(int /*id*/, EString* path) {
+    const InKernel here;
     if (!m_bPreparesPaths) {
         return RC_MISSING;
     }
@@ -72,71 +79,83 @@ EResult TestNames::PreparePath(int /*id*/, EString* path) {
 }
 
 EResult TestNames::CheckId(int id, bool* accepted) {
+    const InKernel here;
     *accepted = m_RefusedIds.count(id) == 0;
     return RC_OK;
 }
 
 EResult TestActions::RegisterAction(const wchar_t* name, IAction* action) {
+    const InKernel here;
     m_Registered.emplace_back(Narrow(name), action);
     const auto refused = m_Refused.find(Narrow(name));
     return refused != m_Refused.end() ? refused->second : RC_OK;
 }
 
 EResult TestControl::Operation3() {
+    const InKernel here;
     m_Calls.emplace_back("3");
     return RC_OK;
 }
 
 EResult TestControl::Operation5() {
+    const InKernel here;
     m_Calls.emplace_back("5");
     return RC_OK;
 }
 
 EResult TestControl::Operation6(unsigned long value) {
+    const InKernel here;
     m_Calls.push_back("6(" + std::to_string(value) + ")");
     return RC_OK;
 }
 
 EResult TestControl::Operation9(unsigned long value) {
+    const InKernel here;
     m_Calls.push_back("9(" + std::to_string(value) + ")");
     return RC_OK;
 }
 
 const wchar_t* TestStrings::GetString(unsigned long number, unsigned long /*reserved*/) {
+    const InKernel here;
     m_Text.Format(L"H%lu", number);
     return m_Text;
 }
 
 void TestNotices::Take(std::function<void()> notice) {
-    if (m_When == When::Inside) {
-        notice();
+    const When when = m_When == When::Mixed ? static_cast<When>(m_nTaken++ % 4) : m_When;
+    if (when == When::Inside) {
+        InKernel::Leave(notice);
         return;
     }
-    if (m_When == When::Never) {
+    if (when == When::Never) {
         return;
     }
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    if (m_When == When::Twice) {
+    if (when == When::Twice) {
         m_Waiting.push_back(notice);
     }
-    m_Waiting.insert(m_When == When::OutOfOrder ? m_Waiting.begin() : m_Waiting.end(), std::move(notice));
+    m_Waiting.insert(when == When::OutOfOrder ? m_Waiting.begin() : m_Waiting.end(), std::move(notice));
+}
+
+bool TestNotices::GiveNext() {
+    std::function<void()> notice;
+    {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        if (m_Waiting.empty()) {
+            return false;
+        }
+        notice = std::move(m_Waiting.front());
+        m_Waiting.erase(m_Waiting.begin());
+    }
+    notice();
+    return true;
 }
 
 void TestNotices::Deliver(int threads) {
     std::vector<std::thread> givers;
     for (int i = 0; i < threads; ++i) {
         givers.emplace_back([this] {
-            for (;;) {
-                std::function<void()> notice;
-                {
-                    const std::lock_guard<std::mutex> lock(m_Mutex);
-                    if (m_Waiting.empty()) {
-                        return;
-                    }
-                    notice = std::move(m_Waiting.front());
-                    m_Waiting.erase(m_Waiting.begin());
-                }
-                notice();
+            while (GiveNext()) {
             }
         });
     }
@@ -151,6 +170,7 @@ int TestNotices::Waiting() const {
 }
 
 EResult TestEMail::SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* record) {
+    const InKernel here;
     if (m_RefusedSends.count(m_nSends++) != 0) {
         return RC_MISSING;
     }
@@ -169,6 +189,7 @@ EResult TestEMail::SendMessage(EString name, EMailCompletion completion, void* c
 }
 
 EMailMessage* TestEMail::CreateMessage() {
+    const InKernel here;
     if (!m_bGivesRecords) {
         return nullptr;
     }
@@ -177,16 +198,19 @@ EMailMessage* TestEMail::CreateMessage() {
 }
 
 void TestEMail::ReleaseMessage(EMailMessage* message) {
+    const InKernel here;
     --m_nRecords;
     delete message;
 }
 
 EResult TestEMail::StoreMessage(EMailMessage* message) {
+    const InKernel here;
     m_Definitions[Narrow(message->m_Name)] = Narrow(message->m_Attachments);
     return RC_OK;
 }
 
 EResult TestEMail::LoadMessage(EMailMessage* message) {
+    const InKernel here;
     const auto found = m_Definitions.find(Narrow(message->m_Name));
     if (found == m_Definitions.end()) {
         return RC_NOT_FOUND;
@@ -197,6 +221,7 @@ EResult TestEMail::LoadMessage(EMailMessage* message) {
 
 EResult TestUpload::UploadFiles(EUploadFiles* files, EString* parameter1, EString* parameter2, EString* parameter3,
                                 unsigned long context, ISMListener* listener) {
+    const InKernel here;
     if (m_bRefuses) {
         return RC_MISSING;
     }
@@ -219,6 +244,7 @@ EResult TestUpload::UploadFiles(EUploadFiles* files, EString* parameter1, EStrin
 }
 
 EResult TestKernel::GetInterface(unsigned long id, void** out) {
+    const InKernel here;
     if (m_OnLookUp) {
         m_OnLookUp(id);
     }

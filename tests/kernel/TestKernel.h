@@ -90,10 +90,13 @@ private:
 // When and where the notices of sendings are given.
 class TestNotices {
 public:
-    enum class When { Inside, Later, OutOfOrder, Twice, Never };
+    enum class When { Inside, Later, OutOfOrder, Twice, Never, Mixed };
 
-    // Inside: in the calling thread, at once. Never: not at all. Otherwise Deliver gives it.
+    // Inside: in the calling thread, at once. Never: not at all. Otherwise GiveNext or Deliver gives it. Mixed: each of
+    // the first four in turn.
     void Take(std::function<void()> notice);
+    // Gives the next one that has been taken, in the calling thread; false when there is none.
+    bool GiveNext();
     // Gives what has been taken, from `threads` other threads at a time, and returns when all are given.
     void Deliver(int threads = 1);
     int Waiting() const;
@@ -103,6 +106,7 @@ public:
 private:
     mutable std::mutex m_Mutex;
     std::vector<std::function<void()>> m_Waiting;
+    int m_nTaken = 0;
 };
 
 struct SentMail {
