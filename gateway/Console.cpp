@@ -1,0 +1,53 @@
+#include "gateway/Console.h"
+
+#include <mutex>
+
+#include <unistd.h>
+
+namespace {
+
+std::mutex g_Mutex;
+std::string g_Progress;
+
+constexpr const char* CLEAR_LINE = "\r\x1b[K";
+
+// A stderr that takes nothing any more is no reason to stop logging.
+void Write(const std::string& text) {
+    std::size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t written = ::write(STDERR_FILENO, text.data() + done, text.size() - done);
+        if (written <= 0) {
+            return;
+        }
+        done += static_cast<std::size_t>(written);
+    }
+}
+
+} // namespace
+
+void Console::Print(const std::string& line) {
+    const std::lock_guard<std::mutex> lock(g_Mutex);
+    Write(g_Progress.empty() ? line + '\n' : CLEAR_LINE + line + '\n' + g_Progress);
+}
+
+void Console::Say(const std::string& line) {
+    Print("kvgateway: " + line);
+}
+
+bool Console::HasTerminal() {
+    return isatty(STDERR_FILENO) != 0;
+}
+
+void Console::ShowProgress(const std::string& text) {
+    const std::lock_guard<std::mutex> lock(g_Mutex);
+    g_Progress = text;
+    Write(CLEAR_LINE + g_Progress);
+}
+
+void Console::EndProgress() {
+    const std::lock_guard<std::mutex> lock(g_Mutex);
+    if (!g_Progress.empty()) {
+        g_Progress.clear();
+        Write(CLEAR_LINE);
+    }
+}

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <optional>
+
+// Keeps the module's queue from running over: it would drop what comes then, without a word.
+//
+// The queue is only looked at when it might be full: that costs the module a file with everything that waits, and the
+// worker has to stand by. In between it is taken to be as long as if nothing had been written.
+class FlowControl {
+public:
+    using Steady = std::chrono::steady_clock::time_point;
+
+    // `count` tells how many requests wait, or nothing when it cannot; `limit` is how many may wait. A switched off flow
+    // control always has room.
+    FlowControl(std::function<std::optional<std::uint32_t>()> count, std::uint32_t limit, bool on);
+
+    // Whether a report may be handed over. Throws std::runtime_error when the queue has been out of sight for long.
+    bool HasRoom(Steady now);
+    void Take() { m_nRoom -= m_nRoom > 0 ? 1 : 0; } // a report was handed over
+
+    // Whether nothing waits any more.
+    bool IsEmpty(Steady now);
+
+    // How long to do something else before HasRoom or IsEmpty can have another answer.
+    std::chrono::microseconds UntilRoom(Steady now) const;
+    std::chrono::microseconds UntilLook(Steady now) const;
+
+private:
+    std::optional<std::uint32_t> Look(Steady now);
+
+    std::function<std::optional<std::uint32_t>()> m_Count;
+    std::uint32_t m_nLimit;
+    bool m_bOn;
+    std::uint32_t m_nRoom = 0;
+    std::chrono::microseconds m_Pause{1000}; // about the time in which the worker writes half a queue
+    std::chrono::microseconds m_Wait{1000};  // the present pause: longer while the worker does not get on
+    Steady m_NextLook;
+    std::optional<Steady> m_BlindSince;
+};

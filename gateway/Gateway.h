@@ -1,0 +1,72 @@
+#pragma once
+
+#include "gateway/Configuration.h"
+#include "gateway/Kernel.h"
+#include "gateway/Module.h"
+#include "gateway/Report.h"
+#include "gateway/SavedRequests.h"
+#include "gateway/WorkDirectory.h"
+#include "gateway/transport/Transports.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+
+// The running module with its kernel and transports. One thread.
+class Gateway {
+public:
+    // The most requests that wait in the module; a further one is dropped.
+    static constexpr std::uint32_t QUEUE_LIMIT = 512;
+
+    // Takes the module through its start, with the requests that an earlier stop has saved. Throws std::runtime_error.
+    Gateway(const Configuration& configuration, const std::filesystem::path& directory,
+            const std::filesystem::path& module);
+    Gateway(const Gateway&) = delete;
+    Gateway& operator=(const Gateway&) = delete;
+    ~Gateway();
+
+    // Hands a report to the module; false, and the reason, when it does not take it.
+    bool Hand(Report& report, std::string& reason);
+
+    // How many requests wait; nothing when that cannot be told. Costs a file as large as they are.
+    std::optional<std::uint32_t> CountWaiting();
+
+    // Ends the worker after the request that it is at. With `save`, what still waits is saved for the next start;
+    // otherwise it is dropped. False when it could not be saved.
+    bool End(bool save);
+
+    ETransports* Transports() { return m_pTransports.get(); } // may be null
+
+    struct Counters {
+        std::uint64_t m_nReports = 0;
+        std::uint64_t m_nDeliveries = 0;             // asked for
+        std::uint64_t m_nRestored = 0;               // requests of an earlier run
+        std::uint64_t m_nSaved = 0;                  // requests for the next one
+        std::map<std::string, std::uint64_t> m_Rows; // by log file
+    };
+    const Counters& GetCounters() const { return m_Counters; }
+    int Messages() const { return m_Kernel.m_ErrorReporter.Count(); }
+
+private:
+    void Start();
+    void ReportInterruptedDeliveries() const;
+    void MakeKernelLogDirectory() const;
+    void RestoreRequests();
+    bool CanReport(const SavedRequest& request) const;
+    void ReportAgain(SavedRequest& request);
+    EResult Pass(Report& report);
+    void CountRequest(const SavedRequest& request, int sign);
+    void Count(const Report& report);
+
+    const Configuration& m_Configuration;
+    std::filesystem::path m_Directory; // of the configuration, absolute
+    WorkDirectory m_Work;
+    std::unique_ptr<ETransports> m_pTransports;
+    Kernel m_Kernel;
+    Module m_Module;
+    bool m_bRunning = false;
+    Counters m_Counters;
+};

@@ -1,0 +1,46 @@
+#include "gateway/LineReader.h"
+
+#include <cerrno>
+
+#include <unistd.h>
+
+namespace {
+
+constexpr std::size_t CHUNK = 1U << 16U;
+
+} // namespace
+
+void LineReader::Read() {
+    m_Buffer.erase(0, m_nBegin);
+    m_nSearched -= m_nBegin;
+    m_nBegin = 0;
+    const std::size_t size = m_Buffer.size();
+    m_Buffer.resize(size + CHUNK);
+    ssize_t read = 0;
+    do {
+        read = ::read(m_nFile, m_Buffer.data() + size, CHUNK);
+    } while (read < 0 && errno == EINTR);
+    m_Buffer.resize(size + static_cast<std::size_t>(read > 0 ? read : 0));
+    m_bEnd = read <= 0; // an input that cannot be read any more has ended
+}
+
+LineReader::Result LineReader::Take(std::string& line) {
+    const std::size_t end = m_Buffer.find('\n', m_nSearched);
+    const bool found = end != std::string::npos;
+    if (!found && !(m_bEnd && m_nBegin < m_Buffer.size())) {
+        m_nSearched = m_Buffer.size();
+        if (m_Buffer.size() - m_nBegin > MAX_LINE) {
+            m_nBegin = m_Buffer.size();
+            m_bSkipping = true;
+        }
+        return Result::None;
+    }
+    const std::size_t stop = found ? end : m_Buffer.size();
+    const bool tooLong = m_bSkipping || stop - m_nBegin > MAX_LINE;
+    line.assign(m_Buffer, m_nBegin, tooLong ? 0 : stop - m_nBegin);
+    m_nBytes += stop - m_nBegin + (found ? 1 : 0);
+    m_nBegin = m_nSearched = found ? end + 1 : stop;
+    m_bSkipping = false;
+    ++m_nLine;
+    return tooLong ? Result::TooLong : Result::Line;
+}

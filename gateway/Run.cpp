@@ -1,0 +1,313 @@
+#include "gateway/Run.h"
+
+#include "gateway/Console.h"
+#include "gateway/Findings.h"
+#include "gateway/FlowControl.h"
+#include "gateway/Gateway.h"
+#include "gateway/LineReader.h"
+#include "gateway/Moments.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <deque>
+#include <stdexcept>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+// A file descriptor of our own.
+class File {
+public:
+    explicit File(int file) : m_nFile(file) {}
+    File(const File&) = delete;
+    File& operator=(const File&) = delete;
+    ~File() {
+        if (m_nFile > STDERR_FILENO) {
+            close(m_nFile);
+        }
+    }
+    int Number() const { return m_nFile; }
+
+private:
+    int m_nFile;
+};
+
+int OpenInput(const std::string& name) {
+    const int file = name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC);
+    struct stat state {};
+    if (file < 0 || (name != "-" && fstat(file, &state) == 0 && S_ISDIR(state.st_mode))) {
+        throw std::runtime_error(name + ": " + std::strerror(file < 0 ? errno : EISDIR));
+    }
+    return file;
+}
+
+// The signals that end the program, as a file that becomes readable. Before any thread is made: all of them take over
+// that the signals are blocked.
+int OpenSignals() {
+    std::signal(SIGPIPE, SIG_IGN); // the reader of stderr may go, the logging goes on
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        sigaddset(&signals, number);
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    const int file = signalfd(-1, &signals, SFD_CLOEXEC);
+    if (file < 0) {
+        throw std::runtime_error(std::string("no signals: ") + std::strerror(errno));
+    }
+    return file;
+}
+
+// Feeds the gateway.
+class Runner {
+public:
+    Runner(Gateway& gateway, const Configuration& configuration, const RunOptions& options, int input, int signals)
+        : m_Gateway(gateway),
+          m_Reader(input),
+          m_Flow([&gateway] { return gateway.CountWaiting(); }, Gateway::QUEUE_LIMIT, options.m_bFlowControl),
+          m_Schedule(configuration.m_Schedule, Clock::now(), std::time(nullptr)),
+          m_nSignals(signals),
+          m_Patience(options.m_Patience),
+          m_bFlowControl(options.m_bFlowControl),
+          m_bProgress(Console::HasTerminal()) {
+        struct stat state {};
+        m_nInputSize = fstat(input, &state) == 0 && S_ISREG(state.st_mode) ? state.st_size : 0;
+    }
+
+    int Go() {
+        while (!m_bStopped && !(m_Reader.AtEnd() && !m_bLine)) {
+            TakeDueActions();
+            Feed();
+            ShowProgress();
+            Wait();
+        }
+        if (m_bStopped) {
+            FeedRest();
+        } else {
+            WaitForEmptyQueue();
+        }
+        Console::EndProgress();
+        const bool saved = m_Gateway.End(m_bStopped);
+        if (!saved) {
+            Console::Say("error: the waiting requests could not be saved, and are lost");
+        }
+        WaitForTransports();
+        Summarize();
+        return !saved ? EXIT_NOT_DONE : m_nSkipped > 0 ? EXIT_FOUND : EXIT_WELL;
+    }
+
+private:
+    void TakeDueActions() {
+        for (ScheduleEntry& entry : m_Schedule.TakeDue(Clock::now(), std::time(nullptr))) {
+            m_Due.push_back(std::move(entry));
+        }
+    }
+
+    // Hands over what there is, as long as there is room.
+    void Feed() {
+        while (!m_Due.empty() && m_Flow.HasRoom(Clock::now())) {
+            const ScheduleEntry entry = m_Due.front();
+            m_Due.pop_front();
+            Report report = Report::MakeAction(entry.m_Action, entry.m_Log, Moments::Now(), "scheduled");
+            std::string reason;
+            if (!Hand(report, reason)) {
+                Console::Say("schedule: " + entry.m_Action + " of " + entry.m_Log + ": " + reason);
+            }
+        }
+        for (int i = 0; i < BATCH && TakeLine() && m_Flow.HasRoom(Clock::now()); ++i) {
+            FeedLine();
+        }
+        TakeLine(); // one that is left lets nothing more be read
+    }
+
+    // Whether there is a line to feed, in m_Line. What is no report is dealt with here.
+    bool TakeLine() {
+        while (!m_bLine) {
+            const LineReader::Result result = m_Reader.Take(m_Line);
+            if (result == LineReader::Result::None) {
+                return false;
+            }
+            if (result == LineReader::Result::TooLong) {
+                Skip("longer than " + std::to_string(LineReader::MAX_LINE) + " bytes");
+                continue;
+            }
+            m_bLine = m_Line.find_first_not_of(" \t\r") != std::string::npos;
+        }
+        return true;
+    }
+
+    void FeedLine() {
+        m_bLine = false;
+        Report report;
+        std::string reason;
+        if (!report.Parse(m_Line, Moments::Now(), reason) || !Hand(report, reason)) {
+            Skip(reason);
+        }
+    }
+
+    bool Hand(Report& report, std::string& reason) {
+        const bool taken = m_Gateway.Hand(report, reason);
+        if (taken) {
+            m_Flow.Take();
+        }
+        return taken;
+    }
+
+    void Skip(const std::string& reason) {
+        ++m_nSkipped;
+        Console::Say("line " + std::to_string(m_Reader.LineNumber()) + ": " + reason);
+    }
+
+    // Until there is room, something to read, a signal or a scheduled action.
+    void Wait() {
+        const auto now = Clock::now();
+        const bool wantsInput = !m_bLine && !m_Reader.AtEnd();
+        const bool hasWork = m_bLine || !m_Due.empty();
+        const microseconds wait = hasWork ? m_Flow.UntilRoom(now) : m_Schedule.UntilNext(now, std::time(nullptr));
+        if (Sleep(m_Reader.AtEnd() && !hasWork ? microseconds(0) : wait, wantsInput)) {
+            m_Reader.Read();
+        }
+    }
+
+    // Sleeps, but no longer than to the first signal. True when the input can be read.
+    bool Sleep(microseconds wait, bool forInput) {
+        pollfd files[] = {{m_nSignals, POLLIN, 0}, {m_Reader.File(), POLLIN, 0}};
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(wait);
+        const timespec time{static_cast<time_t>(seconds.count()),
+                            static_cast<long>(std::chrono::nanoseconds(wait - seconds).count())};
+        if (ppoll(files, forInput ? 2 : 1, &time, nullptr) <= 0) {
+            return false;
+        }
+        if (files[0].revents != 0) {
+            signalfd_siginfo taken{};
+            std::ignore = read(m_nSignals, &taken, sizeof taken);
+            m_bStopped = true;
+        }
+        return files[1].revents != 0;
+    }
+
+    // What was read from a pipe would be lost with this process.
+    void FeedRest() {
+        while (TakeLine() || !m_Due.empty()) {
+            Feed();
+            Sleep(m_Flow.UntilRoom(Clock::now()), false);
+        }
+    }
+
+    void WaitForEmptyQueue() {
+        while (!m_bStopped && !m_Flow.IsEmpty(Clock::now())) {
+            Sleep(m_Flow.UntilLook(Clock::now()), false);
+        }
+    }
+
+    // Only at the end of the input: a signal does not want to wait, and what is under way is sent after the next start.
+    void WaitForTransports() {
+        ETransports* const transports = m_Gateway.Transports();
+        const auto end = Clock::now() + m_Patience;
+        while (transports != nullptr && !m_bStopped && Clock::now() < end && !transports->Drain(milliseconds(100))) {
+            Sleep(microseconds(0), false);
+        }
+    }
+
+    void ShowProgress() {
+        constexpr std::uint64_t LONG_INPUT = 1000; // lines
+        const auto now = Clock::now();
+        if (!m_bProgress || m_Reader.LineNumber() < LONG_INPUT || now - m_LastProgress < milliseconds(250)) {
+            return;
+        }
+        m_LastProgress = now;
+        std::string text = std::to_string(m_Reader.LineNumber()) + " lines";
+        if (m_nInputSize > 0) {
+            const auto percent = 100 * m_Reader.BytesTaken() / static_cast<std::uint64_t>(m_nInputSize);
+            text += " (" + std::to_string(percent) + "%)";
+        }
+        text += m_nSkipped > 0 ? ", " + std::to_string(m_nSkipped) + " skipped" : "";
+        Console::ShowProgress(text);
+    }
+
+    void Summarize() {
+        const Gateway::Counters& counters = m_Gateway.GetCounters();
+        Console::Say(std::to_string(counters.m_nReports) + " reports, " + std::to_string(m_nSkipped) +
+                     " skipped lines, " + std::to_string(m_Gateway.Messages()) + " messages" +
+                     (m_bFlowControl ? "" : "; without flow control some of the rows may have been dropped"));
+        for (const auto& [log, rows] : counters.m_Rows) {
+            Console::Print("  " + log + ": " + std::to_string(rows) + " rows");
+        }
+        if (counters.m_nSaved > 0) {
+            Console::Print("  saved for the next start: " + std::to_string(counters.m_nSaved) + " requests");
+        }
+        if (counters.m_nDeliveries > 0) {
+            Console::Print("  deliveries asked for: " + std::to_string(counters.m_nDeliveries));
+        }
+        if (ETransports* const transports = m_Gateway.Transports(); transports != nullptr) {
+            const TransportCounters sent = transports->Counters();
+            Console::Print("  mails: " + std::to_string(sent.m_nMailsSent) + " sent, " +
+                           std::to_string(sent.m_nMailsWaiting) + " waiting");
+            Console::Print("  uploads: " + std::to_string(sent.m_nFilesSent) + " files sent, " +
+                           std::to_string(sent.m_nFilesWaiting) + " waiting");
+            if (sent.m_nRefused > 0) {
+                Console::Print("  not accepted for sending: " + std::to_string(sent.m_nRefused));
+            }
+        }
+    }
+
+    static constexpr int BATCH = 512; // lines between two looks at signals and schedules
+
+    Gateway& m_Gateway;
+    LineReader m_Reader;
+    FlowControl m_Flow;
+    Schedule m_Schedule;
+    int m_nSignals;
+    std::chrono::seconds m_Patience;
+    bool m_bFlowControl;
+    bool m_bProgress;
+    std::int64_t m_nInputSize = 0; // 0: not known
+    std::deque<ScheduleEntry> m_Due;
+    std::string m_Line;
+    bool m_bLine = false; // m_Line waits to be fed
+    bool m_bStopped = false;
+    std::uint64_t m_nSkipped = 0;
+    Clock::time_point m_LastProgress;
+};
+
+void EnterDirectory(const std::filesystem::path& directory) {
+    std::error_code error;
+    if (!directory.empty()) {
+        std::filesystem::current_path(directory, error);
+    }
+    if (error) {
+        throw std::runtime_error(directory.string() + ": " + error.message());
+    }
+}
+
+} // namespace
+
+int Run(const RunOptions& options) {
+    const File input(OpenInput(options.m_Input));
+    const std::filesystem::path directory = std::filesystem::absolute(options.m_Configuration);
+    const std::filesystem::path module = std::filesystem::absolute(options.m_Module);
+    EnterDirectory(options.m_Directory);
+    Findings findings;
+    const Configuration configuration = Configuration::Load(directory, findings);
+    for (const Finding& finding : findings.List()) {
+        Console::Print(finding.Format());
+    }
+    if (findings.HasErrors()) {
+        Console::Say("the configuration is refused");
+        return EXIT_NOT_DONE;
+    }
+    const File signals(OpenSignals());
+    Gateway gateway(configuration, directory, module);
+    return Runner(gateway, configuration, options, input.Number(), signals.Number()).Go();
+}

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+// Exit statuses of the program.
+constexpr int EXIT_WELL = 0;
+constexpr int EXIT_FOUND = 1;    // lines that could not be used, a configuration with errors
+constexpr int EXIT_NOT_DONE = 2; // the command could not be carried out
+
+struct RunOptions {
+    std::filesystem::path m_Configuration; // directory
+    std::filesystem::path m_Module;        // the shared object
+    std::string m_Input = "-";             // a file, or "-" for standard input
+    std::filesystem::path m_Directory;     // the working directory to go to; empty: stay
+    bool m_bFlowControl = true;
+    std::chrono::seconds m_Patience{10}; // at the end of the input, for mails and uploads under way
+};
+
+// Runs the module on the input, to its end or until a signal; the exit status.
+int Run(const RunOptions& options);

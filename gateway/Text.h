@@ -1,0 +1,10 @@
+#pragma once
+
+#include "base/EString.h"
+
+#include <string>
+
+// Between the UTF-8 texts of the gateway and the wide texts of the module. What has no counterpart becomes U+FFFD or,
+// for bytes that are not UTF-8, an empty text.
+EString Widen(const std::string& text);
+std::string Narrow(const wchar_t* text);

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "gateway/transport/Settings.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+
+class IEMailService;
+class IUploadService;
+
+// What the transports did since they were made. A mail or an upload is one call that a service has accepted; what an
+// earlier run left in the spool counts when it is sent.
+struct TransportCounters {
+    std::uint64_t m_nMailsAccepted = 0;
+    std::uint64_t m_nMailsSent = 0;
+    std::uint64_t m_nMailsWaiting = 0;  // in the spool now
+    std::uint64_t m_nFilesAccepted = 0; // uploads, file by file
+    std::uint64_t m_nFilesSent = 0;
+    std::uint64_t m_nFilesWaiting = 0;
+    std::uint64_t m_nRefused = 0; // mails and files that did not get into their spool
+};
+
+// The gateway's sending services, their spools and the threads that send. One thread makes, stops and frees them; the
+// services are called from any thread.
+class ETransports {
+public:
+    ETransports() = default;
+    ETransports(const ETransports&) = delete;
+    ETransports& operator=(const ETransports&) = delete;
+    virtual ~ETransports() = default; // stops first
+
+    virtual IEMailService* EMail() = 0;   // null when mails are not configured; lives as long as this object
+    virtual IUploadService* Upload() = 0; // null when uploads are not configured
+
+    // Waits until everything accepted so far, and everything that an earlier run left, is sent, or the time is up;
+    // true when nothing waits any more.
+    virtual bool Drain(std::chrono::milliseconds time) = 0;
+
+    // Ends the sending threads within a second or two, also in the middle of a transfer, which is repeated at the next
+    // start. What waits stays in the spool. The services still accept afterwards, into the spool.
+    virtual void Stop() = 0;
+
+    virtual TransportCounters Counters() = 0; // any thread
+};
+
+// Makes the services that are configured (a null pointer: not configured) and begins to send what their spools hold.
+// Throws std::runtime_error with a text for the operator when a spool cannot be used.
+//
+// The upload service reads the three parameters of UploadFiles, which come from the name service, as URL, user and
+// password; an empty or missing URL means the settings' target.
+std::unique_ptr<ETransports> MakeTransports(const MailSettings* mail, const UploadSettings* upload, Reporter report);

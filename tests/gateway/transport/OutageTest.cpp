@@ -1,0 +1,233 @@
+#include "tests/gateway/transport/TransportFixture.h"
+
+#include <csignal>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <random>
+#include <thread>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using testing::ElementsAre;
+using testing::SizeIs;
+using testing::UnorderedElementsAreArray;
+
+namespace {
+
+struct OutageCase {
+    const char* m_Kind;
+    const char* m_Fault;
+    bool m_bRestart;
+};
+
+class Outage : public TransportFixture, public testing::WithParamInterface<OutageCase> {
+protected:
+    void OpenFor(const std::string& kind, const TestServer& server) {
+        const std::string url = kind + "://127.0.0.1:" + std::to_string(server.Port()) + '/';
+        kind == "smtp" ? Open(MailTo(url)) : Open(UploadTo(url));
+    }
+
+    EResult Hand(const std::string& kind, const std::string& name, const std::string& bytes) {
+        return kind == "smtp" ? SendMail({name}, bytes) : Upload({name}, bytes);
+    }
+
+    std::uint64_t Waiting() const {
+        const TransportCounters counters = m_pTransports->Counters();
+        return counters.m_nMailsWaiting + counters.m_nFilesWaiting;
+    }
+
+    // The files that the server has got, from the mails where it is one for mails.
+    static std::vector<std::string> ArrivedFiles(const std::string& kind, const TestServer& server) {
+        std::vector<std::string> files = server.Arrivals();
+        for (auto& file : files) {
+            if (kind == "smtp") {
+                const std::string mail = ReadWhole(server.Path(file + ".eml"));
+                const std::size_t name = mail.find("filename=") + 9;
+                file = mail.substr(name, mail.find("\r\n", name) - name);
+            }
+        }
+        return files;
+    }
+};
+
+TEST_P(Outage, EverythingArrivesOnceAfterwards) {
+    const auto [kind, fault, restart] = GetParam();
+    TestServer server(kind);
+    server.SetFault(fault);
+    OpenFor(kind, server);
+    const std::vector<std::string> names{"first.csv", "second.csv", "third.csv"};
+    const std::string bytes = BinaryBytes(100'000);
+    for (const auto& name : names) {
+        ASSERT_EQ(Hand(kind, name, bytes), RC_OK);
+        ASSERT_FALSE(fs::exists(m_Directory.Path("job/" + name)));
+    }
+    ASSERT_TRUE(WaitUntilReported("tried again in"));
+    EXPECT_FALSE(m_pTransports->Drain(std::chrono::milliseconds(300)));
+    EXPECT_EQ(Waiting(), 3U);
+    EXPECT_THAT(server.Arrivals(), SizeIs(0));
+
+    if (restart) {
+        Close();
+        server.SetFault("");
+        OpenFor(kind, server);
+    }
+    server.SetFault("");
+    EXPECT_TRUE(Drain());
+    EXPECT_EQ(Waiting(), 0U);
+    if (std::string(fault) == "down") {
+        EXPECT_EQ(ArrivedFiles(kind, server), names);
+    } else {
+        EXPECT_THAT(ArrivedFiles(kind, server), UnorderedElementsAreArray(names));
+    }
+    if (std::string(kind) != "smtp") {
+        for (const auto& name : names) {
+            EXPECT_EQ(ReadWhole(server.Path(name)), bytes);
+            EXPECT_FALSE(fs::exists(server.Path(name + ".part")));
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Faults, Outage,
+                         testing::Values(OutageCase{"smtp", "down", true}, OutageCase{"smtp", "refuse to@", false},
+                                         OutageCase{"smtp", "stall 20000", true},
+                                         OutageCase{"smtp", "cut 20000", false}, OutageCase{"ftp", "down", false},
+                                         OutageCase{"ftp", "refuse .csv", true}, OutageCase{"ftp", "stall 40", false},
+                                         OutageCase{"ftp", "cut 20000", true}, OutageCase{"http", "down", true},
+                                         OutageCase{"http", "refuse", false}, OutageCase{"http", "stall 20000", true},
+                                         OutageCase{"http", "cut 20000", false}),
+                         [](const auto& outage) {
+                             const std::string fault = outage.param.m_Fault;
+                             return outage.param.m_Kind + ("_" + fault.substr(0, fault.find(' ')));
+                         });
+
+TEST_F(Outage, StoppingDoesNotWaitForAHangingServer) {
+    for (const auto& [kind, fault] : {std::pair("smtp", "stall 20000"), {"ftp", "stall 40"}, {"http", "stall 20000"}}) {
+        TestServer server(kind);
+        server.SetFault(fault);
+        m_nStallTimeout = 120;
+        OpenFor(kind, server);
+        ASSERT_EQ(Hand(kind, "a.csv", BinaryBytes(100'000)), RC_OK);
+        std::this_thread::sleep_for(std::chrono::milliseconds(500)); // the transfer has begun, and hangs
+        const auto begin = std::chrono::steady_clock::now();
+        Close();
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30)) << kind;
+    }
+}
+
+TEST_F(Outage, WhatIsRefusedHoldsUpNothingElse) {
+    TestServer mailServer("smtp");
+    MailSettings mail = MailTo("smtp://127.0.0.1:" + std::to_string(mailServer.Port()));
+    mail.m_Definitions.push_back({"Gone", {"gone@example.com"}, {}, {}, "", "", {}});
+    mailServer.SetFault("refuse gone@");
+    Open(mail);
+    ASSERT_EQ(SendMail({"first.csv"}, "1", L"Gone"), RC_OK);
+    ASSERT_TRUE(WaitUntilReported("550 5.1.1 no such mailbox"));
+    ASSERT_EQ(SendMail({"second.csv"}, "2"), RC_OK);
+    EXPECT_FALSE(m_pTransports->Drain(std::chrono::milliseconds(500)));
+    EXPECT_THAT(ArrivedFiles("smtp", mailServer), ElementsAre("second.csv"));
+
+    // The younger version of a file must not be replaced by the older one that was held up.
+    TestServer server("ftp");
+    server.SetFault("refuse held.csv");
+    OpenFor("ftp", server);
+    ASSERT_EQ(Upload({"held.csv", "with-it.csv"}, "older"), RC_OK);
+    ASSERT_EQ(Upload({"held.csv"}, "younger"), RC_OK);
+    ASSERT_EQ(Upload({"other.csv"}, "other"), RC_OK);
+    ASSERT_TRUE(WaitUntilReported("held.csv"));
+    EXPECT_FALSE(m_pTransports->Drain(std::chrono::milliseconds(500)));
+    EXPECT_THAT(server.Arrivals(), ElementsAre("with-it.csv", "other.csv"));
+    server.SetFault("");
+    EXPECT_TRUE(Drain());
+    EXPECT_THAT(server.Arrivals(), ElementsAre("with-it.csv", "other.csv", "held.csv", "held.csv"));
+    EXPECT_EQ(ReadWhole(server.Path("held.csv")), "younger");
+}
+
+TEST_F(Outage, AFullSpoolRefusesUntilThereIsRoom) {
+    TestServer server("ftp");
+    server.SetFault("down");
+    UploadSettings settings = UploadTo("ftp://127.0.0.1:" + std::to_string(server.Port()) + '/');
+    settings.m_Spool.m_nLimit = 100'000;
+    Open(settings);
+    const std::string bytes = BinaryBytes(40'000);
+    ASSERT_EQ(Upload({"first.csv"}, bytes), RC_OK);
+    ASSERT_EQ(Upload({"second.csv"}, bytes), RC_OK);
+    for (const char* const name : {"third.csv", "fourth.csv"}) {
+        EXPECT_EQ(Upload({name}, bytes), RC_WRITE);
+        EXPECT_TRUE(fs::exists(m_Directory.Path(std::string("job/") + name)));
+        EXPECT_TRUE(Reported(std::string("upload: ") + name));
+        Open(settings); // what an earlier run left takes its room
+    }
+    EXPECT_EQ(Upload({"small.csv"}, "x"), RC_OK);
+    server.SetFault("");
+    EXPECT_TRUE(Drain());
+    EXPECT_EQ(Upload({"third.csv"}, bytes), RC_OK);
+    EXPECT_TRUE(Drain());
+    EXPECT_THAT(server.Arrivals(), ElementsAre("first.csv", "second.csv", "small.csv", "third.csv"));
+}
+
+TEST_F(Outage, LeftoversOfACrashAreClearedAndDamageIsSetAside) {
+    const UploadSettings unreachable = UploadTo("ftp://127.0.0.1:1/");
+    Open(unreachable);
+    ASSERT_EQ(Upload({"first.csv", "second.csv"}, "good"), RC_OK);
+    EXPECT_THROW(MakeTransports(nullptr, &unreachable, [](const std::string&) {}), std::runtime_error)
+        << "two programs must not send the same jobs";
+    Close();
+    const std::string job = SpoolPath("upload/0000000000000001");
+    for (const char* const name : {"new-0000000000000008", "done-0000000000000007", "0000000000000005"}) {
+        fs::copy(job, SpoolPath("upload/" + std::string(name)), fs::copy_options::recursive);
+    }
+    WriteWhole(SpoolPath("upload/0000000000000005/job.json"), "{\"version\": 1, \"names\": [");
+    fs::remove(job + "/0"); // as after a crash between the two files
+
+    Open(UploadTo(""));
+    EXPECT_TRUE(Drain());
+    EXPECT_THAT(EntriesOf(m_Directory.Path("uploads")), ElementsAre("second.csv"));
+    EXPECT_THAT(SpoolEntries("upload"), ElementsAre("bad-0000000000000005", "lock"));
+    EXPECT_TRUE(Reported("bad-0000000000000005"));
+}
+
+// Children are killed while mails are handed over and written into the outbox; each that was accepted is there once.
+TEST_F(Outage, WhatWasAcceptedBeforeAKillArrivesOnce) {
+    constexpr int ROUNDS = 10;
+    const std::string accepted = m_Directory.Path("accepted");
+    std::mt19937 random(7);
+    for (int round = 0; round < ROUNDS; ++round) {
+        const pid_t child = fork();
+        if (child == 0) {
+            Open(MailTo(""));
+            for (int i = 0;; ++i) {
+                const std::string name = "mail-" + std::to_string(round) + '-' + std::to_string(i) + ".csv";
+                if (SendMail({name}, BinaryBytes(5000)) == RC_OK) {
+                    std::ofstream(accepted, std::ios::app) << name + '\n';
+                }
+            }
+        }
+        const auto size = [&] { return fs::exists(accepted) ? fs::file_size(accepted) : 0; };
+        for (const auto before = size(); size() == before;) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % 100));
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
+    Open(MailTo(""));
+    EXPECT_TRUE(Drain());
+
+    std::map<std::string, int> arrived;
+    for (const auto& mail : EntriesOf(m_Directory.Path("outbox"))) {
+        if (mail.ends_with(".eml")) {
+            const std::string text = ReadWhole(m_Directory.Path("outbox/" + mail));
+            const std::size_t name = text.find("filename=") + 9;
+            ++arrived[text.substr(name, text.find("\r\n", name) - name)];
+        }
+    }
+    std::ifstream names(accepted);
+    std::size_t count = 0;
+    for (std::string name; std::getline(names, name); ++count) {
+        EXPECT_EQ(arrived[name], 1) << name;
+    }
+    // A mail may have been accepted without the killed child's coming to say so.
+    EXPECT_LE(arrived.size(), count + ROUNDS);
+}
+
+} // namespace
