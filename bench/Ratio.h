@@ -54,8 +54,15 @@ private:
     std::vector<std::pair<std::string, double>> m_Medians;
 };
 
+struct Comparison {
+    Ratio m_Ratio;
+    Measured m_Ours;
+    Measured m_Reference;
+    int m_nThreads = 1; // that run each of the two at once; times are then those of all threads' calls together
+};
+
 // The program's exit code.
-inline int RunRatio(int argc, char** argv, const Ratio& ratio, const Measured& ours, const Measured& reference) {
+inline int RunRatios(int argc, char** argv, const std::vector<Comparison>& comparisons) {
     std::string inTurns = "--benchmark_enable_random_interleaving=true";
     std::vector<char*> arguments(argv, argv + argc);
     arguments.insert(arguments.begin() + 1, inTurns.data());
@@ -64,21 +71,32 @@ inline int RunRatio(int argc, char** argv, const Ratio& ratio, const Measured& o
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
         return 2;
     }
-    for (const Measured& measured : {ours, reference}) {
-        benchmark::RegisterBenchmark(measured.m_pszName, measured.m_pRun)
-            ->Iterations(ratio.m_nIterations)
-            ->Repetitions(ratio.m_nRounds)
-            ->ReportAggregatesOnly()
-            ->UseRealTime();
+    for (const Comparison& comparison : comparisons) {
+        for (const Measured& measured : {comparison.m_Ours, comparison.m_Reference}) {
+            benchmark::RegisterBenchmark(measured.m_pszName, measured.m_pRun)
+                ->Iterations(comparison.m_Ratio.m_nIterations)
+                ->Repetitions(comparison.m_Ratio.m_nRounds)
+                ->Threads(comparison.m_nThreads)
+                ->ReportAggregatesOnly()
+                ->UseRealTime();
+        }
     }
     MedianReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
-    const double measured = reporter.GetMedian(ours.m_pszName);
-    const double expected = reporter.GetMedian(reference.m_pszName);
-    if (measured <= 0 || expected <= 0) {
-        return 1;
+    bool complete = true;
+    for (const auto& [ratio, ours, reference, threads] : comparisons) {
+        const double measured = reporter.GetMedian(ours.m_pszName);
+        const double expected = reporter.GetMedian(reference.m_pszName);
+        if (measured <= 0 || expected <= 0) {
+            complete = false;
+            continue;
+        }
+        std::printf("%s / %s: %.0f ns / %.0f ns = %.3f (goal %s)\n", ours.m_pszName, reference.m_pszName, measured,
+                    expected, measured / expected, ratio.m_pszGoal);
     }
-    std::printf("%s / %s: %.0f ns / %.0f ns = %.3f (goal %s)\n", ours.m_pszName, reference.m_pszName, measured,
-                expected, measured / expected, ratio.m_pszGoal);
-    return 0;
+    return complete ? 0 : 1;
+}
+
+inline int RunRatio(int argc, char** argv, const Ratio& ratio, const Measured& ours, const Measured& reference) {
+    return RunRatios(argc, argv, {{ratio, ours, reference}});
 }
