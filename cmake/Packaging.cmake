@@ -1,0 +1,46 @@
+# What is installed where, and the Debian package.
+
+# The program loads the module that lies beside it, and both find the base library there: all three share a directory of
+# their own, and the directory of programs has a link to it.
+set(kvProgramDirectory lib/kvgateway)
+set_target_properties(kvgateway PROPERTIES INSTALL_RPATH "$ORIGIN")
+install(TARGETS kvgateway kvBase39 kvLogFile
+    RUNTIME DESTINATION ${kvProgramDirectory}
+    LIBRARY DESTINATION ${kvProgramDirectory})
+set(kvProgramLink ${PROJECT_BINARY_DIR}/packaging/kvgateway)
+file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/packaging)
+file(CREATE_LINK ../${kvProgramDirectory}/kvgateway ${kvProgramLink} SYMBOLIC)
+install(FILES ${kvProgramLink} DESTINATION bin)
+
+configure_file(packaging/kvgateway.1 packaging/kvgateway.1 @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/packaging/kvgateway.1 DESTINATION share/man/man1)
+install(FILES packaging/kvgateway.service DESTINATION lib/systemd/system)
+file(GLOB kvDocuments CONFIGURE_DEPENDS README.md docs/*.md)
+install(FILES ${kvDocuments} DESTINATION share/doc/kvgateway)
+install(DIRECTORY examples DESTINATION share/doc/kvgateway USE_SOURCE_PERMISSIONS)
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME kvgateway)
+set(CPACK_PACKAGE_VENDOR Kavro)
+set(CPACK_PACKAGE_CONTACT "Kavro log file service <root@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Log file service: rotating log files from reported events, alarms and snapshots")
+set(CPACK_PACKAGE_DESCRIPTION "Writes reports as rows of plain text, comma-separated and HTML files, keeps the files within\
+ sizes and numbers, and sends them by e-mail and upload.")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION utils)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_SOURCE_DIR}/packaging/postinst
+    ${PROJECT_SOURCE_DIR}/packaging/prerm
+    ${PROJECT_SOURCE_DIR}/packaging/postrm)
+if(CMAKE_CROSSCOMPILING)
+    # The cross compiler's libraries carry no package names of the target.
+    set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE armhf)
+    set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.36), libgcc-s1, libstdc++6 (>= 12)")
+else()
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+    set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR})
+endif()
+include(CPack)
