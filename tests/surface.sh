@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Holds a built module against what the gateway relies on: the names it exports, the libraries it needs, where it
-# looks for them, and that every symbol is bound when it is loaded.
-# Usage: surface.sh MODULE    (NM and READELF name the tools to use, for a module of another architecture)
+# looks for them, that every symbol is bound when it is loaded, and its size.
+# Usage: surface.sh MODULE    (NM, READELF and SIZE name the tools to use, for a module of another architecture)
 set -euo pipefail
 
 module=$1
 nm=${NM:-nm}
 readelf=${READELF:-readelf}
+size=${SIZE:-size}
 failed=0
 
 # expect WHAT EXPECTED FOUND
@@ -44,5 +45,12 @@ found() { grep -oE "$1" <<<"$2" | sort -u || true; }
 expect "symbols bound when loaded" "BIND_NOW" "$(found BIND_NOW "$dynamic")"
 expect "relocations read-only once done" "GNU_RELRO" "$(found GNU_RELRO "$segments")"
 expect "code free of relocations" "" "$(found TEXTREL "$dynamic")"
+
+# What the loader maps read-only: code, constants and tables, which is what is left of them in a stripped module too.
+if [[ $("$readelf" -h "$module") == *ELF32* ]]; then
+    text=$("$size" "$module" | awk 'NR == 2 { print $1 }')
+    printf 'text: %d bytes\n' "$text"
+    expect "at most 64 KiB of text on the 32-bit target" yes "$([[ $text -le 65536 ]] && echo yes || echo no)"
+fi
 
 exit "$failed"
