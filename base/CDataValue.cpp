@@ -8,7 +8,7 @@ namespace {
 
 template <class Number>
 void PrintShortest(EString& text, Number number) {
-    char digits[32]; // the longest double, -2.2250738585072014e-308, has 24
+    char digits[32] = {}; // the longest double, -2.2250738585072014e-308, has 24
     const char* end = std::to_chars(digits, digits + sizeof digits, number).ptr;
     text.Empty();
     for (const char* at = digits; at != end; ++at) {
