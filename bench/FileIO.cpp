@@ -57,12 +57,12 @@ void Rounds(benchmark::State& state, const std::string& file, Append append, con
 int main(int argc, char** argv) {
     const Ratio ratio{.m_pszGoal = "1.05", .m_nRounds = 1000, .m_nIterations = 200};
     return RunRatio(argc, argv, ratio,
-                    {"EFileIO",
+                    {"append by EFileIO",
                      [](benchmark::State& state) {
                          const std::string file = Directory().Path("rows.csv");
                          Rounds(state, file, AppendByFileIO, Wide(file));
                      }},
-                    {"bare calls", [](benchmark::State& state) {
+                    {"bare open, fstat, pwrite, close", [](benchmark::State& state) {
                          const std::string file = Directory().Path("rows.csv");
                          Rounds(state, file, AppendBare, file.c_str());
                      }});

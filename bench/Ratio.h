@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,7 +19,7 @@
 // A benchmark is called once per round and loops over its state; what it does before and after the loop is not timed.
 // Google Benchmark's own options apply, --benchmark_repetitions excepted.
 struct Ratio {
-    const char* m_pszGoal; // printed beside the measured ratio
+    const char* m_pszGoal; // what the ratio should not exceed; printed beside it
     int m_nRounds;
     int m_nIterations; // per round
 };
@@ -31,6 +32,8 @@ struct Measured {
 // Prints what the console reporter prints, and keeps the medians.
 class MedianReporter : public benchmark::ConsoleReporter {
 public:
+    MedianReporter() : ConsoleReporter(OO_Tabular) {} // without colours, which would stand in files too
+
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs) {
@@ -61,6 +64,13 @@ struct Comparison {
     int m_nThreads = 1; // that run each of the two at once; times are then those of all threads' calls together
 };
 
+// A row of the table that scripts/bench prints.
+inline void PrintRatio(const char* measured, const char* beside, double ours, double reference, const char* unit,
+                       const char* goal) {
+    std::printf("| %s | %s | %.3g | %s | %.0f / %.0f %s |\n", measured, beside, ours / reference, goal, ours, reference,
+                unit);
+}
+
 // The program's exit code.
 inline int RunRatios(int argc, char** argv, const std::vector<Comparison>& comparisons) {
     std::string inTurns = "--benchmark_enable_random_interleaving=true";
@@ -71,8 +81,12 @@ inline int RunRatios(int argc, char** argv, const std::vector<Comparison>& compa
     if (benchmark::ReportUnrecognizedArguments(count, arguments.data())) {
         return 2;
     }
+    std::set<std::string> registered; // what is held against two others is measured once
     for (const Comparison& comparison : comparisons) {
         for (const Measured& measured : {comparison.m_Ours, comparison.m_Reference}) {
+            if (!registered.insert(measured.m_pszName).second) {
+                continue;
+            }
             benchmark::RegisterBenchmark(measured.m_pszName, measured.m_pRun)
                 ->Iterations(comparison.m_Ratio.m_nIterations)
                 ->Repetitions(comparison.m_Ratio.m_nRounds)
@@ -87,12 +101,10 @@ inline int RunRatios(int argc, char** argv, const std::vector<Comparison>& compa
     for (const auto& [ratio, ours, reference, threads] : comparisons) {
         const double measured = reporter.GetMedian(ours.m_pszName);
         const double expected = reporter.GetMedian(reference.m_pszName);
-        if (measured <= 0 || expected <= 0) {
-            complete = false;
-            continue;
+        complete = complete && measured > 0 && expected > 0;
+        if (measured > 0 && expected > 0) {
+            PrintRatio(ours.m_pszName, reference.m_pszName, measured, expected, "ns", ratio.m_pszGoal);
         }
-        std::printf("%s / %s: %.0f ns / %.0f ns = %.3f (goal %s)\n", ours.m_pszName, reference.m_pszName, measured,
-                    expected, measured / expected, ratio.m_pszGoal);
     }
     return complete ? 0 : 1;
 }

@@ -84,12 +84,12 @@ void MoveBare(benchmark::State& state) {
 int main(int argc, char** argv) {
     return RunRatios(argc, argv,
                      {{{.m_pszGoal = "1.2", .m_nRounds = 300, .m_nIterations = 40},
-                       {"restart of 2", Restart<2>},
-                       {"2 bare", MoveBare<2>}},
+                       {"restart of 2 files", Restart<2>},
+                       {"bare moves of 2", MoveBare<2>}},
                       {{.m_pszGoal = "1.2", .m_nRounds = 100, .m_nIterations = 10},
-                       {"restart of 20", Restart<20>},
-                       {"20 bare", MoveBare<20>}},
+                       {"restart of 20 files", Restart<20>},
+                       {"bare moves of 20", MoveBare<20>}},
                       {{.m_pszGoal = "1.2", .m_nRounds = 50, .m_nIterations = 2},
-                       {"restart of 200", Restart<200>},
-                       {"200 bare", MoveBare<200>}}});
+                       {"restart of 200 files", Restart<200>},
+                       {"bare moves of 200", MoveBare<200>}}});
 }

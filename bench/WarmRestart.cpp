@@ -143,17 +143,18 @@ void PrintMemory() {
     service.Fill();
     const std::size_t queued = mallinfo2().uordblks - before;
     const std::size_t texts = ELogFile::QUEUE_LIMIT * TextSize(Alarm());
-    std::printf("512 queued alarms / their texts: %zu bytes / %zu bytes = %.3f (goal 2.5)\n", queued, texts,
-                static_cast<double>(queued) / static_cast<double>(texts));
+    PrintRatio("memory of 512 queued alarms", "their texts", static_cast<double>(queued), static_cast<double>(texts),
+               "bytes", "2.5");
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    const Ratio ratio{.m_pszGoal = "none", .m_nRounds = 200, .m_nIterations = 5};
-    const int code = RunRatios(argc, argv,
-                               {{ratio, {"saving 512 requests", Save}, {"writing at once", WriteAtOnce}},
-                                {ratio, {"restoring 512 requests", Restore}, {"reading at once", ReadAtOnce}}});
+    const Ratio ratio{.m_pszGoal = "-", .m_nRounds = 200, .m_nIterations = 5};
+    const int code =
+        RunRatios(argc, argv,
+                  {{ratio, {"saving 512 requests", Save}, {"writing the same bytes at once", WriteAtOnce}},
+                   {ratio, {"restoring 512 requests", Restore}, {"reading the same bytes at once", ReadAtOnce}}});
     PrintMemory();
     return code;
 }

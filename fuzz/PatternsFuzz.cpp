@@ -1,4 +1,5 @@
 #include "base/ETime.h"
+#include "base/EUtility.h"
 #include "base/LittleEndian.h"
 #include "config/EFileSpec.h"
 #include "fuzz/Require.h"

@@ -1,3 +1,4 @@
+#include "base/EFileIO.h"
 #include "fuzz/Require.h"
 #include "intake/ELogInfo.h"
 #include "service/ELogFile.h"

@@ -57,7 +57,7 @@ expect_row() {
 
 expect_nothing_left() {
     local left
-    left=$(find /etc /usr /var /run -xdev -path '*kvgateway*' "$@" 2>/dev/null || true)
+    left=$(find /etc /usr /var /run -xdev -path '*kvgateway*' 2>/dev/null || true)
     [[ -z $left ]] || fail "left behind: $left"
 }
 
@@ -74,11 +74,12 @@ for file in usr/bin/kvgateway usr/lib/kvgateway/{kvgateway,kvLogFile.so,kvBase39
     usr/share/doc/kvgateway/examples/this-machine/kvLogFile.json; do
     grep -qx "./$file" <<<"$contents" || fail "no $file in the package"
 done
-dpkg-deb -f "$package" Depends | grep -q 'libstdc++6 (>= ' || fail "no dependency on the runtime libraries"
+[[ $(dpkg-deb -f "$package" Depends) == *'libstdc++6 (>= '* ]] || fail "no dependency on the runtime libraries"
 
 dpkg -i "$package" >"$work/dpkg.log" 2>&1 || fail "dpkg -i: $(cat "$work/dpkg.log")"
-! ldd /usr/bin/kvgateway | grep 'not found' || fail "libraries of the installed program"
-ldd /usr/bin/kvgateway | grep -q '/usr/lib/kvgateway/.*kvBase39\.so' || fail "the base library of the package is not used"
+libraries=$(ldd /usr/lib/kvgateway/kvgateway)
+[[ $libraries != *'not found'* && $libraries == *'=> /usr/lib/kvgateway/kvBase39.so '* ]] ||
+    fail "libraries of the installed program: $libraries"
 kvgateway check --config /etc/kvgateway >/dev/null || fail "the configuration that the package makes"
 
 start_unit
