@@ -1,117 +1,108 @@
 #include "tests/files/LogFiles.h"
 
-#include <regex>
 #include <thread>
 
-namespace {
-
-class RotationTest : public LogFilesTest {};
-
-constexpr const char* PAGE_END = "</TBODY>\n</TABLE>\n<P>\n</BODY>\n</HTML>\n";
-
-} // namespace
+using RotationTest = LogFilesTest;
 
 TEST_F(RotationTest, KeepsToTheSizeLimit) {
-    struct Case {
-        int m_nLimit;
-        int m_nFiles;
-        std::vector<std::size_t> m_Rows;  // lengths in bytes; the first row consists of 'a', the next of 'b'...
-        std::vector<std::string> m_Files; // their first characters by line, from index 0
-    };
-    const Case cases[] = {{100, 3, {88, 10}, {"Hab"}},      // filled to the last byte
-                          {100, 3, {88, 11}, {"Hb", "Ha"}}, // one byte too many
-                          {100, 3, {150}, {"Ha", "H"}},     // never fits, and is written all the same
-                          {100, 3, {150, 99, 2}, {"Hc", "Hb", "Ha"}},
-                          {100, 3, {98, 1}, {"Hb", "Ha"}},
-                          {100, 2, {60, 60, 60, 30}, {"Hcd", "Hb"}},
-                          {0, 3, {60, 60, 200}, {"Habc"}},
-                          {-1, 3, {60, 60, 200}, {"Habc"}},
-                          {100, 1, {60, 60, 30}, {"Hbc"}},
-                          {100, 0, {60, 60, 200}, {"Habc"}}, // no set to rotate: the one file goes on
-                          {100, -5, {60, 60}, {"Hab"}}};
-    for (const Case& each : cases) {
-        StartColumn({.m_nMaxSize = each.m_nLimit, .m_nFiles = each.m_nFiles});
-        char letter = 'a';
+    // Rows of so many bytes: the first one of 'a', the next of 'b'. The files by the first characters of their lines.
+    // clang-format off
+    struct Case { int m_nLimit, m_nFiles; std::vector<std::size_t> m_Rows; std::string m_Files; };
+    const Case cases[] = {
+        {100, 3, {88, 10}, "Hab"}, {100, 3, {88, 11}, "Hb|Ha"}, // filled to the last byte, and one byte too many
+        {100, 3, {150}, "Ha|H"}, {100, 3, {150, 99, 2}, "Hc|Hb|Ha"}, // never fits, and is written all the same
+        {100, 3, {98, 1}, "Hb|Ha"}, {100, 2, {60, 60, 60, 30}, "Hcd|Hb"}, {100, 1, {60, 60, 30}, "Hbc"},
+        {0, 3, {60, 60, 200}, "Habc"}, {-1, 3, {60, 60, 200}, "Habc"}, // no limit
+        {100, 0, {60, 60, 200}, "Habc"}, {100, -5, {60, 60}, "Hab"}}; // no set to rotate: the one file goes on
+    // clang-format on
+    for (const auto& [limit, files, rows, letters] : cases) {
+        StartColumn({.m_nMaxSize = limit, .m_nFiles = files});
         std::map<char, std::string> lines{{'H', "H\n"}};
-        for (const std::size_t length : each.m_Rows) {
+        for (const std::size_t length : rows) {
+            const char letter = static_cast<char>('a' + lines.size() - 1);
             lines[letter] = std::string(length - 1, letter) + '\n';
             WriteRow(std::string(length - 1, letter));
-            ++letter;
         }
         Files expected;
-        for (std::size_t i = 0; i < each.m_Files.size(); ++i) {
-            for (const char line : each.m_Files[i]) {
-                expected["logs/log-" + std::to_string(i) + ".csv"] += lines[line];
-            }
+        int index = 0;
+        for (const char letter : letters) {
+            index += letter == '|' ? 1 : 0;
+            expected["logs/log-" + std::to_string(index) + ".csv"] += lines[letter];
         }
-        EXPECT_EQ(Found(), expected) << &each - cases;
+        EXPECT_EQ(Found(), expected) << letters;
     }
 }
 
 TEST_F(RotationTest, MovesASetAlongUnderItsNewTime) {
-    // Five files' worth through three files.
-    for (const auto& [file, pattern] :
-         {std::pair{"a-%i.csv", "logs/a-(.)()\\.csv"},
-          std::pair{"b-%Y%m%d%H%M%S%s-%i.csv", "logs/b-(\\d{17})-(.)\\.csv"},
-          std::pair{"%i at %H:%M:%S.%s", "logs/(.) at (\\d\\d-\\d\\d-\\d\\d\\.\\d{3})"}}) {
+    for (const std::string file : {"a-%i.csv", "b-%Y%m%d%H%M%S%s-%i.csv", "%i at %H:%M:%S.%s"}) {
         StartColumn({.m_File = file, .m_nMaxSize = 12, .m_nFiles = 3});
-        for (int row = 1; row <= 5; ++row) {
-            WriteRow("row no " + std::to_string(row));
+        EString before;
+        for (const char* row : {"row no 1", "row no 2", "row no 3", "row no 4", "row no 5"}) {
+            before = Spec()->m_CurrentFile;
+            WriteRow(row);
             std::this_thread::sleep_for(std::chrono::milliseconds(2)); // the next file gets another time
         }
-        std::vector<std::string> contents;
-        std::set<std::string> fixedParts;
-        for (const auto& [path, content] : Found()) {
-            std::smatch parts;
-            ASSERT_TRUE(std::regex_match(path, parts, std::regex(pattern))) << path;
-            contents.push_back(content);
-            fixedParts.insert(parts[1].length() > 1 ? parts[1] : parts[2]);
+        EXPECT_EQ(before == Spec()->m_CurrentFile, file == "a-%i.csv");
+        EXPECT_EQ(Found().size(), 3U) << file;
+        for (int index = 0; index < 3; ++index) { // all under the newest one's time
+            EString name;
+            m_pService->CalcFileName(Spec(), index, &Spec()->m_FileTime, true, name);
+            EXPECT_EQ(ReadWhole(Narrow(name)), "H\nrow no " + std::to_string(5 - index) + '\n') << file;
         }
-        EXPECT_EQ(contents, (std::vector<std::string>{"H\nrow no 5\n", "H\nrow no 4\n", "H\nrow no 3\n"}));
-        EXPECT_EQ(fixedParts.size(), 1U) << "all files of a set carry one time";
-    }
-}
-
-TEST_F(RotationTest, ShrinksASetWhoseFilesShareOneName) {
-    for (const int files : {1, 2}) {
-        StartColumn({.m_File = "only.csv", .m_nMaxSize = 0, .m_nFiles = files});
-        WriteRow("old");
-        EXPECT_EQ(Process(ACTION_RESTART_FILE), RC_OK);
-        EXPECT_EQ(Found(), (Files{{"logs/only.csv", "H\n"}}));
-        WriteRow("new");
-        EXPECT_EQ(Found(), (Files{{"logs/only.csv", "H\nnew\n"}}));
     }
 }
 
 TEST_F(RotationTest, ContinuesTheFileOfAnEarlierRun) {
     const EONEVENTSTRUCT record = MakeRecord();
     const std::string row = "01-31-2024 13:05:09.042 S N: T";
-    const SpecItems plain{.m_File = "a.csv", .m_nFiles = 1};
-    const SpecItems html{.m_Name = "Page", .m_File = "b.html", .m_nFiles = 1, .m_nFormat = 2};
     for (int run = 0; run < 2; ++run) {
-        StartAnew({plain, html});
+        StartAnew({SpecItems{.m_File = "a.csv"}, SpecItems{.m_Name = "Page", .m_File = "b.html", .m_nFormat = 2}});
         WriteWhole("logs/a.csv", ReadWhole("logs/a.csv") + "x\n"); // as if rows stood there: never empty
         Process(ACTION_LOG_EVENT, &record);
         Process(ACTION_LOG_EVENT, &record, 1, L"Page");
     }
     EXPECT_EQ(ReadWhole("logs/a.csv"), "x\n" + row + "\nx\n" + row + '\n');
     const std::string page = ReadWhole("logs/b.html");
-    EXPECT_EQ(page.substr(page.find("<TBODY>")),
-              "<TBODY>\n<TR>\n<TD>" + row + "</TD>\n</TR>\n<TR>\n<TH>" + row + "</TH>\n</TR>\n")
+    EXPECT_EQ(page.substr(page.find("<TBODY>") + 8),
+              "<TR>\n<TD>" + row + "</TD>\n</TR>\n<TR>\n<TH>" + row + "</TH>\n</TR>\n")
         << "a filter that has written no header makes heading cells";
 }
 
 TEST_F(RotationTest, StopsAndStartsPages) {
+    const std::string end = "</TBODY>\n</TABLE>\n<P>\n</BODY>\n</HTML>\n";
     StartColumn({.m_File = "%i.html", .m_nFormat = 2});
     WriteRow("1");
     const std::string begun = ReadWhole("logs/0.html");
     EXPECT_EQ(m_pService->StopFile(Spec()), 1);
-    EXPECT_EQ(Found(), (Files{{"logs/0.html", begun + PAGE_END}}));
     EXPECT_EQ(m_pService->StopFile(Spec()), 1) << "nothing more to end";
     WriteRow("2"); // behind the end of the page: the file is continued, whatever it holds
-    const std::string stopped = begun + PAGE_END + "<TR>\n<TD>2</TD>\n</TR>\n";
-    EXPECT_EQ(Found(), (Files{{"logs/0.html", stopped}}));
     EXPECT_EQ(m_pService->RestartFile(Spec()), 1);
-    const std::string head = begun.substr(0, begun.find("<TBODY>\n") + 8);
-    EXPECT_EQ(Found(), (Files{{"logs/0.html", head}, {"logs/1.html", stopped + PAGE_END}}));
+    EXPECT_EQ(Found(), (Files{{"logs/0.html", begun.substr(0, begun.find("<TBODY>\n") + 8)},
+                              {"logs/1.html", begun + end + "<TR>\n<TD>2</TD>\n</TR>\n" + end}}));
+}
+
+TEST_F(RotationTest, TakesFilesAsItFindsThem) {
+    const std::string first = "logs/log-0.csv";
+    const std::string second = "logs/log-1.csv";
+    const std::string grown(50, 'x');
+    const auto rowsAround = [&](const char* what, auto happens, const Files& expected) {
+        StartColumn({.m_nMaxSize = 50});
+        WriteRow("1");
+        happens();
+        WriteRow("2");
+        EXPECT_EQ(Found(), expected) << what;
+    };
+    rowsAround("removed", [&] { std::filesystem::remove(first); }, {{first, "H\n2\n"}, {second, ""}});
+    rowsAround("emptied", [&] { WriteWhole(first, ""); }, {{first, "H\n2\n"}, {second, ""}});
+    rowsAround("cut", [&] { WriteWhole(first, "H\n1"); }, {{first, "H\n12\n"}});
+    rowsAround("grown", [&] { WriteWhole(first, grown); }, {{first, "H\n2\n"}, {second, grown}});
+    const auto block = [&] {
+        WriteWhole(first, grown);
+        std::filesystem::create_directories(second + "/d");
+    };
+    rowsAround("no way to rotate", block, {{first, grown + "2\n"}});
+    rowsAround("directory gone", [] { std::filesystem::remove_all("logs"); }, {});
+    std::filesystem::create_directory("logs"); // the row after a lost one is tried again
+    WriteRow("3");
+    EXPECT_EQ(Found(), (Files{{first, "H\n3\n"}, {second, ""}}));
 }
