@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <chrono>
 #include <map>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,25 +35,52 @@ void OnThreads(int count, Work work) {
     }
 }
 
+// The reports that were found, or are expected, by the thread that made them.
+using Marks = std::map<int, std::vector<int>>;
+
+// 0, 1, ... as far as `end`, without it.
+inline std::vector<int> UpTo(int end) {
+    std::vector<int> numbers(static_cast<std::size_t>(end));
+    std::iota(numbers.begin(), numbers.end(), 0);
+    return numbers;
+}
+
+// 0, 1, ... from each of so many threads.
+inline Marks FromThreads(int threads, int count) {
+    Marks marks;
+    for (const int thread : UpTo(threads)) {
+        marks[thread] = UpTo(count);
+    }
+    return marks;
+}
+
 // The text by which a report is known in a row; the threads are 0 to 9.
 inline std::wstring Mark(int thread, int number) {
     return L"r" + std::to_wstring(thread) + L"#" + std::to_wstring(number) + L";";
 }
 
 // The numbers in the rows of a log file, by thread, as they stand. Takes UTF-16LE files too.
-inline std::map<int, std::vector<int>> MarksIn(const std::string& path) {
+inline Marks MarksIn(const std::string& path) {
     std::string bytes = ReadWhole(path);
     std::erase(bytes, '\0');
-    std::map<int, std::vector<int>> marks;
+    Marks marks;
     for (std::size_t at = bytes.find('#'); at != std::string::npos; at = bytes.find('#', at + 1)) {
         marks[bytes[at - 1] - '0'].push_back(std::atoi(bytes.c_str() + at + 1));
     }
     return marks;
 }
 
+// UTF-16LE, of ASCII text.
+inline std::string Utf16(const std::string& text) {
+    std::string bytes;
+    for (const char character : text) {
+        bytes += {character, '\0'};
+    }
+    return bytes;
+}
+
 // Whether each thread's numbers ascend: nothing twice, nothing overtaken.
-inline bool InOrder(const std::map<int, std::vector<int>>& marks) {
-    return std::all_of(marks.begin(), marks.end(), [](const auto& of) {
-        return std::adjacent_find(of.second.begin(), of.second.end(), std::greater_equal<>()) == of.second.end();
-    });
+inline bool InOrder(const Marks& marks) {
+    return std::all_of(marks.begin(), marks.end(),
+                       [](const auto& of) { return std::ranges::is_sorted(of.second, std::ranges::less_equal{}); });
 }

@@ -5,6 +5,7 @@
 #include "intake/ELogInfo.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"
+#include "tests/Reports.h"
 #include "tests/Workplace.h"
 #include "tests/kernel/TestKernel.h"
 
@@ -42,6 +43,25 @@ protected:
     }
 
     EFileSpec* Spec(const wchar_t* name = L"Log") { return m_pService->FindFileSpec(name); }
+
+    EResult Alarm(const wchar_t* text, EString name = L"Log") {
+        EONEVENTSTRUCT record = MakeRecord(L"N", text);
+        return m_pService->LogAlarm(name, &record);
+    }
+    EResult Event(const wchar_t* text) {
+        EONEVENTSTRUCT record = MakeRecord(L"N", text);
+        return m_pService->ReportEvent(&record);
+    }
+    EResult Invoke(EString action, EString name, EONEVENTSTRUCT* records, unsigned long count = 1) {
+        return m_pService->Invoke(action, name, nullptr, count, records, nullptr);
+    }
+
+    // Lets the worker write what waits, and stops it.
+    void WriteAll() {
+        m_pService->Start();
+        EXPECT_TRUE(Soon([&] { return Queued().empty(); }));
+        m_pService->PrepareToStop();
+    }
 
     // The waiting requests, oldest first, each as the texts of its records: "first,second".
     std::vector<std::string> Queued() {

@@ -5,6 +5,7 @@
 #include "tests/TempDir.h"
 
 #include <algorithm>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -62,16 +63,12 @@ struct SpecItems {
     std::string m_Mail{};
 
     operator std::string() const {
-        const auto text = [](const char* name, const std::string& value) {
-            return '"' + std::string(name) + R"(": ")" + value + R"(", )";
-        };
-        const auto number = [](const char* name, int value) {
-            return '"' + std::string(name) + R"(": )" + std::to_string(value) + ", ";
-        };
-        return text("name", m_Name) + text("logPath", m_Path) + text("fileName", m_File) +
-               number("maxFileSize", m_nMaxSize) + number("numFiles", m_nFiles) + number("fileFormat", m_nFormat) +
-               number("unicode", m_nUnicode) + number("deliveryMode", m_nDelivery) + number("keepCopy", m_nKeepCopy) +
-               R"("mailName": ")" + m_Mail + '"';
+        std::ostringstream items;
+        items << R"("name": ")" << m_Name << R"(", "logPath": ")" << m_Path << R"(", "fileName": ")" << m_File
+              << R"(", "maxFileSize": )" << m_nMaxSize << R"(, "numFiles": )" << m_nFiles << R"(, "fileFormat": )"
+              << m_nFormat << R"(, "unicode": )" << m_nUnicode << R"(, "deliveryMode": )" << m_nDelivery
+              << R"(, "keepCopy": )" << m_nKeepCopy << R"(, "mailName": ")" << m_Mail << '"';
+        return items.str();
     }
 };
 

@@ -1,26 +1,48 @@
 #pragma once
 
+#include "base/EPersistent.h"
 #include "base/IAction.h"
 #include "base/IKernelBase.h"
 #include "base/IKernelService.h"
 #include "base/ILogFile.h"
+#include "base/InterfaceIds.h"
+
+#include <dlfcn.h>
+#include <stdexcept>
 
 // The built module, loaded as the gateway loads it, and unloaded at the end.
 class LoadedModule {
 public:
-    LoadedModule(); // throws std::runtime_error
-    ~LoadedModule();
+    LoadedModule() {
+        if (m_pModule == nullptr) {
+            throw std::runtime_error(dlerror());
+        }
+    }
+    ~LoadedModule() {
+        EPersistent::RemoveFactories(); // their code goes with the module
+        dlclose(m_pModule);
+    }
     LoadedModule(const LoadedModule&) = delete;
     LoadedModule& operator=(const LoadedModule&) = delete;
 
-    // A new service, by the exported entry; it belongs to the caller until its Stop.
-    IKernelService* InitService(IKernelBase* kernel);
     // An exported name; null when there is none.
-    void* Symbol(const char* name);
+    void* Symbol(const char* name) { return dlsym(m_pModule, name); }
 
-    static ILogFile* LogFile(IKernelService* service);
-    static IAction* Action(IKernelService* service);
+    // A new service, by the exported entry; it belongs to the caller until its Stop. Its class is the module's own, with
+    // the kernel service interface at its beginning.
+    IKernelService* InitService(IKernelBase* kernel) {
+        return reinterpret_cast<IKernelService* (*)(IKernelBase*)>(Symbol("kvLogFileInitService"))(kernel);
+    }
+
+    static ILogFile* LogFile(IKernelService* service) { return static_cast<ILogFile*>(Find(service, IID_LOG_FILE)); }
+    static IAction* Action(IKernelService* service) { return static_cast<IAction*>(Find(service, IID_ACTION)); }
 
 private:
-    void* m_pModule;
+    static void* Find(IKernelService* service, unsigned long id) {
+        void* found = nullptr;
+        service->GetInterface(id, &found);
+        return found;
+    }
+
+    void* m_pModule = dlopen(KVLOGFILE_PATH, RTLD_NOW | RTLD_LOCAL);
 };

@@ -2,7 +2,6 @@
 
 #include "base/EMailMessage.h"
 #include "base/EString.h"
-#include "base/IAction.h"
 #include "base/IActionRegistry.h"
 #include "base/IEMailService.h"
 #include "base/IErrorReporter.h"
@@ -12,6 +11,8 @@
 #include "base/ISMListener.h"
 #include "base/IStringTable.h"
 #include "base/IUploadService.h"
+#include "tests/TempDir.h"
+#include "tests/kernel/InKernel.h"
 
 #include <functional>
 #include <map>
@@ -24,6 +25,8 @@
 // A kernel for tests: serves every interface that the module asks for, does what the test has scripted, and keeps what
 // it was told. All texts are UTF-8. The scripts are set before the threads start; the records are read after they ended.
 
+std::string Narrow(const wchar_t* text); // UTF-8
+
 struct ReportedMessage {
     int m_nLevel;
     int m_nSource;
@@ -34,9 +37,23 @@ struct ReportedMessage {
 
 class TestReporter : public IErrorReporter {
 public:
-    EResult Report(int level, int source, int messageNumber, const wchar_t* text) override;
-    std::vector<ReportedMessage> Messages() const;
-    int Count(int messageNumber) const;
+    EResult Report(int level, int source, int messageNumber, const wchar_t* text) override {
+        const InKernel here;
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        m_Messages.push_back({level, source, messageNumber, text != nullptr ? Narrow(text) : ""});
+        return RC_OK;
+    }
+    std::vector<ReportedMessage> Messages() const {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        return m_Messages;
+    }
+    int Count(int messageNumber) const {
+        int count = 0;
+        for (const ReportedMessage& message : Messages()) {
+            count += message.m_nNumber == messageNumber ? 1 : 0;
+        }
+        return count;
+    }
 
 private:
     mutable std::mutex m_Mutex;
@@ -46,12 +63,47 @@ private:
 // name@id, as the gateway qualifies names.
 class TestNames : public INameService {
 public:
-    EResult QualifyName(int id, EString* name) override;
-    EResult ParseName(EString* name, int* id) override;
-    EResult ParseNameText(const wchar_t* name, int* id) override;
-    EResult GetUploadParameters(int id, EString* parameter1, EString* parameter2, EString* parameter3) override;
-    EResult PreparePath(int id, EString* path) override;
-    EResult CheckId(int id, bool* accepted) override;
+    EResult QualifyName(int id, EString* name) override {
+        const InKernel here;
+        *name += id >= 0 ? Wide("@" + std::to_string(id)) : EString();
+        return RC_OK;
+    }
+    EResult ParseName(EString* name, int* id) override {
+        const InKernel here;
+        const std::string text = Narrow(*name);
+        if (const auto at = text.rfind('@'); at != std::string::npos) {
+            *id = std::stoi(text.substr(at + 1));
+            *name = Wide(text.substr(0, at));
+        }
+        return RC_OK;
+    }
+    EResult ParseNameText(const wchar_t* name, int* id) override {
+        const InKernel here;
+        EString copy = name;
+        return ParseName(&copy, id);
+    }
+    EResult GetUploadParameters(int id, EString* parameter1, EString* parameter2, EString* parameter3) override {
+        const InKernel here;
+        if (!m_bUploadParameters) {
+            return RC_MISSING;
+        }
+        *parameter1 = L"host";
+        *parameter2 = L"user";
+        *parameter3 = Wide("id" + std::to_string(id));
+        return RC_OK;
+    }
+    EResult PreparePath(int /*id*/, EString* path) override {
+        const InKernel here;
+        if (!m_bPreparesPaths) {
+            return RC_MISSING;
+        }
+        std::filesystem::create_directories(Narrow(*path));
+        return RC_OK;
+    }
+    EResult CheckId(int id, bool* accepted) override {
+        *accepted = m_RefusedIds.count(id) == 0;
+        return RC_OK;
+    }
 
     std::set<int> m_RefusedIds;
     bool m_bUploadParameters = true; // "host", "user" and "id" followed by the identifier
@@ -60,7 +112,12 @@ public:
 
 class TestActions : public IActionRegistry {
 public:
-    EResult RegisterAction(const wchar_t* name, IAction* action) override;
+    EResult RegisterAction(const wchar_t* name, IAction* action) override {
+        const InKernel here;
+        m_Registered.emplace_back(Narrow(name), action);
+        const auto refused = m_Refused.find(Narrow(name));
+        return refused != m_Refused.end() ? refused->second : RC_OK;
+    }
 
     std::map<std::string, EResult> m_Refused;
     std::vector<std::pair<std::string, IAction*>> m_Registered;
@@ -68,20 +125,32 @@ public:
 
 class TestControl : public IKernelControl {
 public:
-    EResult Operation3() override;
-    EResult Operation5() override;
-    EResult Operation6(unsigned long value) override;
+    EResult Operation3() override { return Note("3"); }
+    EResult Operation5() override { return Note("5"); }
+    EResult Operation6(unsigned long value) override { return Note("6", value); }
     EResult IsRestoreWanted() override { return m_bRestoreWanted ? 1 : 0; }
-    EResult Operation9(unsigned long value) override;
+    EResult Operation9(unsigned long value) override { return Note("9", value); }
 
     bool m_bRestoreWanted = false;
     std::vector<std::string> m_Calls; // "9(1)", "6(0)", "3", "5"
+
+private:
+    template <class... Value>
+    EResult Note(const char* number, Value... value) {
+        const InKernel here;
+        m_Calls.push_back((std::string(number) + ... + ('(' + std::to_string(value) + ')')));
+        return RC_OK;
+    }
 };
 
 // "H" followed by the number: H956, H957, ...
 class TestStrings : public IStringTable {
 public:
-    const wchar_t* GetString(unsigned long number, unsigned long reserved) override;
+    const wchar_t* GetString(unsigned long number, unsigned long /*reserved*/) override {
+        const InKernel here;
+        m_Text.Format(L"H%lu", number);
+        return m_Text;
+    }
 
 private:
     EString m_Text; // only valid until the next call, as callers must expect
@@ -94,17 +163,16 @@ public:
 
     // Inside: in the calling thread, at once. Never: not at all. Otherwise GiveNext or Deliver gives it. Mixed: each of
     // the first four in turn.
-    void Take(std::function<void()> notice);
+    void Take(const std::function<void()>& notice);
     // Gives the next one that has been taken, in the calling thread; false when there is none.
     bool GiveNext();
     // Gives what has been taken, from `threads` other threads at a time, and returns when all are given.
     void Deliver(int threads = 1);
-    int Waiting() const;
 
     When m_When = When::Later;
 
 private:
-    mutable std::mutex m_Mutex;
+    std::mutex m_Mutex;
     std::vector<std::function<void()>> m_Waiting;
     int m_nTaken = 0;
 };
@@ -119,10 +187,29 @@ struct SentMail {
 class TestEMail : public IEMailService {
 public:
     EResult SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* record) override;
-    EMailMessage* CreateMessage() override;
-    void ReleaseMessage(EMailMessage* message) override;
-    EResult StoreMessage(EMailMessage* message) override;
-    EResult LoadMessage(EMailMessage* message) override;
+    EMailMessage* CreateMessage() override {
+        const InKernel here;
+        m_nRecords += m_bGivesRecords ? 1 : 0;
+        return m_bGivesRecords ? new EMailMessage : nullptr;
+    }
+    void ReleaseMessage(EMailMessage* message) override {
+        --m_nRecords;
+        delete message;
+    }
+    EResult StoreMessage(EMailMessage* message) override {
+        const InKernel here;
+        m_Definitions[Narrow(message->m_Name)] = Narrow(message->m_Attachments);
+        return RC_OK;
+    }
+    EResult LoadMessage(EMailMessage* message) override {
+        const InKernel here;
+        const auto found = m_Definitions.find(Narrow(message->m_Name));
+        if (found == m_Definitions.end()) {
+            return RC_NOT_FOUND;
+        }
+        message->m_Attachments = Wide(found->second);
+        return RC_OK;
+    }
 
     std::map<std::string, std::string> m_Definitions; // name to attachment list
     std::set<int> m_RefusedSends;                     // by their number, from 0
@@ -130,11 +217,9 @@ public:
     bool m_bKeepContents = true;
     TestNotices m_Notices;
 
-    std::vector<SentMail> m_Sent;            // those that were started
-    int m_nSends = 0;                        // and those that were refused
-    int m_nRecords = 0;                      // created and not released
-    EMailCompletion m_pCompletion = nullptr; // the last one
-    void* m_pContext = nullptr;
+    std::vector<SentMail> m_Sent; // those that were started
+    int m_nSends = 0;             // and those that were refused
+    int m_nRecords = 0;           // created and not released
 };
 
 struct Upload {
@@ -151,9 +236,8 @@ public:
     bool m_bRefuses = false;
     bool m_bKeepContents = true;
     TestNotices m_Notices;
-    std::vector<Upload> m_Uploads;      // those that were started
-    ISMListener* m_pListener = nullptr; // of the last one
-    unsigned long m_nContext = 0;
+    std::vector<Upload> m_Uploads; // those that were started
+    unsigned long m_nContext = 0;  // of the last one
 };
 
 class TestKernel : public IKernelBase {
@@ -171,5 +255,3 @@ public:
     std::set<unsigned long> m_Missing;                // interfaces that this gateway has not
     std::function<void(unsigned long id)> m_OnLookUp; // called while a look-up is under way
 };
-
-std::string Narrow(const wchar_t* text); // UTF-8
