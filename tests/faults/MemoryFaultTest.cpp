@@ -4,15 +4,16 @@
 #include "service/ELogFile.h"
 #include "service/Entry.h"
 #include "service/Guarded.h"
-#include "tests/faults/MemoryFaults.h"
+#include "tests/faults/Faults.h"
 #include "tests/faults/Scenario.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <set>
 
 namespace {
+
+using Results = std::set<EResult>;
 
 constexpr int BEFORE = 2; // rows that every log file has before the operation that memory fails in: a file is full
 constexpr int ROW = 3;    // what that operation writes, if it writes
@@ -26,9 +27,7 @@ struct Life {
         Scenario::WriteSection();
         m_Kernel.m_EMail.m_Definitions["mail"] = "";
         m_Kernel.m_EMail.m_Notices.m_When = m_Kernel.m_Upload.m_Notices.m_When = TestNotices::When::Inside;
-        if (phase >= Phase::Constructed) {
-            m_pService = kvLogFileInitService(&m_Kernel);
-        }
+        m_pService = phase >= Phase::Constructed ? kvLogFileInitService(&m_Kernel) : nullptr;
         if (phase >= Phase::Prepared) {
             m_pService->PrepareToStart();
         }
@@ -56,21 +55,23 @@ struct Life {
         }
     }
 
+    // The next request, taken from the queue.
+    std::unique_ptr<ELogInfo> Next() {
+        return std::unique_ptr<ELogInfo>(static_cast<ELogInfo*>(m_pService->m_LogQueue.RemoveHead()));
+    }
+
     // Processes what is queued, as the worker does; the last result.
     EResult Work() {
         EResult result = RC_OK;
-        while (auto* info = static_cast<ELogInfo*>(m_pService->m_LogQueue.RemoveHead())) {
-            const std::unique_ptr<ELogInfo> owned(info);
-            result = Guarded([&] { return m_pService->ProcessLogFile(info); });
+        while (const auto request = Next()) {
+            result = Guarded([&] { return m_pService->ProcessLogFile(request.get()); });
         }
         return result;
     }
 
     // There is memory again: the service takes up its life where it stands, logs, and delivers.
     void GoOn() {
-        if (m_pService == nullptr) {
-            m_pService = kvLogFileInitService(&m_Kernel);
-        }
+        m_pService = m_pService == nullptr ? kvLogFileInitService(&m_Kernel) : m_pService;
         m_pService->PrepareToStop(); // what follows processes requests in this thread, and nobody else may
         EXPECT_EQ(m_pService->PrepareToStart(), RC_OK);
         if (m_pService->m_FileSpecs.GetCount() < static_cast<int>(Scenario::Logs().size()) ||
@@ -96,6 +97,9 @@ struct Life {
     EONEVENTSTRUCT m_Record = MakeRecord(L"r103");
     EString m_Name = L"comma";
     EString m_Action = ACTION_NAME_ALARM;
+    WARM_RESTART_STRUCT m_Sections{};
+    EString m_AgentFile;
+    int m_nAgentFormat = 0;
 };
 
 struct Step {
@@ -103,9 +107,7 @@ struct Step {
     Phase m_Phase;
     void (*m_pPrepare)(Life&, const FaultLog&);
     EResult (*m_pOperate)(Life&);
-    std::set<EResult> m_Results; // of the failures of all allocations and of none: exactly these
-
-    friend void PrintTo(const Step& step, std::ostream* out) { *out << step.m_pszName; }
+    Results m_Results; // of the failures of all allocations and of none: exactly these
 };
 
 void Nothing(Life&, const FaultLog&) {}
@@ -122,7 +124,9 @@ void QueueAll(Life& life, const FaultLog&) {
     life.Log(ROW, ROW);
 }
 
+// Also leaves an early event to be written to it.
 void MakeKernelLog(Life& life, const FaultLog&) {
+    life.m_pService->ReportEvent(&life.m_Record);
     life.m_pService->Start();
     life.m_pService->PrepareToStop();
 }
@@ -131,8 +135,7 @@ void MakeKernelLog(Life& life, const FaultLog&) {
 void SaveAll(Life& life, const FaultLog&) {
     life.Log(ROW, ROW);
     life.m_pService->WarmRestart(1, nullptr);
-    while (auto* info = static_cast<ELogInfo*>(life.m_pService->m_LogQueue.RemoveHead())) {
-        delete info;
+    while (life.Next() != nullptr) {
     }
     life.m_Kernel.m_Control.m_bRestoreWanted = true;
 }
@@ -158,81 +161,54 @@ EResult End(Life& life) {
     return std::exchange(life.m_pService, nullptr)->Stop();
 }
 
-EResult ListSections(Life& life) {
-    WARM_RESTART_STRUCT info;
-    const EResult result = life.m_pService->WarmRestart(3, &info);
-    delete[] info.m_pszSections;
-    return result;
-}
-
-EResult GetAgentLogFile(Life& life) {
-    EString file;
-    int format = 0;
-    return life.m_pService->GetAgentLogFile(file, format);
-}
-
-EResult PrepareToStart(Life& life) {
-    return life.m_pService->PrepareToStart();
-}
-EResult Restore(Life& life) {
-    return life.m_pService->Restore(0);
-}
-EResult Start(Life& life) {
-    return life.m_pService->Start();
-}
-EResult ReportEvent(Life& life) {
-    return life.m_pService->ReportEvent(&life.m_Record);
-}
-EResult LogAlarm(Life& life) {
-    return life.m_pService->LogAlarm(life.m_Name, &life.m_Record);
-}
 EResult Invoke(Life& life) {
     life.m_Record.m_nIdentifier = -1; // the one of a log file whose name carries none
     return life.m_pService->Invoke(life.m_Action, life.m_Name, nullptr, 1, &life.m_Record, nullptr);
 }
+
+EResult ListSections(Life& life) {
+    const EResult result = life.m_pService->WarmRestart(3, &life.m_Sections);
+    delete[] life.m_Sections.m_pszSections;
+    return result;
+}
+
 EResult Work(Life& life) {
     return life.Work();
 }
-EResult Save(Life& life) {
-    return life.m_pService->WarmRestart(1, nullptr);
-}
 
-const std::set<EResult> OK_OR_NOT_MADE{RC_OK, RC_NOT_MADE};
-const std::set<EResult> OF_DELIVERY{RC_OK, RC_MISSING, RC_NOT_MADE};
+const Results OR_NOT_MADE{RC_OK, RC_NOT_MADE};
+const Results OF_DELIVERY{RC_OK, RC_MISSING, RC_NOT_MADE};
 
+// clang-format off
 const Step STEPS[] = {
-    {"Construct", Phase::Nothing, Nothing, Construct, OK_OR_NOT_MADE},
-    {"PrepareToStart", Phase::Constructed, Nothing, PrepareToStart, OK_OR_NOT_MADE},
-    {"Restore", Phase::Prepared, Nothing, Restore, OK_OR_NOT_MADE},
+    {"Construct", Phase::Nothing, Nothing, Construct, OR_NOT_MADE},
+    {"PrepareToStart", Phase::Constructed, Nothing, [](Life& it) { return it.m_pService->PrepareToStart(); }, OR_NOT_MADE},
+    {"Restore", Phase::Prepared, Nothing, [](Life& it) { return it.m_pService->Restore(0); }, OR_NOT_MADE},
     {"PreStart", Phase::Configured, SaveAll, PreStart, {RC_OK}},
-    {"Start", Phase::Working, Nothing, Start, OK_OR_NOT_MADE},
+    {"Start", Phase::Working, Nothing, [](Life& it) { return it.m_pService->Start(); }, OR_NOT_MADE},
     {"Stop", Phase::Working, QueueAll, End, {RC_OK}},
-    {"EarlyEvent", Phase::Working, Nothing, ReportEvent, OK_OR_NOT_MADE},
-    {"Event", Phase::Working, MakeKernelLog, ReportEvent, OK_OR_NOT_MADE},
-    {"LogAlarm", Phase::Working, Nothing, LogAlarm, OK_OR_NOT_MADE},
-    {"Invoke", Phase::Working, Nothing, Invoke, OK_OR_NOT_MADE},
-    {"GetAgentLogFile", Phase::Working,
-     [](Life& life, const FaultLog& log) {
-         MakeKernelLog(life, log);
-         ReportEvent(life);
-     },
-     GetAgentLogFile, OK_OR_NOT_MADE},
-    {"plain", Phase::Working, Queue, Work, OK_OR_NOT_MADE},
-    {"comma", Phase::Working, Queue, Work, OK_OR_NOT_MADE},
-    {"html", Phase::Working, Queue, Work, OK_OR_NOT_MADE},
+    {"EarlyEvent", Phase::Working, Nothing, [](Life& it) { return it.m_pService->ReportEvent(&it.m_Record); }, OR_NOT_MADE},
+    {"Event", Phase::Working, MakeKernelLog, [](Life& it) { return it.m_pService->ReportEvent(&it.m_Record); }, OR_NOT_MADE},
+    {"LogAlarm", Phase::Working, Nothing, [](Life& it) { return it.m_pService->LogAlarm(it.m_Name, &it.m_Record); }, OR_NOT_MADE},
+    {"Invoke", Phase::Working, Nothing, Invoke, OR_NOT_MADE},
+    {"AgentLog", Phase::Working, [](Life& it, const FaultLog& log) { MakeKernelLog(it, log); it.m_pService->ReportEvent(&it.m_Record); },
+     [](Life& it) { return it.m_pService->GetAgentLogFile(it.m_AgentFile, it.m_nAgentFormat); }, OR_NOT_MADE},
+    {"plain", Phase::Working, Queue, Work, OR_NOT_MADE},
+    {"comma", Phase::Working, Queue, Work, OR_NOT_MADE},
+    {"html", Phase::Working, Queue, Work, OR_NOT_MADE},
     {"upKept", Phase::Working, Queue, Work, OF_DELIVERY},
     {"upDeleted", Phase::Working, Queue, Work, OF_DELIVERY},
     {"mailKept", Phase::Working, Queue, Work, OF_DELIVERY},
     {"mailDeleted", Phase::Working, Queue, Work, OF_DELIVERY},
-    {"Save", Phase::Working, QueueAll, Save, OK_OR_NOT_MADE},
-    {"ListSections", Phase::Working, Nothing, ListSections, OK_OR_NOT_MADE},
+    {"Save", Phase::Working, QueueAll, [](Life& it) { return it.m_pService->WarmRestart(1, nullptr); }, OR_NOT_MADE},
+    {"ListSections", Phase::Working, Nothing, ListSections, OR_NOT_MADE},
 };
+// clang-format on
 
 class MemoryFaultTest : public testing::TestWithParam<Step> {
 protected:
     static std::set<int> RowsOf(const FaultLog& log, const Life& life) {
-        const FaultOutcome outcome = OutcomeOf(log, life.m_Kernel);
-        EXPECT_TRUE(IsRising(outcome.m_Kept) && IsRising(outcome.m_Sent)) << testing::PrintToString(outcome.m_Files);
+        const FaultOutcome outcome = log.OutcomeOf(life.m_Kernel);
         std::set<int> rows(outcome.m_Kept.begin(), outcome.m_Kept.end());
         rows.insert(outcome.m_Sent.begin(), outcome.m_Sent.end());
         return rows;
@@ -242,7 +218,7 @@ protected:
 
     // The step's log file, or the first one.
     static const FaultLog& StepsLog() {
-        const auto found = std::find_if(Scenario::Logs().begin(), Scenario::Logs().end(), IsStepOf);
+        const auto found = std::ranges::find_if(Scenario::Logs(), IsStepOf);
         return found != Scenario::Logs().end() ? *found : Scenario::Logs().front();
     }
 
@@ -277,7 +253,7 @@ protected:
 TEST_P(MemoryFaultTest, IsToldAndGoesOn) {
     setenv("TZ", "UTC", 1);
     tzset();
-    std::set<EResult> results;
+    Results results;
     bool struck = true;
     int runs = -1;
     for (int nth = 1; struck && !HasFailure(); ++nth, ++runs) {
@@ -286,9 +262,9 @@ TEST_P(MemoryFaultTest, IsToldAndGoesOn) {
         GetParam().m_pPrepare(life, StepsLog());
         EResult result = RC_OK;
         {
-            const MemoryFault fault(nth);
+            const Fault fault(Call::Allocate, nth);
             result = GetParam().m_pOperate(life);
-            struck = fault.HasStruck();
+            struck = Fault::HasStruck();
         }
         results.insert(result);
         CheckDelivery(life, result);

@@ -9,26 +9,6 @@
 
 class ELogFile;
 
-// A log file of the scenario, and what its files consist of, byte for byte.
-struct FaultLog {
-    std::string m_Name;
-    int m_nFormat;
-    int m_nUnicode;
-    int m_nFiles;
-    int m_nDelivery;
-    int m_nKeepCopy;
-
-    bool IsDelivered() const { return m_nDelivery != 1; }
-    std::string Header() const;
-    std::string Row(int number, const char* tag = "TD") const; // 1 to 99; the tag is that of an HTML cell
-    std::string Footer() const;
-    bool Owns(const std::string& path) const;
-    std::string Items() const; // of the section's element; two rows fill a file
-
-    // The numbers of a file's rows. Fails the test unless the file is a header, and whole rows and footers behind it.
-    std::vector<int> Rows(const std::string& path, const std::string& bytes) const;
-};
-
 // What has become of one log file's rows.
 struct FaultOutcome {
     std::map<std::string, std::vector<int>> m_Files; // on disk; every job's directory is called "$tmp"
@@ -38,8 +18,29 @@ struct FaultOutcome {
     bool operator==(const FaultOutcome&) const = default;
 };
 
-FaultOutcome OutcomeOf(const FaultLog& log, const TestKernel& kernel);
-bool IsRising(const std::vector<int>& rows);
+// A log file of the scenario, and what its files consist of, byte for byte.
+struct FaultLog {
+    std::string m_Name;
+    int m_nFormat;
+    int m_nUnicode;
+    int m_nFiles;
+    int m_nDelivery;
+    int m_nKeepCopy;
+    std::vector<int> m_Kept; // the rows on disk when nothing has failed
+
+    bool IsDelivered() const { return m_nDelivery != 1; }
+    bool Owns(const std::string& path) const;
+    std::string Items() const; // of the section's element; two rows fill a file
+
+    // Fails the test unless every file is a header, and whole rows and footers behind it, and each row is in one place,
+    // behind the older ones.
+    FaultOutcome OutcomeOf(const TestKernel& kernel) const;
+
+private:
+    std::string Line(const std::string& cells, const std::string& tag) const;
+    std::string Header() const;
+    std::vector<int> Rows(const std::string& path, const std::string& bytes) const; // their numbers
+};
 
 // The life of a service that meets every use of files: rows through rotations of each format, deliveries of each kind, a
 // restart, a warm save; then a second service that restores and goes on. It runs when it is constructed.
@@ -72,7 +73,5 @@ private:
 };
 
 // Drives the service on one log file.
-ELogFile* BeginService(TestKernel& kernel); // prepared, configured from the section that stands there, pre-started
-void WriteRows(ELogFile* service, const FaultLog& log, int first, int last);
+void WriteRows(ELogFile* service, const FaultLog& log, int first, int last); // rows 1 to 99
 EResult Ask(ELogFile* service, const FaultLog& log, const wchar_t* action);
-void WorkAndStop(ELogFile* service); // starts it, waits for the queue to become empty, prepares to stop

@@ -1,0 +1,22 @@
+#pragma once
+
+// The system's file calls as the base library makes them, and all allocations, pass through here: this program defines
+// them in place of the C and C++ libraries', counts them, and lets chosen ones fail. The test kernel's own are neither
+// counted nor failed.
+
+enum class Call { Allocate, Open, FStat, Stat, PWrite, PRead, Truncate, Rename, Unlink, MkDir, RmDir, Close };
+
+// How a file call fails: with an errno value, or
+constexpr int SHORT = -1;     // reads or writes the half
+constexpr int DISK_FULL = -2; // writes the half, and nothing the next time; cutting the file is then interrupted once
+
+// While it lives, the n-th call of its kind from now on (the first is 1) fails, in whichever thread it comes.
+class Fault {
+public:
+    Fault(Call call, int nth, int failure = 0);
+    Fault(const Fault&) = delete;
+    Fault& operator=(const Fault&) = delete;
+    ~Fault();
+
+    static bool HasStruck();
+};
