@@ -16,9 +16,9 @@ struct ESectionRecord {
 // JSON object (RFC 8259, with // and /* */ comments) whose members are read in the order in which they stand, whatever
 // their names. A name with a dot stands for the file of just that name.
 //
-// The directory and the hook are set once, before the first section is opened; sections may then be read from any
-// thread, each by one thread at a time. Only SetDirectory throws (std::bad_alloc); elsewhere a lack of memory is
-// RC_NOT_MADE.
+// The directory and the hook are set before the first section is opened, and may be changed while no other thread is at
+// any of these operations and no section is open; sections may be read from any thread, each by one thread at a time.
+// Only SetDirectory throws (std::bad_alloc); elsewhere a lack of memory is RC_NOT_MADE.
 class KVBASE_API EPersistent {
 public:
     // Gets a message for every section that cannot be opened and every item that cannot be read:

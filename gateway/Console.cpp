@@ -34,20 +34,10 @@ void Console::Say(const std::string& line) {
     Print("kvgateway: " + line);
 }
 
-bool Console::HasTerminal() {
-    return isatty(STDERR_FILENO) != 0;
-}
-
 void Console::ShowProgress(const std::string& text) {
     const std::lock_guard<std::mutex> lock(g_Mutex);
-    g_Progress = text;
-    Write(CLEAR_LINE + g_Progress);
-}
-
-void Console::EndProgress() {
-    const std::lock_guard<std::mutex> lock(g_Mutex);
-    if (!g_Progress.empty()) {
-        g_Progress.clear();
-        Write(CLEAR_LINE);
+    if (text != g_Progress && isatty(STDERR_FILENO) != 0) {
+        g_Progress = text;
+        Write(CLEAR_LINE + text);
     }
 }

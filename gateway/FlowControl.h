@@ -19,10 +19,8 @@ public:
 
     // Whether a report may be handed over. Throws std::runtime_error when the queue has been out of sight for long.
     bool HasRoom(Steady now);
-    void Take() { m_nRoom -= m_nRoom > 0 ? 1 : 0; } // a report was handed over
-
-    // Whether nothing waits any more.
-    bool IsEmpty(Steady now);
+    void Take() { m_nRoom -= m_nRoom > 0 ? 1 : 0; }      // a report was handed over
+    bool IsEmpty(Steady now) { return Look(now) == 0U; } // whether nothing waits any more; throws as HasRoom
 
     // How long to do something else before HasRoom or IsEmpty can have another answer.
     std::chrono::microseconds UntilRoom(Steady now) const;
@@ -35,8 +33,8 @@ private:
     std::uint32_t m_nLimit;
     bool m_bOn;
     std::uint32_t m_nRoom = 0;
-    std::chrono::microseconds m_Pause{1000}; // about the time in which the worker writes half a queue
-    std::chrono::microseconds m_Wait{1000};  // the present pause: longer while the worker does not get on
+    std::chrono::microseconds m_Pause{
+        1000}; // between two looks: about the time in which the worker writes half a queue
     Steady m_NextLook;
     std::optional<Steady> m_BlindSince;
 };

@@ -1,10 +1,10 @@
 #include "gateway/Gateway.h"
 
+#include "base/EJsonText.h"
 #include "base/EPersistent.h"
 #include "base/IAction.h"
 #include "base/IKernelService.h"
 #include "gateway/Console.h"
-#include "gateway/Repair.h"
 #include "gateway/Text.h"
 
 #include <cstdio>
@@ -34,11 +34,6 @@ std::unique_ptr<ETransports> MakeTransportsFor(const Configuration& configuratio
                           configuration.m_Upload ? &*configuration.m_Upload : nullptr, &Console::Say);
 }
 
-// Whether the action writes a row.
-bool WritesRow(std::uint32_t action) {
-    return action == SavedRequest::ALARM || action == SavedRequest::EVENT || action == SavedRequest::SNAPSHOT;
-}
-
 } // namespace
 
 Gateway::Gateway(const Configuration& configuration, const std::filesystem::path& directory,
@@ -48,10 +43,12 @@ Gateway::Gateway(const Configuration& configuration, const std::filesystem::path
       m_Work(directory),
       m_pTransports(MakeTransportsFor(configuration)),
       m_Kernel(configuration, m_pTransports.get()),
-      m_Module(module, m_Kernel, m_Work.Path()) {
+      m_Module(module, m_Kernel, m_Work.Path()),
+      m_Saved(m_Directory / Narrow(m_Module.SavedRequestsName())),
+      m_Waiting(m_Work.Path() / m_Saved.filename()) {
     m_Kernel.SetService(&m_Module.Service());
     for (const LogFile& file : configuration.m_LogFiles) {
-        RepairCurrentFile(file);
+        file.RepairCurrent();
     }
     ReportInterruptedDeliveries();
     Start();
@@ -64,9 +61,13 @@ void Gateway::Start() {
     Demand(service.PrepareToStart(), "preparing the module");
     Demand(service.Restore(0, NO_IDENTIFIER), "preparing the module"); // for the names; reads nothing
     Demand(service.Restore(0), "reading the configuration");
-    MakeKernelLogDirectory();
-    if (m_Kernel.m_NameService.Failures() > 0) {
+    if (m_Kernel.Failures() > 0) {
         throw std::runtime_error("rows would be lost: see the directories above");
+    }
+    // The module makes no directory for the kernel log, whose path may end with the beginning of the file names.
+    const std::filesystem::path kernelLog = m_Configuration.FindLogFile("KernelLog")->m_LogPath + "x";
+    if (kernelLog.has_parent_path()) {
+        std::filesystem::create_directories(kernelLog.parent_path());
     }
     // From here on the module keeps its list of waiting requests apart from those that a clean stop has saved.
     EPersistent::SetDirectory(Widen(m_Work.Path().string()));
@@ -83,46 +84,30 @@ void Gateway::ReportInterruptedDeliveries() const {
     }
 }
 
-// The module makes no directory for the kernel log.
-void Gateway::MakeKernelLogDirectory() const {
-    const LogFile* const kernelLog = m_Configuration.FindLogFile("KernelLog");
-    const std::filesystem::path directory =
-        kernelLog != nullptr ? std::filesystem::path(kernelLog->m_LogPath + "x").parent_path() : "";
-    std::error_code error;
-    std::filesystem::create_directories(directory, error);
-    if (!directory.empty() && !std::filesystem::is_directory(directory)) {
-        throw std::runtime_error(directory.string() + ": the kernel log's directory cannot be made");
-    }
-}
-
 // At any moment of this the gateway may be killed. The saved file is removed before the first of its requests can be
 // written, so that none is written twice.
 void Gateway::RestoreRequests() {
-    IKernelService& service = m_Module.Service();
-    const std::filesystem::path saved = m_Directory / Narrow(m_Module.SavedRequestsName());
-    const std::filesystem::path copy = m_Work.Path() / saved.filename();
     std::optional<SavedRequest> last;
-    if (std::filesystem::exists(saved)) {
-        const auto isUsable = [this](const SavedRequest& request) { return CanReport(request); };
-        if (!SavedRequests::SplitLast(saved, copy, isUsable, last)) {
-            throw std::runtime_error(saved.string() + ": the saved requests cannot be read, or not be copied to " +
-                                     copy.string());
+    if (std::filesystem::exists(m_Saved)) {
+        last = SavedRequests::SplitLast(m_Saved, m_Waiting, [this](const auto& request) { return CanReport(request); });
+        bool whole = false;
+        for (const SavedRequest& request : SavedRequests::Read(m_Waiting, whole)) {
+            CountRequest(request, true);
         }
-        SavedRequests::ForEach(copy, [this](SavedRequest& request, std::uint64_t) { CountRequest(request, 1); });
-        m_Kernel.m_Control.WantRestore(true);
+        m_Kernel.WantRestore();
     }
-    Demand(service.PreStart(), "starting the module");
-    if (m_Kernel.m_Control.HasFailed()) {
-        const std::filesystem::path damaged = saved.string() + ".damaged";
-        std::filesystem::rename(saved, damaged);
+    Demand(m_Module.Service().PreStart(), "starting the module");
+    if (m_Kernel.HasRestoreFailed()) {
+        const std::filesystem::path damaged = m_Saved.string() + ".damaged";
+        std::filesystem::rename(m_Saved, damaged);
         Console::Say("the file of saved requests is kept as " + damaged.string());
     }
-    std::filesystem::remove(saved);
-    service.WarmRestart(FORGET_REQUESTS, nullptr);
-    Demand(service.Start(), "starting the module");
+    std::filesystem::remove(m_Saved);
+    m_Module.Service().WarmRestart(FORGET_REQUESTS, nullptr);
+    Demand(m_Module.Service().Start(), "starting the module");
     m_bRunning = true;
     if (last) {
-        CountRequest(*last, 1);
+        CountRequest(*last, true);
         ReportAgain(*last);
     }
     if (m_Counters.m_nRestored > 0) {
@@ -133,33 +118,17 @@ void Gateway::RestoreRequests() {
 // Whether the module will queue the request when it is reported.
 bool Gateway::CanReport(const SavedRequest& request) const {
     const LogFile* const file = m_Configuration.FindLogFile(Narrow(request.m_Log));
-    return file != nullptr && !request.m_Events.empty() &&
-           (WritesRow(request.m_nAction) || request.m_nAction == SavedRequest::RESTART ||
-            (request.m_nAction == SavedRequest::DELIVERY && file->Delivers()));
+    return file != nullptr && !request.m_Events.empty() && request.m_nAction < ACTIONS.size() &&
+           (ACTIONS[request.m_nAction] != ACTION_DELIVERY || file->Delivers());
 }
 
 void Gateway::ReportAgain(SavedRequest& request) {
-    const auto count = static_cast<unsigned long>(request.m_Events.size());
-    EONEVENTSTRUCT* const events = request.m_Events.data();
-    const char* action = ACTION_EVENT;
-    switch (request.m_nAction) {
-    case SavedRequest::ALARM:
-        m_Module.LogFile().LogAlarm(request.m_Log, events); // as an action it might be another identifier's
-        return;
-    case SavedRequest::SNAPSHOT:
-        action = ACTION_SNAPSHOT;
-        break;
-    case SavedRequest::DELIVERY:
-        action = ACTION_DELIVERY;
-        break;
-    case SavedRequest::RESTART:
-        action = ACTION_RESTART;
-        break;
-    default:
-        break;
-    }
-    EString name = Widen(action);
-    m_Kernel.m_Actions.Find(action)->Invoke(name, request.m_Log, nullptr, count, events, nullptr);
+    Report report;
+    report.m_Action = ACTIONS[request.m_nAction];
+    report.m_Kind = report.m_Action == ACTION_ALARM ? Report::Kind::Alarm : Report::Kind::Action; // whoever's it is
+    report.m_Log = Narrow(request.m_Log);
+    report.m_Records = std::move(request.m_Events);
+    Pass(report);
 }
 
 bool Gateway::Hand(Report& report, std::string& reason) {
@@ -176,58 +145,48 @@ bool Gateway::Hand(Report& report, std::string& reason) {
 }
 
 EResult Gateway::Pass(Report& report) {
-    ILogFile& logFile = m_Module.LogFile();
     EONEVENTSTRUCT* const records = report.m_Records.data();
-    const auto count = static_cast<unsigned long>(report.m_Records.size());
     EString log = Widen(report.m_Log);
     switch (report.m_Kind) {
     case Report::Kind::Event:
-        return logFile.ReportEvent(records);
+        return m_Module.LogFile().ReportEvent(records);
     case Report::Kind::Alarm:
-        return logFile.LogAlarm(log, records);
+        return m_Module.LogFile().LogAlarm(log, records);
     case Report::Kind::SnapShot:
-        return logFile.LogSnapShot(log, records, count);
+        return m_Module.LogFile().LogSnapShot(log, records, report.m_Records.size());
     case Report::Kind::Action:
         break;
     }
-    IAction* const action = m_Kernel.m_Actions.Find(report.m_Action);
+    IAction* const action = m_Kernel.FindAction(report.m_Action);
     EString name = Widen(report.m_Action);
-    return action != nullptr ? action->Invoke(name, log, nullptr, count, records, nullptr) : RC_NO_ACTION;
+    return action != nullptr ? action->Invoke(name, log, nullptr, report.m_Records.size(), records, nullptr)
+                             : RC_NO_ACTION;
 }
 
 void Gateway::Count(const Report& report) {
     ++m_Counters.m_nReports;
-    const bool isAction = report.m_Kind == Report::Kind::Action;
-    if (isAction && report.m_Action == ACTION_DELIVERY) {
-        ++m_Counters.m_nDeliveries;
-    }
-    if (isAction && (report.m_Action == ACTION_DELIVERY || report.m_Action == ACTION_RESTART)) {
-        return;
-    }
-    EString name = Widen(report.m_Log);
-    const bool isOthers = isAction && report.m_Action == ACTION_ALARM &&
-                          report.m_Records.front().m_nIdentifier != NameService::Split(name);
-    if (!isOthers) { // an alarm of another identifier leaves no row
+    m_Counters.m_nDeliveries += report.m_Action == ACTION_DELIVERY ? 1 : 0;
+    const bool isOthers =
+        report.m_Action == ACTION_ALARM && report.m_Records.front().m_nIdentifier != report.m_nIdentifier;
+    if (WritesRow(report.m_Action) && !isOthers) { // an alarm of another identifier leaves no row
         ++m_Counters.m_Rows[report.m_Kind == Report::Kind::Event ? "KernelLog" : report.m_Log];
     }
 }
 
-void Gateway::CountRequest(const SavedRequest& request, int sign) {
-    if (m_Configuration.FindLogFile(Narrow(request.m_Log)) == nullptr) {
+void Gateway::CountRequest(const SavedRequest& request, bool isRestored) {
+    const std::string log = Narrow(request.m_Log);
+    if (m_Configuration.FindLogFile(log) == nullptr) {
         return; // of a log file that the configuration has lost: dropped by the module
     }
-    ++(sign > 0 ? m_Counters.m_nRestored : m_Counters.m_nSaved);
-    if (WritesRow(request.m_nAction)) {
-        std::uint64_t& rows = m_Counters.m_Rows[Narrow(request.m_Log)];
-        rows += sign > 0 ? 1 : std::uint64_t(0) - 1;
+    ++(isRestored ? m_Counters.m_nRestored : m_Counters.m_nSaved);
+    if (request.m_nAction < ACTIONS.size() && WritesRow(ACTIONS[request.m_nAction])) {
+        m_Counters.m_Rows[log] += isRestored ? 1 : -1;
     }
 }
 
 std::optional<std::uint32_t> Gateway::CountWaiting() {
-    if (Failed(m_Module.Service().WarmRestart(SAVE_REQUESTS, nullptr))) {
-        return std::nullopt;
-    }
-    return SavedRequests::Count(m_Work.Path() / Narrow(m_Module.SavedRequestsName()));
+    return Failed(m_Module.Service().WarmRestart(SAVE_REQUESTS, nullptr)) ? std::nullopt
+                                                                          : SavedRequests::Count(m_Waiting);
 }
 
 bool Gateway::End(bool save) {
@@ -237,12 +196,12 @@ bool Gateway::End(bool save) {
     if (waiting.value_or(0) == 0) {
         return waiting.has_value();
     }
-    // Complete, or not there at all.
-    const std::filesystem::path name = Narrow(m_Module.SavedRequestsName());
-    SavedRequests::ForEach(m_Work.Path() / name,
-                           [this](SavedRequest& request, std::uint64_t) { CountRequest(request, -1); });
+    bool whole = false;
+    for (const SavedRequest& request : SavedRequests::Read(m_Waiting, whole)) {
+        CountRequest(request, false);
+    }
     std::error_code error;
-    std::filesystem::rename(m_Work.Path() / name, m_Directory / name, error);
+    std::filesystem::rename(m_Waiting, m_Saved, error); // complete, or not there at all
     return !error;
 }
 

@@ -1,19 +1,11 @@
 #pragma once
 
-#include "gateway/Configuration.h"
 #include "gateway/Kernel.h"
 #include "gateway/Module.h"
 #include "gateway/Report.h"
 #include "gateway/SavedRequests.h"
 #include "gateway/WorkDirectory.h"
 #include "gateway/transport/Transports.h"
-
-#include <cstdint>
-#include <filesystem>
-#include <map>
-#include <memory>
-#include <optional>
-#include <string>
 
 // The running module with its kernel and transports. One thread.
 class Gateway {
@@ -42,24 +34,23 @@ public:
 
     struct Counters {
         std::uint64_t m_nReports = 0;
-        std::uint64_t m_nDeliveries = 0;             // asked for
-        std::uint64_t m_nRestored = 0;               // requests of an earlier run
-        std::uint64_t m_nSaved = 0;                  // requests for the next one
-        std::map<std::string, std::uint64_t> m_Rows; // by log file
+        std::uint64_t m_nDeliveries = 0;            // asked for
+        std::uint64_t m_nRestored = 0;              // requests of an earlier run
+        std::uint64_t m_nSaved = 0;                 // requests for the next one
+        std::map<std::string, std::int64_t> m_Rows; // by log file
     };
     const Counters& GetCounters() const { return m_Counters; }
-    int Messages() const { return m_Kernel.m_ErrorReporter.Count(); }
+    int Messages() const { return m_Kernel.Messages(); }
 
 private:
     void Start();
     void ReportInterruptedDeliveries() const;
-    void MakeKernelLogDirectory() const;
     void RestoreRequests();
     bool CanReport(const SavedRequest& request) const;
     void ReportAgain(SavedRequest& request);
     EResult Pass(Report& report);
-    void CountRequest(const SavedRequest& request, int sign);
     void Count(const Report& report);
+    void CountRequest(const SavedRequest& request, bool isRestored);
 
     const Configuration& m_Configuration;
     std::filesystem::path m_Directory; // of the configuration, absolute
@@ -67,6 +58,8 @@ private:
     std::unique_ptr<ETransports> m_pTransports;
     Kernel m_Kernel;
     Module m_Module;
+    std::filesystem::path m_Saved;   // where a clean stop leaves requests for the next start
+    std::filesystem::path m_Waiting; // where the module writes what waits
     bool m_bRunning = false;
     Counters m_Counters;
 };

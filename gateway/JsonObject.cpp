@@ -1,128 +1,134 @@
 #include "gateway/JsonObject.h"
 
+#include <algorithm>
+
 using Kind = EJsonValue::Kind;
 
+void Findings::ErrorInWords(const std::string& text) {
+    m_Lines.push_back(text);
+    m_bErrors = true;
+}
+
+// Of a line of the input only the column is of interest.
+std::string Findings::Prefix(const EJsonPlace& place) const {
+    const std::string column = std::to_string(place.m_nColumn) + ": ";
+    return m_File.empty() ? "column " + column : m_File + ':' + std::to_string(place.m_nLine) + ':' + column;
+}
+
 JsonObject::JsonObject(const EJsonValue& value, const std::string& what, Findings& findings)
-    : m_Value(value), m_What(what), m_Findings(findings), m_bObject(value.m_Kind == Kind::Object) {
-    if (!m_bObject) {
-        Refuse(value, value.m_Name, "an object (" + what + ")", findings);
+    : m_Value(value), m_What(what), m_Findings(findings) {
+    if (value.m_Kind != Kind::Object) {
+        Refuse(value, value.m_Name, "an object (" + what + ")");
     }
 }
 
 const EJsonValue* JsonObject::Find(const std::string& name) {
     m_Known.insert(name);
-    if (m_bObject) {
-        for (const EJsonValue& member : m_Value.m_Items) {
-            if (member.m_Name == name) {
-                return &member;
-            }
-        }
-    }
-    return nullptr;
+    const std::vector<EJsonValue>& items = m_Value.m_Items; // those of a list have no names
+    const auto member = std::find_if(items.begin(), items.end(), [&](const EJsonValue& i) { return i.m_Name == name; });
+    return member != items.end() ? &*member : nullptr;
 }
 
 const EJsonValue* JsonObject::Require(const std::string& name) {
-    const EJsonValue* member = Find(name);
-    if (member == nullptr && m_bObject) {
-        m_Findings.Error(m_Value.m_End, m_What + ": found no " + EJsonText::Quote(name) + ", expected one");
+    const EJsonValue* const member = Find(name);
+    if (member == nullptr && m_Value.m_Kind == Kind::Object) {
+        Error(m_Value.m_End, "found no " + EJsonText::Quote(name) + ", expected one");
     }
     return member;
 }
 
 bool JsonObject::Text(const std::string& name, std::string& text) {
-    const EJsonValue* member = Find(name);
-    return member != nullptr && TakeText(*member, name, m_Findings, text);
+    const EJsonValue* const member = Find(name);
+    return member != nullptr && TakeText(*member, name, text);
 }
 
-bool JsonObject::Integer(const std::string& name, std::int64_t min, std::int64_t max, std::int64_t& number) {
-    const EJsonValue* member = Find(name);
-    return member != nullptr && TakeInteger(*member, name, min, max, m_Findings, number);
-}
-
-bool JsonObject::Boolean(const std::string& name, bool& value) {
-    const EJsonValue* member = Find(name);
-    if (member == nullptr) {
+bool JsonObject::Line(const std::string& name, std::string& text) {
+    std::string taken;
+    if (!Text(name, taken)) {
         return false;
     }
-    if (member->m_Kind != Kind::Boolean) {
-        Refuse(*member, name, "true or false", m_Findings);
+    if (std::any_of(taken.begin(), taken.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20U; })) {
+        Refuse(name, "a text of one line");
         return false;
     }
-    value = member->m_bBoolean;
+    text = taken;
     return true;
 }
 
-bool JsonObject::Texts(const std::string& name, std::vector<std::string>& texts) {
-    bool taken = false;
-    for (const EJsonValue& item : List(name)) {
-        std::string text;
-        if (TakeText(item, name, m_Findings, text)) {
-            texts.push_back(std::move(text));
-            taken = true;
-        }
+bool JsonObject::Boolean(const std::string& name, bool& value) {
+    const EJsonValue* const member = Find(name);
+    if (member != nullptr && member->m_Kind != Kind::Boolean) {
+        Refuse(name, "true or false");
+        return false;
     }
-    return taken;
+    value = member != nullptr ? member->m_bBoolean : value;
+    return member != nullptr;
 }
 
 const std::vector<EJsonValue>& JsonObject::List(const std::string& name) {
     static const std::vector<EJsonValue> none;
-    const EJsonValue* member = Find(name);
-    if (member == nullptr) {
+    const EJsonValue* const member = Find(name);
+    if (member != nullptr && member->m_Kind != Kind::Array) {
+        Refuse(name, "a list");
         return none;
     }
-    if (member->m_Kind != Kind::Array) {
-        Refuse(*member, name, "a list", m_Findings);
-        return none;
+    return member != nullptr ? member->m_Items : none;
+}
+
+void JsonObject::Object(const std::string& name, const Reader& read) {
+    if (const EJsonValue* const member = Find(name); member != nullptr) {
+        Read(*member, name, read);
     }
-    return member->m_Items;
+}
+
+void JsonObject::Objects(const std::string& name, const std::string& what, const Reader& read) {
+    for (const EJsonValue& item : List(name)) {
+        Read(item, what, read);
+    }
+}
+
+void JsonObject::Read(const EJsonValue& value, const std::string& what, const Reader& read) {
+    JsonObject object(value, what, m_Findings);
+    if (value.m_Kind == Kind::Object) {
+        read(object);
+        object.Finish();
+    }
+}
+
+void JsonObject::Doubt(const std::string& name, const std::string& text) {
+    m_Findings.Warning(Find(name)->m_Begin, EJsonText::Quote(name) + ": " + text);
 }
 
 void JsonObject::Finish() {
-    if (!m_bObject) {
-        return;
-    }
+    const auto known = [this] {
+        std::string names;
+        for (const std::string& name : m_Known) {
+            names.append(names.empty() ? "" : ", ").append(name);
+        }
+        return names;
+    };
     std::set<std::string> seen;
     for (const EJsonValue& member : m_Value.m_Items) {
-        const std::string quoted = EJsonText::Quote(member.m_Name);
-        if (!m_Known.contains(member.m_Name)) {
-            std::string known;
-            for (const std::string& name : m_Known) {
-                known += (known.empty() ? "" : ", ") + name;
-            }
-            m_Findings.Error(member.m_NamePlace, m_What + ": found " + quoted + ", expected one of " + known);
-        } else if (!seen.insert(member.m_Name).second) {
-            m_Findings.Error(member.m_NamePlace, m_What + ": found a second " + quoted + ", expected one");
+        const bool isKnown = m_Known.contains(member.m_Name);
+        if (m_Value.m_Kind == Kind::Object && !(isKnown && seen.insert(member.m_Name).second)) {
+            Error(member.m_NamePlace, (isKnown ? "found a second " : "found ") + EJsonText::Quote(member.m_Name) +
+                                          (isKnown ? ", expected one" : ", expected one of " + known()));
         }
     }
 }
 
-bool JsonObject::TakeText(const EJsonValue& value, const std::string& name, Findings& findings, std::string& text) {
-    if (value.m_Kind != Kind::Text) {
-        Refuse(value, name, "a text", findings);
-        return false;
-    }
-    if (value.m_Text.find('\0') != std::string::npos) { // would end the text for everybody behind this
-        findings.Error(value.m_Begin,
-                       (name.empty() ? "" : EJsonText::Quote(name) + ": ") + "found a null character, expected text");
+bool JsonObject::TakeText(const EJsonValue& value, const std::string& name, std::string& text) {
+    // A null character would end the text for everybody behind this.
+    if (value.m_Kind != Kind::Text || value.m_Text.find('\0') != std::string::npos) {
+        Refuse(value, name, value.m_Kind == Kind::Text ? "a text without null characters" : "a text");
         return false;
     }
     text = value.m_Text;
     return true;
 }
 
-bool JsonObject::TakeInteger(const EJsonValue& value, const std::string& name, std::int64_t min, std::int64_t max,
-                             Findings& findings, std::int64_t& number) {
-    if (value.m_Kind != Kind::Integer || value.m_nInteger < min || value.m_nInteger > max) {
-        Refuse(value, name, "an integer from " + std::to_string(min) + " to " + std::to_string(max), findings);
-        return false;
-    }
-    number = value.m_nInteger;
-    return true;
-}
-
-void JsonObject::Refuse(const EJsonValue& value, const std::string& name, const std::string& expected,
-                        Findings& findings) {
-    const std::string found = value.m_Kind == Kind::Text ? EJsonText::Quote(value.m_Text) : value.Describe();
-    findings.Error(value.m_Begin,
-                   (name.empty() ? "" : EJsonText::Quote(name) + ": ") + "found " + found + ", expected " + expected);
+void JsonObject::Refuse(const EJsonValue& value, const std::string& name, const std::string& expected) {
+    std::string text = name.empty() ? "" : EJsonText::Quote(name) + ": ";
+    text += "found " + (value.m_Kind == Kind::Text ? EJsonText::Quote(value.m_Text) : value.Describe());
+    m_Findings.Error(value.m_Begin, text + ", expected " + expected);
 }

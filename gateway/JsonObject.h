@@ -1,10 +1,35 @@
 #pragma once
 
-#include "gateway/Findings.h"
+#include "base/EJsonText.h"
 
 #include <cstdint>
+#include <functional>
+#include <limits>
 #include <set>
 #include <string>
+#include <vector>
+
+// What is wrong, or doubtful, in the files of a configuration or in a line of the input.
+class Findings {
+public:
+    void SetFile(const std::string& file) { m_File = file; } // where the findings that follow belong
+
+    void Error(const EJsonPlace& place, const std::string& text) { ErrorInWords(Prefix(place) + text); }
+    void Warning(const EJsonPlace& place, const std::string& text) {
+        m_Lines.push_back(Prefix(place) + "warning: " + text);
+    }
+    void ErrorInWords(const std::string& text); // one that names its place by itself
+
+    bool HasErrors() const { return m_bErrors; }
+    const std::vector<std::string>& Lines() const { return m_Lines; } // "FILE:LINE:COLUMN: text"
+
+private:
+    std::string Prefix(const EJsonPlace& place) const;
+
+    std::string m_File;
+    std::vector<std::string> m_Lines;
+    bool m_bErrors = false;
+};
 
 // Reads the members of a JSON object by name. What is missing, of a wrong type or out of range becomes a finding, and
 // the value to be filled stays as it was. The object and the findings have to outlive the reader.
@@ -13,37 +38,56 @@ public:
     // `what` is how a message calls the object. A value that is no object is a finding, and has no members.
     JsonObject(const EJsonValue& value, const std::string& what, Findings& findings);
 
-    bool IsObject() const { return m_bObject; }
-    const EJsonValue& Value() const { return m_Value; }
-
     // The member, which counts as known from here on; null when there is none.
     const EJsonValue* Find(const std::string& name);
-    // As Find; a missing member is a finding.
-    const EJsonValue* Require(const std::string& name);
+    const EJsonValue* Require(const std::string& name); // a missing member is a finding
 
     // True when the member is there and was taken.
     bool Text(const std::string& name, std::string& text);
-    bool Integer(const std::string& name, std::int64_t min, std::int64_t max, std::int64_t& number);
+    bool Line(const std::string& name, std::string& text); // a text of one line
     bool Boolean(const std::string& name, bool& value);
-    bool Texts(const std::string& name, std::vector<std::string>& texts); // a list of texts
+    template <class Number>
+    bool Integer(const std::string& name, Number& number, std::int64_t min = std::numeric_limits<Number>::min(),
+                 std::int64_t max = std::numeric_limits<Number>::max()) {
+        const EJsonValue* const member = Find(name);
+        return member != nullptr && TakeInteger(*member, name, number, min, max);
+    }
+    const std::vector<EJsonValue>& List(const std::string& name); // empty when it is missing or no list
 
-    // The items of a list; empty when the member is missing or no list.
-    const std::vector<EJsonValue>& List(const std::string& name);
+    // Lets `read` see the member, or every item of the list, when it is an object, and finishes it.
+    using Reader = std::function<void(JsonObject& object)>;
+    void Object(const std::string& name, const Reader& read);
+    void Objects(const std::string& name, const std::string& what, const Reader& read);
+
+    // The member, which is there, is not as it should be, or doubtful; or something about the object is wrong.
+    void Refuse(const std::string& name, const std::string& expected) { Refuse(*Find(name), name, expected); }
+    void Doubt(const std::string& name, const std::string& text);
+    void Error(const EJsonPlace& place, const std::string& text) { m_Findings.Error(place, m_What + ": " + text); }
 
     // Every member that nobody has asked for, and every second one of a name, is a finding.
     void Finish();
 
-    // The same for single values. `name` is how a message calls the value, and may be empty.
-    static bool TakeText(const EJsonValue& value, const std::string& name, Findings& findings, std::string& text);
-    static bool TakeInteger(const EJsonValue& value, const std::string& name, std::int64_t min, std::int64_t max,
-                            Findings& findings, std::int64_t& number);
-    static void Refuse(const EJsonValue& value, const std::string& name, const std::string& expected,
-                       Findings& findings);
+    // For items of lists, which have no name: `name` is how a message calls them.
+    bool TakeText(const EJsonValue& value, const std::string& name, std::string& text);
+    template <class Number>
+    bool TakeInteger(const EJsonValue& value, const std::string& name, Number& number, std::int64_t min,
+                     std::int64_t max) {
+        if (value.m_Kind != EJsonValue::Kind::Integer || value.m_nInteger < min || value.m_nInteger > max) {
+            Refuse(value, name, "an integer from " + std::to_string(min) + " to " + std::to_string(max));
+            return false;
+        }
+        number = static_cast<Number>(value.m_nInteger);
+        return true;
+    }
+    void Refuse(const EJsonValue& value, const std::string& name, const std::string& expected);
+
+    const EJsonValue& Value() const { return m_Value; }
 
 private:
+    void Read(const EJsonValue& value, const std::string& what, const Reader& read);
+
     const EJsonValue& m_Value;
     std::string m_What;
     Findings& m_Findings;
     std::set<std::string> m_Known;
-    bool m_bObject;
 };

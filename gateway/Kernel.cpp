@@ -1,5 +1,6 @@
 #include "gateway/Kernel.h"
 
+#include "base/EFileIO.h"
 #include "base/IEMailService.h"
 #include "base/IKernelService.h"
 #include "base/IUploadService.h"
@@ -13,41 +14,52 @@ namespace {
 
 constexpr unsigned long FIRST_HEADING = 956;
 
-const char* TextOf(int messageNumber) {
-    switch (messageNumber) {
-    case MSG_PENDING_NOT_RESTORED:
-        return "the saved requests could not all be read back";
-    case MSG_PATH_NOT_PREPARED:
-        return "a log directory could not be prepared";
-    case MSG_NOT_CREATED:
-        return "a directory or a delivery could not be made";
-    case MSG_NO_UPLOAD_SERVICE:
-        return "a log file is left out: it is to be uploaded, and uploads are not configured";
-    case MSG_NO_EMAIL_SERVICE:
-        return "a log file is left out: it is to be mailed, and e-mail is not configured";
-    case MSG_UPLOAD_NOT_STARTED:
-        return "an upload could not be started";
-    case MSG_EMAIL_NOT_STARTED:
-        return "an e-mail could not be started";
-    default:
-        return "unknown message";
-    }
-}
+const std::map<int, const char*> MESSAGES = {
+    {MSG_PENDING_NOT_RESTORED, "the saved requests could not all be read back"},
+    {MSG_PATH_NOT_PREPARED, "a log directory could not be prepared"},
+    {MSG_NOT_CREATED, "a directory or a delivery could not be made"},
+    {MSG_NO_UPLOAD_SERVICE, "a log file is left out: it is to be uploaded, and uploads are not configured"},
+    {MSG_NO_EMAIL_SERVICE, "a log file is left out: it is to be mailed, and e-mail is not configured"},
+    {MSG_UPLOAD_NOT_STARTED, "an upload could not be started"},
+    {MSG_EMAIL_NOT_STARTED, "an e-mail could not be started"}};
 
 } // namespace
 
-EResult ErrorReporter::Report(int level, int source, int messageNumber, const wchar_t* text) {
-    ++m_nCount;
-    std::string line = level >= LEVEL_ERROR ? "error " : "warning ";
-    line += std::to_string(messageNumber) + " (source " + std::to_string(source) + "): " + TextOf(messageNumber);
-    if (text != nullptr) {
-        line += ": " + Narrow(text);
+Kernel::Kernel(const Configuration& configuration, ETransports* transports)
+    : m_Identifiers(configuration.m_Identifiers), m_pTransports(transports) {
+    for (const std::string& heading : configuration.m_Headings) {
+        m_Headings.push_back(Widen(heading));
     }
-    Console::Say(line);
+}
+
+EResult Kernel::GetInterface(unsigned long id, void** out) {
+    const std::map<unsigned long, void*> interfaces = {
+        {IID_ERROR_REPORTER, static_cast<IErrorReporter*>(this)},
+        {IID_EMAIL_SERVICE, m_pTransports != nullptr ? m_pTransports->EMail() : nullptr},
+        {IID_ACTION_REGISTRY, static_cast<IActionRegistry*>(this)},
+        {IID_NAME_SERVICE, static_cast<INameService*>(this)},
+        {IID_KERNEL_CONTROL, static_cast<IKernelControl*>(this)},
+        {IID_STRING_TABLE, static_cast<IStringTable*>(this)},
+        {IID_UPLOAD_SERVICE, m_pTransports != nullptr ? m_pTransports->Upload() : nullptr}};
+    const auto found = interfaces.find(id);
+    *out = found != interfaces.end() ? found->second : nullptr;
+    const bool isOwn = id == IID_KERNEL_SERVICE || id == IID_ACTION || id == IID_LOG_FILE || id == IID_RUN_TIME;
+    if (isOwn && m_pService != nullptr) {
+        return m_pService->GetInterface(id, out);
+    }
+    return *out != nullptr ? RC_OK : RC_NOT_FOUND;
+}
+
+EResult Kernel::Report(int level, int source, int messageNumber, const wchar_t* text) {
+    ++m_nMessages;
+    const auto message = MESSAGES.find(messageNumber);
+    Console::Say((level >= LEVEL_ERROR ? "error " : "warning ") + std::to_string(messageNumber) + " (source " +
+                 std::to_string(source) + "): " + (message != MESSAGES.end() ? message->second : "unknown message") +
+                 (text != nullptr ? ": " + Narrow(text) : ""));
     return RC_OK;
 }
 
-EResult ActionRegistry::RegisterAction(const wchar_t* name, IAction* action) {
+EResult Kernel::RegisterAction(const wchar_t* name, IAction* action) {
     if (name == nullptr || action == nullptr) {
         return RC_ARGUMENT;
     }
@@ -55,66 +67,56 @@ EResult ActionRegistry::RegisterAction(const wchar_t* name, IAction* action) {
     return RC_OK;
 }
 
-IAction* ActionRegistry::Find(const std::string& name) const {
+IAction* Kernel::FindAction(const std::string& name) const {
     const auto action = m_Actions.find(name);
     return action != m_Actions.end() ? action->second : nullptr;
 }
 
-StringTable::StringTable(const std::array<std::string, Configuration::HEADINGS>& headings) {
-    for (std::size_t i = 0; i < headings.size(); ++i) {
-        m_Headings[i] = Widen(headings[i]);
-    }
+EResult Kernel::QualifyName(int id, EString* name) {
+    *name = Widen(JoinName(Narrow(*name), id));
+    return RC_OK;
 }
 
-const wchar_t* StringTable::GetString(unsigned long number, unsigned long /*reserved*/) {
+EResult Kernel::ParseName(EString* name, int* id) {
+    std::string plain = Narrow(*name);
+    if (const int carried = SplitName(plain); carried >= 0) {
+        *id = carried;
+        *name = Widen(plain);
+    }
+    return RC_OK;
+}
+
+EResult Kernel::ParseNameText(const wchar_t* name, int* id) {
+    EString copy = name;
+    return ParseName(&copy, id);
+}
+
+EResult Kernel::GetUploadParameters(int id, EString* parameter1, EString* parameter2, EString* parameter3) {
+    const auto identifier = m_Identifiers.find(id);
+    if (identifier == m_Identifiers.end() || identifier->second.m_Url.empty()) {
+        return RC_NOT_FOUND;
+    }
+    *parameter1 = Widen(identifier->second.m_Url);
+    *parameter2 = Widen(identifier->second.m_User);
+    *parameter3 = Widen(identifier->second.m_Password);
+    return RC_OK;
+}
+
+EResult Kernel::PreparePath(int /*id*/, EString* path) {
+    if (EFileIO::CreateRecursiveDir(*path) != 0) {
+        return RC_OK;
+    }
+    ++m_nFailures;
+    Console::Say("error: the directory \"" + Narrow(*path) + "\" cannot be made");
+    return RC_NOT_MADE;
+}
+
+EResult Kernel::CheckId(int id, bool* accepted) {
+    *accepted = id < 0 || m_Identifiers.contains(id);
+    return RC_OK;
+}
+
+const wchar_t* Kernel::GetString(unsigned long number, unsigned long /*reserved*/) {
     const bool known = number >= FIRST_HEADING && number < FIRST_HEADING + m_Headings.size();
     return known ? static_cast<const wchar_t*>(m_Headings[number - FIRST_HEADING]) : nullptr;
-}
-
-EResult KernelControl::Operation9(unsigned long failed) {
-    m_bFailed = failed != 0;
-    return RC_OK;
-}
-
-EResult KernelControl::Operation6(unsigned long wanted) {
-    m_bRestoreWanted = wanted != 0;
-    return RC_OK;
-}
-
-Kernel::Kernel(const Configuration& configuration, ETransports* transports)
-    : m_NameService(configuration.m_Identifiers), m_StringTable(configuration.m_Headings), m_pTransports(transports) {}
-
-EResult Kernel::GetInterface(unsigned long id, void** out) {
-    *out = nullptr;
-    switch (id) {
-    case IID_ERROR_REPORTER:
-        *out = static_cast<IErrorReporter*>(&m_ErrorReporter);
-        break;
-    case IID_EMAIL_SERVICE:
-        *out = m_pTransports != nullptr ? m_pTransports->EMail() : nullptr;
-        break;
-    case IID_ACTION_REGISTRY:
-        *out = static_cast<IActionRegistry*>(&m_Actions);
-        break;
-    case IID_NAME_SERVICE:
-        *out = static_cast<INameService*>(&m_NameService);
-        break;
-    case IID_KERNEL_CONTROL:
-        *out = static_cast<IKernelControl*>(&m_Control);
-        break;
-    case IID_STRING_TABLE:
-        *out = static_cast<IStringTable*>(&m_StringTable);
-        break;
-    case IID_UPLOAD_SERVICE:
-        *out = m_pTransports != nullptr ? m_pTransports->Upload() : nullptr;
-        break;
-    case IID_KERNEL_SERVICE:
-    case IID_ACTION:
-    case IID_LOG_FILE:
-    case IID_RUN_TIME:
-        return m_pService != nullptr ? m_pService->GetInterface(id, out) : RC_NOT_FOUND;
-    default:
-        break;
-    }
-    return *out != nullptr ? RC_OK : RC_NOT_FOUND;
 }

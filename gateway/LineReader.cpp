@@ -4,13 +4,8 @@
 
 #include <unistd.h>
 
-namespace {
-
-constexpr std::size_t CHUNK = 1U << 16U;
-
-} // namespace
-
 void LineReader::Read() {
+    constexpr std::size_t CHUNK = 1U << 16U;
     m_Buffer.erase(0, m_nBegin);
     m_nSearched -= m_nBegin;
     m_nBegin = 0;

@@ -12,10 +12,7 @@ public:
 
     explicit LineReader(int file) : m_nFile(file) {} // stays the caller's
 
-    int File() const { return m_nFile; }
-
-    // Reads what there is; waits when there is nothing. Call it when no line is left.
-    void Read();
+    void Read(); // what there is; waits when there is nothing. To be called when no line is left
 
     // The next line, without its end. Of a line that is too long nothing is kept. The last line needs no end.
     Result Take(std::string& line);

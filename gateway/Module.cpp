@@ -8,28 +8,20 @@
 
 #include <dlfcn.h>
 
-namespace {
-
-constexpr std::int32_t KNOWN_VERSION = 1;
-
-// The service is its own IKernelService.
-using InitService = void* (*)(IKernelBase*);
-
-} // namespace
-
 Module::Module(const std::filesystem::path& path, IKernelBase& kernel, const std::filesystem::path& retreat)
     : m_Retreat(retreat), m_pLibrary(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
     if (m_pLibrary == nullptr) {
         throw std::runtime_error(std::string("the module cannot be loaded: ") + dlerror());
     }
+    constexpr std::int32_t KNOWN_VERSION = 1;
     const std::int32_t version = *static_cast<const std::int32_t*>(Symbol("LOGFILE_VERSION"));
     if (version != KNOWN_VERSION) {
         throw std::runtime_error("the module " + path.string() + " is of version " + std::to_string(version) +
                                  ", expected " + std::to_string(KNOWN_VERSION));
     }
     m_pszSavedRequests = *static_cast<const wchar_t* const*>(Symbol("LOGFILE_WR_FILE_NAME"));
-    const auto init = reinterpret_cast<InitService>(Symbol("kvLogFileInitService"));
-    m_pService = static_cast<IKernelService*>(init(&kernel));
+    const auto init = reinterpret_cast<void* (*)(IKernelBase*)>(Symbol("kvLogFileInitService"));
+    m_pService = static_cast<IKernelService*>(init(&kernel)); // the service is its own IKernelService
     void* logFile = nullptr;
     m_pService->GetInterface(IID_LOG_FILE, &logFile);
     m_pLogFile = static_cast<ILogFile*>(logFile);

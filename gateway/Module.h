@@ -2,7 +2,6 @@
 
 #include "base/ILogFile.h"
 
-#include <cstdint>
 #include <filesystem>
 #include <string>
 

@@ -1,56 +1,53 @@
-#include "gateway/Repair.h"
-
 #include "gateway/Configuration.h"
 #include "gateway/Console.h"
 
 #include <algorithm>
-#include <array>
 #include <fstream>
-#include <regex>
-#include <string>
 #include <string_view>
+
+#include <fnmatch.h>
 
 namespace {
 
 constexpr std::size_t LONGEST_ROW = 8U << 20U; // bytes; all that is looked at
 
-// The names that the pattern gives the file of index 0, whatever the time.
-std::regex NamesOfCurrent(const std::string& pattern) {
+// A pattern of fnmatch(3) for the names that the log file's pattern gives the file of index 0, whatever the time.
+std::string NamesOfCurrent(const std::string& pattern) {
     std::string names;
     for (std::size_t i = 0; i < pattern.size(); ++i) {
         const char escape = pattern[i] == '%' && i + 1 < pattern.size() ? pattern[++i] : '\0';
         if (escape == 'i') {
             names += '0';
         } else if (escape == '\0' || escape == '%') {
-            const char c = pattern[i] == ':' || pattern[i] == '/' ? '-' : pattern[i];
-            names += std::string_view("\\^$.|?*+()[]{}").find(c) != std::string_view::npos ? "\\" : "";
-            names += c;
+            names += '\\';
+            names += pattern[i] == ':' || pattern[i] == '/' ? '-' : pattern[i];
         } else {
-            names += escape == 'Y' ? "[0-9]{4}" : escape == 's' ? "[0-9]{3}" : "[0-9]{2}";
+            for (int digits = escape == 'Y' ? 4 : escape == 's' ? 3 : 2; digits > 0; --digits) {
+                names += "[0-9]";
+            }
         }
     }
-    return std::regex(names);
+    return names;
 }
 
-// Where whole rows end in the text.
-std::size_t EndOfRows(const LogFile& file, std::string_view text) {
-    if (file.m_nFileFormat == 2) {
-        std::size_t end = 0;
-        for (const std::string_view mark : {"</TR>\n", "<TBODY>\n"}) {
-            const std::size_t at = text.rfind(mark);
-            end = at != std::string_view::npos ? std::max(end, at + mark.size()) : end;
-        }
-        return end;
+// Where the last mark ends, 0 when there is none. Characters of UTF-16 begin at even places.
+std::size_t EndOfLast(std::string_view mark, bool isUtf16, std::string_view text) {
+    std::size_t at = text.rfind(mark);
+    while (isUtf16 && at != std::string_view::npos && at % 2 != 0) {
+        at = text.rfind(mark, at - 1);
     }
-    if (file.m_nUnicode != 1) {
-        return text.rfind('\n') + 1; // 0 when there is none
+    return at != std::string_view::npos ? at + mark.size() : 0;
+}
+
+// Where whole rows end in the last bytes of the file (`all`: these are all); 0 when there are none.
+std::size_t EndOfRows(const LogFile& file, std::string_view text, bool all) {
+    if (file.m_nFileFormat != 2) {
+        const bool isUtf16 = file.m_nUnicode == 1;
+        return EndOfLast(std::string_view("\n\0", isUtf16 ? 2 : 1), isUtf16, text);
     }
-    for (std::size_t end = text.size() & ~std::size_t(1); end >= 2; end -= 2) {
-        if (text[end - 2] == '\n' && text[end - 1] == '\0') {
-            return end;
-        }
-    }
-    return 0;
+    const std::size_t head = EndOfLast("</THEAD>\n<TBODY>\n", false, text);
+    const bool isHeadMissing = all && head == 0; // then what looks like a row is the one of headings
+    return isHeadMissing ? 0 : std::max(head, EndOfLast("</TR>\n", false, text));
 }
 
 void CutTail(const LogFile& file, const std::filesystem::path& path) {
@@ -62,7 +59,7 @@ void CutTail(const LogFile& file, const std::filesystem::path& path) {
     if (!stream.read(tail.data(), static_cast<std::streamsize>(tail.size()))) {
         return;
     }
-    const std::size_t end = EndOfRows(file, tail);
+    const std::size_t end = EndOfRows(file, tail, begin == 0);
     const bool noRows = end == 0; // a header that was not finished is written anew
     if (end == tail.size() || (noRows && begin > 0)) {
         return;
@@ -73,15 +70,14 @@ void CutTail(const LogFile& file, const std::filesystem::path& path) {
 
 } // namespace
 
-void RepairCurrentFile(const LogFile& file) {
-    const std::string directory = file.Directory();
-    const std::size_t name =
-        directory.rfind('/') + 1; // the kernel log's may end with the beginning of the files' names
-    const std::regex names = NamesOfCurrent(directory.substr(name) + file.Pattern());
+void LogFile::RepairCurrent() const {
+    const std::string directory = Directory();
+    const std::size_t name = directory.rfind('/') + 1; // the kernel log's may end with the beginning of the file names
+    const std::string names = NamesOfCurrent(directory.substr(name) + Pattern());
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator(name == 0 ? "." : directory.substr(0, name), error)) {
-        if (entry.is_regular_file(error) && std::regex_match(entry.path().filename().string(), names)) {
-            CutTail(file, entry.path());
+        if (entry.is_regular_file(error) && fnmatch(names.c_str(), entry.path().filename().c_str(), 0) == 0) {
+            CutTail(*this, entry.path());
         }
     }
 }

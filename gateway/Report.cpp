@@ -1,236 +1,194 @@
 #include "gateway/Report.h"
 
-#include "gateway/Findings.h"
 #include "gateway/JsonObject.h"
 #include "gateway/Moments.h"
-#include "gateway/NameService.h"
 #include "gateway/Text.h"
 
 #include <algorithm>
-#include <array>
-#include <cstdint>
-#include <limits>
-
-const char* const ACTION_SNAPSHOT = "DoLogSnapShotToFile";
-const char* const ACTION_ALARM = "DoLogAlarmToFile";
-const char* const ACTION_EVENT = "DoLogEventToFile";
-const char* const ACTION_DELIVERY = "DoLogDelivery";
-const char* const ACTION_RESTART = "DoRestartLogFile";
 
 namespace {
 
 using JsonKind = EJsonValue::Kind;
 using Int32 = std::numeric_limits<std::int32_t>;
 
-constexpr std::int64_t MAX_STATE = 0xFFFF;
-constexpr std::int64_t MAX_QUALITY = 0xFFFFFFFF;
-
-void TakeInt32(JsonObject& object, const char* name, std::int32_t& number) {
-    std::int64_t taken = number;
-    object.Integer(name, Int32::min(), Int32::max(), taken);
-    number = static_cast<std::int32_t>(taken);
-}
-
-bool TakeTime(const EJsonValue& value, Findings& findings, ETimeStamp& stamp) {
-    const bool isNumber = value.m_Kind == JsonKind::Integer || value.m_Kind == JsonKind::Floating;
-    if (isNumber ? Moments::FromSeconds(value.m_Double, stamp)
-                 : value.m_Kind == JsonKind::Text && Moments::ParseRfc3339(value.m_Text, stamp)) {
-        return true;
+// True when there is a time.
+bool TakeTime(JsonObject& object, ETimeStamp& stamp) {
+    const EJsonValue* const value = object.Find("time");
+    if (value == nullptr) {
+        return false;
     }
-    JsonObject::Refuse(value, value.m_Name,
-                       "a time such as \"2024-01-31T13:05:09.042Z\", or seconds since 1970, from 1970 to 2106",
-                       findings);
-    return false;
+    const bool isNumber = value->m_Kind == JsonKind::Integer || value->m_Kind == JsonKind::Floating;
+    if (isNumber ? !Moments::FromSeconds(value->m_Double, stamp)
+                 : value->m_Kind != JsonKind::Text || !Moments::ParseRfc3339(value->m_Text, stamp)) {
+        object.Refuse("time", "a time such as \"2024-01-31T13:05:09.042Z\", or seconds since 1970, from 1970 to 2106");
+    }
+    return true;
 }
 
-void TakeState(const EJsonValue& value, Findings& findings, std::uint16_t& state) {
-    std::int64_t number = 0;
-    if (value.m_Kind != JsonKind::Object) {
-        if (JsonObject::TakeInteger(value, "state", 0, MAX_STATE, findings, number)) {
-            state = static_cast<std::uint16_t>(number);
-        }
+void TakeState(JsonObject& object, std::uint16_t& state) {
+    const EJsonValue* const value = object.Find("state");
+    if (value == nullptr || value->m_Kind != JsonKind::Object) {
+        object.Integer("state", state);
         return;
     }
-    JsonObject object(value, "state", findings);
     bool active = false;
     bool acked = false;
-    object.Boolean("active", active);
-    object.Boolean("acked", acked);
-    object.Finish();
+    object.Object("state", [&](JsonObject& bits) {
+        bits.Boolean("active", active);
+        bits.Boolean("acked", acked);
+    });
     state = static_cast<std::uint16_t>((active ? EONEVENTSTRUCT::STATE_ACTIVE : 0) |
                                        (acked ? EONEVENTSTRUCT::STATE_ACKED : 0));
 }
 
-void TakePrefix(JsonObject& object, Findings& findings, std::int32_t (&numbers)[4]) {
-    const EJsonValue* prefix = object.Find("prefix");
-    if (prefix == nullptr) {
+void TakePrefix(JsonObject& object, std::int32_t (&numbers)[4]) {
+    const EJsonValue* const value = object.Find("prefix");
+    const std::vector<EJsonValue>& list = object.List("prefix");
+    if (value != nullptr && value->m_Kind == JsonKind::Array && list.size() != std::size(numbers)) {
+        object.Refuse("prefix", "a list of four integers");
         return;
     }
-    if (prefix->m_Kind != JsonKind::Array || prefix->m_Items.size() != std::size(numbers)) {
-        JsonObject::Refuse(*prefix, "prefix", "a list of four integers", findings);
-        return;
-    }
-    for (std::size_t i = 0; i < std::size(numbers); ++i) {
-        std::int64_t number = 0;
-        if (JsonObject::TakeInteger(prefix->m_Items[i], "prefix", Int32::min(), Int32::max(), findings, number)) {
-            numbers[i] = static_cast<std::int32_t>(number);
-        }
+    for (std::size_t i = 0; i < list.size(); ++i) {
+        object.TakeInteger(list[i], "prefix", numbers[i], Int32::min(), Int32::max());
     }
 }
 
 } // namespace
 
 bool IsAction(const std::string& name) {
-    const std::array actions{ACTION_SNAPSHOT, ACTION_ALARM, ACTION_EVENT, ACTION_DELIVERY, ACTION_RESTART};
-    return std::find(actions.begin(), actions.end(), name) != actions.end();
+    return std::find(ACTIONS.begin(), ACTIONS.end(), name) != ACTIONS.end();
+}
+
+bool WritesRow(const std::string& action) {
+    return action != ACTION_DELIVERY && action != ACTION_RESTART;
 }
 
 bool Report::Parse(const std::string& line, const ETimeStamp& reading, std::string& reason) {
     EJsonValue root;
     EJsonFault fault;
     Findings findings;
+    m_Reading = reading;
     if (EJsonText::Parse(line, root, fault)) {
-        m_Reading = reading;
-        ParseMembers(root, findings);
+        JsonObject object(root, "report", findings);
+        ReadMembers(object);
+        object.Finish();
     } else {
         findings.Error(fault.m_Place, fault.m_Message);
     }
-    if (!findings.HasErrors()) {
-        return true;
-    }
-    const Finding& first = findings.List().front();
-    reason = "column " + std::to_string(first.m_Place.m_nColumn) + ": " + first.m_Text;
-    return false;
+    reason = findings.HasErrors() ? findings.Lines().front() : "";
+    return !findings.HasErrors();
 }
 
-void Report::ParseMembers(const EJsonValue& line, Findings& findings) {
-    JsonObject object(line, "report", findings);
-    if (const EJsonValue* const event = object.Find("event"); event != nullptr) {
-        m_Kind = Kind::Event;
-        AddRecord(*event, findings);
-        object.Finish();
+void Report::SetLog(const std::string& log) {
+    m_Log = log;
+    std::string name = log;
+    m_nIdentifier = SplitName(name);
+}
+
+void Report::ReadMembers(JsonObject& object) {
+    if (object.Find("event") != nullptr) {
+        object.Object("event", [this](JsonObject& record) { AddRecord(record); });
         return;
     }
-    if (object.Require("log") != nullptr && object.Text("log", m_Log)) {
-        EString name = Widen(m_Log);
-        m_nIdentifier = NameService::Split(name);
+    object.Require("log");
+    if (std::string log; object.Text("log", log)) {
+        SetLog(log);
     }
-    if (const EJsonValue* const alarm = object.Find("alarm"); alarm != nullptr) {
+    if (object.Find("alarm") != nullptr) {
         m_Kind = Kind::Alarm;
-        AddRecord(*alarm, findings);
-    } else if (const EJsonValue* const snapshot = object.Find("snapshot"); snapshot != nullptr) {
+        object.Object("alarm", [this](JsonObject& record) { AddRecord(record); });
+    } else if (object.Find("snapshot") != nullptr) {
         m_Kind = Kind::SnapShot;
-        AddRecords(object, "snapshot", *snapshot, findings);
-    } else if (const EJsonValue* const action = object.Find("action"); action != nullptr) {
+        AddRecords(object, "snapshot");
+    } else if (object.Find("action") != nullptr) {
         m_Kind = Kind::Action;
-        ParseAction(object, *action, findings);
+        if (object.Text("action", m_Action) && !IsAction(m_Action)) {
+            object.Refuse("action", "the name of an action");
+        }
+        if (WritesRow(m_Action) ? object.Require("records") != nullptr : object.Find("records") != nullptr) {
+            AddRecords(object, "records");
+        } else {
+            AddOwnRecord("");
+        }
     } else {
-        findings.Error(line.m_Begin, R"(found no report, expected one of "event", "alarm", "snapshot" and "action")");
-        return;
-    }
-    object.Finish();
-}
-
-void Report::ParseAction(JsonObject& object, const EJsonValue& action, Findings& findings) {
-    if (object.Text("action", m_Action) && !IsAction(m_Action)) {
-        JsonObject::Refuse(action, "action", "the name of an action", findings);
-        return;
-    }
-    const bool logsRecords = m_Action != ACTION_DELIVERY && m_Action != ACTION_RESTART;
-    const EJsonValue* const records = logsRecords ? object.Require("records") : object.Find("records");
-    if (records != nullptr) {
-        AddRecords(object, "records", *records, findings);
-    } else {
-        AddOwnRecord("");
+        object.Error(object.Value().m_Begin,
+                     R"(found none of "event", "alarm", "snapshot" and "action", expected one)");
     }
 }
 
-void Report::AddRecords(JsonObject& object, const char* name, const EJsonValue& list, Findings& findings) {
-    for (const EJsonValue& record : object.List(name)) {
-        AddRecord(record, findings);
-    }
-    if (list.m_Kind == JsonKind::Array && list.m_Items.empty()) {
-        JsonObject::Refuse(list, name, "at least one record", findings);
+void Report::AddRecords(JsonObject& object, const char* name) {
+    object.Objects(name, "record", [this](JsonObject& record) { AddRecord(record); });
+    if (const EJsonValue* const list = object.Find(name); list->m_Kind == JsonKind::Array && list->m_Items.empty()) {
+        object.Refuse(name, "at least one record");
     }
 }
 
-void Report::AddRecord(const EJsonValue& value, Findings& findings) {
-    JsonObject object(value, "record", findings);
-    EONEVENTSTRUCT record;
+void Report::AddRecord(JsonObject& object) {
+    EONEVENTSTRUCT& record = m_Records.emplace_back();
     record.m_nIdentifier = m_nIdentifier;
     const std::pair<const char*, const wchar_t*&> texts[] = {{"name", record.m_pszName},
                                                              {"text", record.m_pszText},
                                                              {"source", record.m_pszSource},
                                                              {"detail", record.m_pszDetail}};
     for (const auto& [name, member] : texts) {
-        std::string text;
-        if (object.Text(name, text)) {
+        if (std::string text; object.Text(name, text)) {
             member = Keep(text);
         }
     }
-    TakeInt32(object, "code", record.m_nCode);
-    TakeInt32(object, "alarmNumber", record.m_nAlarmNumber);
-    TakeInt32(object, "identifier", record.m_nIdentifier);
-    TakePrefix(object, findings, record.m_nPrefixNumbers);
-    if (const EJsonValue* const state = object.Find("state"); state != nullptr) {
-        TakeState(*state, findings, record.m_wState);
-    }
-    if (const EJsonValue* const data = object.Find("value"); data != nullptr) {
-        ParseValue(*data, record.m_Value, findings);
-    }
-    if (const EJsonValue* const time = object.Find("time"); time != nullptr) {
-        TakeTime(*time, findings, record.m_TimeStamp);
-    } else if (m_Kind != Kind::SnapShot || !record.m_Value.GetTimestamp().IsSet()) {
+    object.Integer("code", record.m_nCode);
+    object.Integer("alarmNumber", record.m_nAlarmNumber);
+    object.Integer("identifier", record.m_nIdentifier);
+    TakePrefix(object, record.m_nPrefixNumbers);
+    TakeState(object, record.m_wState);
+    TakeValue(object, record.m_Value);
+    if (!TakeTime(object, record.m_TimeStamp) && (m_Kind != Kind::SnapShot || !record.m_Value.GetTimestamp().IsSet())) {
         record.m_TimeStamp = m_Reading; // otherwise the value's own time dates the row
     }
-    object.Finish();
-    m_Records.push_back(std::move(record));
 }
 
-void Report::ParseValue(const EJsonValue& value, CDataValue& data, Findings& findings) {
-    if (value.m_Kind != JsonKind::Object) {
-        ParseScalar(value, data, findings);
-        return;
-    }
-    JsonObject object(value, "value", findings);
-    if (const EJsonValue* const scalar = object.Require("value"); scalar != nullptr) {
-        ParseScalar(*scalar, data, findings);
-    }
-    std::int64_t quality = CDataValue::QUALITY_GOOD;
-    object.Integer("quality", 0, MAX_QUALITY, quality);
-    data.SetQuality(static_cast<std::uint32_t>(quality));
-    ETimeStamp stamp;
-    const EJsonValue* const time = object.Find("time");
-    if (time != nullptr && TakeTime(*time, findings, stamp)) {
-        data.SetTimestamp(stamp);
-    }
-    object.Finish();
-}
-
-void Report::ParseScalar(const EJsonValue& value, CDataValue& data, Findings& findings) {
-    switch (value.m_Kind) {
-    case JsonKind::Null:
-        data.SetNothing();
-        return;
-    case JsonKind::Boolean:
-        data.SetBoolean(value.m_bBoolean);
-        return;
-    case JsonKind::Integer:
-        data.SetInteger(value.m_nInteger);
-        return;
-    case JsonKind::LargeInteger:
-    case JsonKind::Floating:
-        data.SetDouble(value.m_Double);
-        return;
-    case JsonKind::Text: {
-        std::string text;
-        if (JsonObject::TakeText(value, "value", findings, text)) {
-            data.SetText(Keep(text));
+void Report::TakeValue(JsonObject& object, CDataValue& data) {
+    const EJsonValue* const value = object.Find("value");
+    if (value == nullptr || value->m_Kind != JsonKind::Object) {
+        if (value != nullptr) {
+            TakeScalar(object, *value, data);
         }
         return;
     }
+    object.Object("value", [&](JsonObject& parts) {
+        if (const EJsonValue* const scalar = parts.Require("value"); scalar != nullptr) {
+            TakeScalar(parts, *scalar, data);
+        }
+        std::uint32_t quality = CDataValue::QUALITY_GOOD;
+        parts.Integer("quality", quality);
+        data.SetQuality(quality);
+        if (ETimeStamp stamp; TakeTime(parts, stamp)) {
+            data.SetTimestamp(stamp);
+        }
+    });
+}
+
+void Report::TakeScalar(JsonObject& object, const EJsonValue& value, CDataValue& data) {
+    switch (value.m_Kind) {
+    case JsonKind::Null:
+        data.SetNothing();
+        break;
+    case JsonKind::Boolean:
+        data.SetBoolean(value.m_bBoolean);
+        break;
+    case JsonKind::Integer:
+        data.SetInteger(value.m_nInteger);
+        break;
+    case JsonKind::LargeInteger:
+    case JsonKind::Floating:
+        data.SetDouble(value.m_Double);
+        break;
+    case JsonKind::Text:
+        if (std::string text; object.TakeText(value, "value", text)) {
+            data.SetText(Keep(text));
+        }
+        break;
     default:
-        JsonObject::Refuse(value, "value", "a number, a text, true, false or null", findings);
+        object.Refuse("value", "a number, a text, true, false or null");
     }
 }
 
@@ -239,22 +197,19 @@ Report Report::MakeAction(const std::string& action, const std::string& log, con
     Report report;
     report.m_Kind = Kind::Action;
     report.m_Action = action;
-    report.m_Log = log;
     report.m_Reading = time;
-    EString name = Widen(log);
-    report.m_nIdentifier = NameService::Split(name);
+    report.SetLog(log);
     report.AddOwnRecord(text);
     return report;
 }
 
 void Report::AddOwnRecord(const std::string& text) {
-    EONEVENTSTRUCT record;
+    EONEVENTSTRUCT& record = m_Records.emplace_back();
     record.m_pszName = Keep(m_Log);
     record.m_pszText = Keep(text);
     record.m_pszSource = L"kvgateway";
     record.m_TimeStamp = m_Reading;
     record.m_nIdentifier = m_nIdentifier;
-    m_Records.push_back(std::move(record));
 }
 
 const wchar_t* Report::Keep(const std::string& text) {

@@ -1,23 +1,25 @@
 #pragma once
 
-#include "base/EJsonText.h"
 #include "base/EONEVENTSTRUCT.h"
 #include "base/EString.h"
 
+#include <array>
 #include <deque>
 #include <string>
 #include <vector>
 
 class Findings;
 class JsonObject;
+struct EJsonValue;
 
-// The actions that a log file can be asked for.
-extern const char* const ACTION_SNAPSHOT;
-extern const char* const ACTION_ALARM;
-extern const char* const ACTION_EVENT;
-extern const char* const ACTION_DELIVERY;
-extern const char* const ACTION_RESTART;
+// The actions that a log file can be asked for, by their numbers in saved requests.
+constexpr std::array ACTIONS{"DoLogAlarmToFile", "DoLogEventToFile", "DoLogSnapShotToFile", "DoLogDelivery",
+                             "DoRestartLogFile"};
+constexpr const char* ACTION_ALARM = ACTIONS[0];
+constexpr const char* ACTION_DELIVERY = ACTIONS[3];
+constexpr const char* ACTION_RESTART = ACTIONS[4];
 bool IsAction(const std::string& name);
+bool WritesRow(const std::string& action);
 
 // One line of the input.
 class Report {
@@ -34,19 +36,19 @@ public:
     Kind m_Kind = Kind::Event;
     std::string m_Action;                  // of Kind::Action
     std::string m_Log;                     // the log file; empty for Kind::Event
+    int m_nIdentifier = -1;                // the one that its name carries: the records' own unless they say otherwise
     std::vector<EONEVENTSTRUCT> m_Records; // at least one
 
 private:
-    void ParseMembers(const EJsonValue& line, Findings& findings);
-    void ParseAction(JsonObject& object, const EJsonValue& action, Findings& findings);
-    void AddRecords(JsonObject& object, const char* name, const EJsonValue& list, Findings& findings);
-    void AddRecord(const EJsonValue& value, Findings& findings);
+    void SetLog(const std::string& log);
+    void ReadMembers(JsonObject& object);
+    void AddRecords(JsonObject& object, const char* name);
+    void AddRecord(JsonObject& object);
     void AddOwnRecord(const std::string& text); // for what nobody has given a record
-    void ParseValue(const EJsonValue& value, CDataValue& data, Findings& findings);
-    void ParseScalar(const EJsonValue& value, CDataValue& data, Findings& findings);
+    void TakeValue(JsonObject& object, CDataValue& data);
+    void TakeScalar(JsonObject& object, const EJsonValue& value, CDataValue& data);
     const wchar_t* Keep(const std::string& text);
 
     ETimeStamp m_Reading;
-    int m_nIdentifier = -1;      // the one that the log file's name carries: the records' own unless they say otherwise
     std::deque<EString> m_Texts; // what the records refer to
 };

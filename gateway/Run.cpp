@@ -1,20 +1,17 @@
 #include "gateway/Run.h"
 
 #include "gateway/Console.h"
-#include "gateway/Findings.h"
 #include "gateway/FlowControl.h"
 #include "gateway/Gateway.h"
+#include "gateway/JsonObject.h"
 #include "gateway/LineReader.h"
-#include "gateway/Moments.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <deque>
-#include <stdexcept>
+#include <cstdio>
+#include <system_error>
 
-#include <fcntl.h>
 #include <poll.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
@@ -26,30 +23,22 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-// A file descriptor of our own.
-class File {
-public:
-    explicit File(int file) : m_nFile(file) {}
-    File(const File&) = delete;
-    File& operator=(const File&) = delete;
-    ~File() {
-        if (m_nFile > STDERR_FILENO) {
-            close(m_nFile);
-        }
-    }
-    int Number() const { return m_nFile; }
+[[noreturn]] void Fail(int error, const std::string& what) {
+    throw std::system_error(error, std::generic_category(), what);
+}
 
-private:
-    int m_nFile;
-};
-
-int OpenInput(const std::string& name) {
-    const int file = name == "-" ? STDIN_FILENO : open(name.c_str(), O_RDONLY | O_CLOEXEC);
+// Makes the file the standard input.
+void OpenInput(const std::string& name) {
     struct stat state {};
-    if (file < 0 || (name != "-" && fstat(file, &state) == 0 && S_ISDIR(state.st_mode))) {
-        throw std::runtime_error(name + ": " + std::strerror(file < 0 ? errno : EISDIR));
+    if (name == "-") {
+        return;
     }
-    return file;
+    if (std::freopen(name.c_str(), "r", stdin) == nullptr || fstat(STDIN_FILENO, &state) != 0) {
+        Fail(errno, name);
+    }
+    if (S_ISDIR(state.st_mode)) {
+        Fail(EISDIR, name);
+    }
 }
 
 // The signals that end the program, as a file that becomes readable. Before any thread is made: all of them take over
@@ -64,7 +53,7 @@ int OpenSignals() {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     const int file = signalfd(-1, &signals, SFD_CLOEXEC);
     if (file < 0) {
-        throw std::runtime_error(std::string("no signals: ") + std::strerror(errno));
+        Fail(errno, "signals");
     }
     return file;
 }
@@ -72,22 +61,19 @@ int OpenSignals() {
 // Feeds the gateway.
 class Runner {
 public:
-    Runner(Gateway& gateway, const Configuration& configuration, const RunOptions& options, int input, int signals)
+    // `signals` stays open as long as the program runs.
+    Runner(Gateway& gateway, const Configuration& configuration, const RunOptions& options, int signals)
         : m_Gateway(gateway),
-          m_Reader(input),
-          m_Flow([&gateway] { return gateway.CountWaiting(); }, Gateway::QUEUE_LIMIT, options.m_bFlowControl),
+          m_Options(options),
+          m_Flow([&gateway] { return gateway.CountWaiting(); }, Gateway::QUEUE_LIMIT, !options.m_bReportLive),
           m_Schedule(configuration.m_Schedule, Clock::now(), std::time(nullptr)),
-          m_nSignals(signals),
-          m_Patience(options.m_Patience),
-          m_bFlowControl(options.m_bFlowControl),
-          m_bProgress(Console::HasTerminal()) {
+          m_nSignals(signals) {
         struct stat state {};
-        m_nInputSize = fstat(input, &state) == 0 && S_ISREG(state.st_mode) ? state.st_size : 0;
+        m_nInputSize = fstat(STDIN_FILENO, &state) == 0 && S_ISREG(state.st_mode) ? state.st_size : 0;
     }
 
     int Go() {
         while (!m_bStopped && !(m_Reader.AtEnd() && !m_bLine)) {
-            TakeDueActions();
             Feed();
             ShowProgress();
             Wait();
@@ -97,7 +83,7 @@ public:
         } else {
             WaitForEmptyQueue();
         }
-        Console::EndProgress();
+        Console::ShowProgress("");
         const bool saved = m_Gateway.End(m_bStopped);
         if (!saved) {
             Console::Say("error: the waiting requests could not be saved, and are lost");
@@ -108,20 +94,14 @@ public:
     }
 
 private:
-    void TakeDueActions() {
-        for (ScheduleEntry& entry : m_Schedule.TakeDue(Clock::now(), std::time(nullptr))) {
-            m_Due.push_back(std::move(entry));
-        }
-    }
+    bool HasDue() { return m_Schedule.HasDue(Clock::now(), std::time(nullptr)); }
 
     // Hands over what there is, as long as there is room.
     void Feed() {
-        while (!m_Due.empty() && m_Flow.HasRoom(Clock::now())) {
-            const ScheduleEntry entry = m_Due.front();
-            m_Due.pop_front();
+        while (HasDue() && m_Flow.HasRoom(Clock::now())) {
+            const ScheduleEntry entry = m_Schedule.TakeDue();
             Report report = Report::MakeAction(entry.m_Action, entry.m_Log, Moments::Now(), "scheduled");
-            std::string reason;
-            if (!Hand(report, reason)) {
+            if (std::string reason; !Hand(report, reason)) {
                 Console::Say("schedule: " + entry.m_Action + " of " + entry.m_Log + ": " + reason);
             }
         }
@@ -173,7 +153,7 @@ private:
     void Wait() {
         const auto now = Clock::now();
         const bool wantsInput = !m_bLine && !m_Reader.AtEnd();
-        const bool hasWork = m_bLine || !m_Due.empty();
+        const bool hasWork = m_bLine || HasDue();
         const microseconds wait = hasWork ? m_Flow.UntilRoom(now) : m_Schedule.UntilNext(now, std::time(nullptr));
         if (Sleep(m_Reader.AtEnd() && !hasWork ? microseconds(0) : wait, wantsInput)) {
             m_Reader.Read();
@@ -182,10 +162,9 @@ private:
 
     // Sleeps, but no longer than to the first signal. True when the input can be read.
     bool Sleep(microseconds wait, bool forInput) {
-        pollfd files[] = {{m_nSignals, POLLIN, 0}, {m_Reader.File(), POLLIN, 0}};
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(wait);
-        const timespec time{static_cast<time_t>(seconds.count()),
-                            static_cast<long>(std::chrono::nanoseconds(wait - seconds).count())};
+        pollfd files[] = {{m_nSignals, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
+        const timespec time{static_cast<time_t>(wait.count() / 1'000'000),
+                            static_cast<long>(wait.count() % 1'000'000 * 1000)};
         if (ppoll(files, forInput ? 2 : 1, &time, nullptr) <= 0) {
             return false;
         }
@@ -199,7 +178,7 @@ private:
 
     // What was read from a pipe would be lost with this process.
     void FeedRest() {
-        while (TakeLine() || !m_Due.empty()) {
+        while (TakeLine() || HasDue()) {
             Feed();
             Sleep(m_Flow.UntilRoom(Clock::now()), false);
         }
@@ -214,7 +193,7 @@ private:
     // Only at the end of the input: a signal does not want to wait, and what is under way is sent after the next start.
     void WaitForTransports() {
         ETransports* const transports = m_Gateway.Transports();
-        const auto end = Clock::now() + m_Patience;
+        const auto end = Clock::now() + std::chrono::seconds(m_Options.m_nPatience);
         while (transports != nullptr && !m_bStopped && Clock::now() < end && !transports->Drain(milliseconds(100))) {
             Sleep(microseconds(0), false);
         }
@@ -223,7 +202,7 @@ private:
     void ShowProgress() {
         constexpr std::uint64_t LONG_INPUT = 1000; // lines
         const auto now = Clock::now();
-        if (!m_bProgress || m_Reader.LineNumber() < LONG_INPUT || now - m_LastProgress < milliseconds(250)) {
+        if (m_Reader.LineNumber() < LONG_INPUT || now - m_LastProgress < milliseconds(250)) {
             return;
         }
         m_LastProgress = now;
@@ -238,26 +217,27 @@ private:
 
     void Summarize() {
         const Gateway::Counters& counters = m_Gateway.GetCounters();
+        const auto line = [](const std::string& what, auto count, const std::string& unit) {
+            Console::Print("  " + what + ": " + std::to_string(count) + unit);
+        };
         Console::Say(std::to_string(counters.m_nReports) + " reports, " + std::to_string(m_nSkipped) +
                      " skipped lines, " + std::to_string(m_Gateway.Messages()) + " messages" +
-                     (m_bFlowControl ? "" : "; without flow control some of the rows may have been dropped"));
+                     (m_Options.m_bReportLive ? "; without flow control some of the rows may have been dropped" : ""));
         for (const auto& [log, rows] : counters.m_Rows) {
-            Console::Print("  " + log + ": " + std::to_string(rows) + " rows");
+            line(log, rows, " rows");
         }
         if (counters.m_nSaved > 0) {
-            Console::Print("  saved for the next start: " + std::to_string(counters.m_nSaved) + " requests");
+            line("saved for the next start", counters.m_nSaved, " requests");
         }
         if (counters.m_nDeliveries > 0) {
-            Console::Print("  deliveries asked for: " + std::to_string(counters.m_nDeliveries));
+            line("deliveries asked for", counters.m_nDeliveries, "");
         }
         if (ETransports* const transports = m_Gateway.Transports(); transports != nullptr) {
             const TransportCounters sent = transports->Counters();
-            Console::Print("  mails: " + std::to_string(sent.m_nMailsSent) + " sent, " +
-                           std::to_string(sent.m_nMailsWaiting) + " waiting");
-            Console::Print("  uploads: " + std::to_string(sent.m_nFilesSent) + " files sent, " +
-                           std::to_string(sent.m_nFilesWaiting) + " waiting");
+            line("mails", sent.m_nMailsSent, " sent, " + std::to_string(sent.m_nMailsWaiting) + " waiting");
+            line("uploads", sent.m_nFilesSent, " files sent, " + std::to_string(sent.m_nFilesWaiting) + " waiting");
             if (sent.m_nRefused > 0) {
-                Console::Print("  not accepted for sending: " + std::to_string(sent.m_nRefused));
+                line("not accepted for sending", sent.m_nRefused, "");
             }
         }
     }
@@ -265,15 +245,12 @@ private:
     static constexpr int BATCH = 512; // lines between two looks at signals and schedules
 
     Gateway& m_Gateway;
-    LineReader m_Reader;
+    const RunOptions& m_Options;
+    LineReader m_Reader{STDIN_FILENO};
     FlowControl m_Flow;
     Schedule m_Schedule;
     int m_nSignals;
-    std::chrono::seconds m_Patience;
-    bool m_bFlowControl;
-    bool m_bProgress;
     std::int64_t m_nInputSize = 0; // 0: not known
-    std::deque<ScheduleEntry> m_Due;
     std::string m_Line;
     bool m_bLine = false; // m_Line waits to be fed
     bool m_bStopped = false;
@@ -281,33 +258,43 @@ private:
     Clock::time_point m_LastProgress;
 };
 
-void EnterDirectory(const std::filesystem::path& directory) {
-    std::error_code error;
-    if (!directory.empty()) {
-        std::filesystem::current_path(directory, error);
+// Goes to the working directory and reads the configuration; false when it has errors.
+bool Prepare(const RunOptions& options, Configuration& configuration) {
+    const std::filesystem::path directory = std::filesystem::absolute(options.m_Configuration);
+    if (!options.m_Directory.empty()) {
+        std::filesystem::current_path(options.m_Directory);
     }
-    if (error) {
-        throw std::runtime_error(directory.string() + ": " + error.message());
+    Findings findings;
+    configuration = Configuration::Load(directory, findings);
+    for (const std::string& line : findings.Lines()) {
+        Console::Print(line);
     }
+    return !findings.HasErrors();
 }
 
 } // namespace
 
+int Check(const RunOptions& options) {
+    Configuration configuration;
+    if (!Prepare(options, configuration)) {
+        return EXIT_FOUND;
+    }
+    for (const LogFile& file : configuration.m_LogFiles) {
+        std::printf("%s\n", file.Describe().c_str());
+    }
+    return EXIT_WELL;
+}
+
 int Run(const RunOptions& options) {
-    const File input(OpenInput(options.m_Input));
+    OpenInput(options.m_Input);
     const std::filesystem::path directory = std::filesystem::absolute(options.m_Configuration);
     const std::filesystem::path module = std::filesystem::absolute(options.m_Module);
-    EnterDirectory(options.m_Directory);
-    Findings findings;
-    const Configuration configuration = Configuration::Load(directory, findings);
-    for (const Finding& finding : findings.List()) {
-        Console::Print(finding.Format());
-    }
-    if (findings.HasErrors()) {
+    Configuration configuration;
+    if (!Prepare(options, configuration)) {
         Console::Say("the configuration is refused");
         return EXIT_NOT_DONE;
     }
-    const File signals(OpenSignals());
+    const int signals = OpenSignals();
     Gateway gateway(configuration, directory, module);
-    return Runner(gateway, configuration, options, input.Number(), signals.Number()).Go();
+    return Runner(gateway, configuration, options, signals).Go();
 }

@@ -14,9 +14,11 @@ struct RunOptions {
     std::filesystem::path m_Module;        // the shared object
     std::string m_Input = "-";             // a file, or "-" for standard input
     std::filesystem::path m_Directory;     // the working directory to go to; empty: stay
-    bool m_bFlowControl = true;
-    std::chrono::seconds m_Patience{10}; // at the end of the input, for mails and uploads under way
+    bool m_bReportLive = false;            // without flow control
+    unsigned m_nPatience = 10;             // seconds to wait at the end of the input for mails and uploads under way
 };
 
-// Runs the module on the input, to its end or until a signal; the exit status.
-int Run(const RunOptions& options);
+// Both go to the working directory, and say on stderr what is wrong with the configuration; the exit status. What
+// cannot be done throws std::exception with a text for the operator.
+int Check(const RunOptions& options); // describes the log files on stdout
+int Run(const RunOptions& options);   // runs the module on the input, to its end or until a signal

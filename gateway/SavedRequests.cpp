@@ -4,16 +4,15 @@
 #include "base/LittleEndian.h"
 #include "gateway/Text.h"
 
-#include <fstream>
-#include <iterator>
-#include <string>
+#include <algorithm>
+#include <stdexcept>
 
 namespace {
 
 bool GetNumber(EFileIO& file, std::uint32_t& number) {
     unsigned char bytes[4];
     unsigned long read = 0;
-    if (file.ReadFrmFile(bytes, sizeof bytes, read) == 0 || read != sizeof bytes) {
+    if (!file.IsOpen() || file.ReadFrmFile(bytes, sizeof bytes, read) == 0 || read != sizeof bytes) {
         return false;
     }
     number = GetU32(bytes);
@@ -26,25 +25,9 @@ bool GetRequest(EFileIO& file, SavedRequest& request) {
         count > file.GetBytesLeft() / EONEVENTSTRUCT::SAVED_SIZE_MIN) {
         return false;
     }
-    for (std::uint32_t i = 0; i < count; ++i) {
-        if (request.m_Events.emplace_back().Restore(&file) == 0) {
-            return false;
-        }
-    }
-    return true;
-}
-
-bool ReadBytes(const std::filesystem::path& path, std::string& bytes) {
-    std::ifstream file(path, std::ios::binary);
-    bytes.assign(std::istreambuf_iterator<char>(file), {});
-    return file.good() || file.eof();
-}
-
-bool WriteBytes(const std::filesystem::path& path, const std::string& bytes) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    file.close();
-    return file.good();
+    request.m_Events.resize(count);
+    return std::all_of(request.m_Events.begin(), request.m_Events.end(),
+                       [&](EONEVENTSTRUCT& event) { return event.Restore(&file) != 0; });
 }
 
 } // namespace
@@ -52,52 +35,39 @@ bool WriteBytes(const std::filesystem::path& path, const std::string& bytes) {
 std::optional<std::uint32_t> SavedRequests::Count(const std::filesystem::path& path) {
     EFileIO file(Widen(path.string()), EFileIO::OPEN_FOR_READING);
     std::uint32_t count = 0;
-    if (!file.IsOpen() || !GetNumber(file, count)) {
-        return std::nullopt;
-    }
-    return count;
+    return GetNumber(file, count) ? std::optional(count) : std::nullopt;
 }
 
-bool SavedRequests::ForEach(const std::filesystem::path& path,
-                            const std::function<void(SavedRequest& request, std::uint64_t offset)>& take) {
+std::vector<SavedRequest> SavedRequests::Read(const std::filesystem::path& path, bool& whole) {
     EFileIO file(Widen(path.string()), EFileIO::OPEN_FOR_READING);
     const std::uint64_t size = file.IsOpen() ? file.GetBytesLeft() : 0;
+    std::vector<SavedRequest> requests;
     std::uint32_t count = 0;
-    if (!file.IsOpen() || !GetNumber(file, count)) {
-        return false;
+    for (whole = GetNumber(file, count); whole && requests.size() < count;) {
+        requests.emplace_back().m_nOffset = size - file.GetBytesLeft();
+        whole = GetRequest(file, requests.back());
     }
-    for (std::uint32_t i = 0; i < count; ++i) {
-        const std::uint64_t offset = size - file.GetBytesLeft();
-        SavedRequest request;
-        if (!GetRequest(file, request)) {
-            return false;
-        }
-        take(request, offset);
-    }
-    return true;
+    requests.resize(requests.size() - (whole || requests.empty() ? 0 : 1));
+    return requests;
 }
 
-bool SavedRequests::SplitLast(const std::filesystem::path& from, const std::filesystem::path& to,
-                              const std::function<bool(const SavedRequest&)>& isUsable,
-                              std::optional<SavedRequest>& last) {
-    std::string bytes;
-    if (!ReadBytes(from, bytes)) {
-        return false;
+std::optional<SavedRequest> SavedRequests::SplitLast(const std::filesystem::path& from, const std::filesystem::path& to,
+                                                     const std::function<bool(const SavedRequest&)>& isUsable) {
+    std::filesystem::copy_file(from, to);
+    bool whole = false;
+    std::vector<SavedRequest> requests = Read(to, whole);
+    const auto last = std::find_if(requests.rbegin(), requests.rend(), isUsable);
+    if (last == requests.rend()) {
+        return std::nullopt;
     }
-    std::uint32_t count = 0;
-    std::uint32_t before = 0;
-    std::size_t end = bytes.size();
-    const bool whole = ForEach(from, [&](SavedRequest& request, std::uint64_t offset) {
-        if (isUsable(request)) {
-            before = count;
-            end = static_cast<std::size_t>(offset);
-            last = std::move(request);
-        }
-        ++count;
-    });
-    bytes.resize(end);
-    if (last && whole) { // otherwise more requests are announced than are there, as before
-        PutU32(reinterpret_cast<unsigned char*>(bytes.data()), before);
+    std::filesystem::resize_file(to, last->m_nOffset);
+    EFileIO file(Widen(to.string()), EFileIO::OPEN_FOR_WRITING);
+    unsigned char before[4];
+    unsigned long written = 0;
+    PutU32(before, static_cast<std::uint32_t>(requests.rend() - last - 1));
+    // In a damaged file more requests are announced than are there, as before.
+    if (whole && (!file.IsOpen() || file.WriteToFile(before, sizeof before, written) == 0)) {
+        throw std::runtime_error(to.string() + " cannot be written, and is needed to take up saved requests");
     }
-    return WriteBytes(to, bytes);
+    return std::move(*last);
 }

@@ -1,9 +1,8 @@
 #pragma once
 
-#include <chrono>
-#include <ctime>
+#include "gateway/Moments.h"
+
 #include <optional>
-#include <string>
 #include <vector>
 
 // An action that a log file is asked for again and again.
@@ -21,8 +20,9 @@ public:
 
     Schedule(const std::vector<ScheduleEntry>& entries, Steady steady, std::time_t clock);
 
-    // The entries that have become due since the last call, each once, however long ago that was.
-    std::vector<ScheduleEntry> TakeDue(Steady steady, std::time_t clock);
+    // Whether an entry waits to be taken. One that becomes due again meanwhile waits once, however long that takes.
+    bool HasDue(Steady steady, std::time_t clock);
+    ScheduleEntry TakeDue(); // the first one that waits; there has to be one
 
     // How long nothing will be due, as far as can be told; the clock may be set meanwhile, hence at most half a minute.
     std::chrono::milliseconds UntilNext(Steady steady, std::time_t clock) const;
@@ -30,8 +30,9 @@ public:
 private:
     struct Timer {
         ScheduleEntry m_Entry;
-        Steady m_NextSpan;          // with m_Every
-        std::time_t m_NextTime = 0; // otherwise
+        Steady m_NextSpan;      // with m_Every
+        std::time_t m_NextTime; // otherwise
+        bool m_bDue = false;
     };
 
     std::vector<Timer> m_Timers;

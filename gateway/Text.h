@@ -8,3 +8,8 @@
 // for bytes that are not UTF-8, an empty text.
 EString Widen(const std::string& text);
 std::string Narrow(const wchar_t* text);
+
+// "name@7" is the name that is unique for identifier 7; a name without "@" and digits at its end carries none, -1.
+// SplitName takes the identifier off the name, and returns it.
+int SplitName(std::string& name);
+std::string JoinName(const std::string& name, int id);

@@ -1,14 +1,16 @@
 #pragma once
 
 #include <filesystem>
+#include <memory>
+
+#include <dirent.h>
 
 // The gateway's hold on its configuration directory: one gateway at a time, with a directory of its own inside, where the
 // module writes down what waits in its queue whenever it is asked. What is found there after a kill has been, or is
 // being, written to the log files: only what a clean stop has moved out of it may be taken up again.
 class WorkDirectory {
 public:
-    // Throws std::runtime_error with a text for the operator.
-    explicit WorkDirectory(const std::filesystem::path& configuration);
+    explicit WorkDirectory(const std::filesystem::path& configuration); // throws std::runtime_error for the operator
     WorkDirectory(const WorkDirectory&) = delete;
     WorkDirectory& operator=(const WorkDirectory&) = delete;
     ~WorkDirectory(); // removes it
@@ -17,5 +19,5 @@ public:
 
 private:
     std::filesystem::path m_Path;
-    int m_nLock;
+    std::unique_ptr<DIR, int (*)(DIR*)> m_Lock;
 };

@@ -1,32 +1,32 @@
-#include "gateway/Configuration.h"
 #include "gateway/Console.h"
-#include "gateway/Findings.h"
-#include "gateway/Init.h"
 #include "gateway/Run.h"
+#include "gateway/StartFiles.h"
 
 #include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <exception>
+#include <fstream>
 
 namespace {
 
-int Check(const RunOptions& options) {
-    if (!options.m_Directory.empty()) {
-        const std::filesystem::path configuration = std::filesystem::absolute(options.m_Configuration);
-        std::filesystem::current_path(options.m_Directory);
-        return Check({configuration, "", "", "", true, {}});
+// Writes a starting configuration, with comments. Files that are there already are left alone, and nothing is written
+// then.
+int Init(const std::filesystem::path& directory) {
+    const std::pair<std::filesystem::path, const char*> files[] = {{directory / "kvLogFile.json", START_LOG_FILES},
+                                                                   {directory / "gateway.json", START_GATEWAY}};
+    for (const auto& [path, text] : files) {
+        if (std::filesystem::exists(path)) {
+            throw std::runtime_error(path.string() + " is there already; nothing was written");
+        }
     }
-    Findings findings;
-    const Configuration configuration = Configuration::Load(options.m_Configuration, findings);
-    for (const Finding& finding : findings.List()) {
-        Console::Print(finding.Format());
-    }
-    if (findings.HasErrors()) {
-        return EXIT_FOUND;
-    }
-    for (const LogFile& file : configuration.m_LogFiles) {
-        std::printf("%s\n", file.Describe().c_str());
+    std::filesystem::create_directories(directory);
+    for (const auto& [path, text] : files) {
+        std::ofstream file(path, std::ios::binary);
+        if (!(file << text).flush()) {
+            throw std::runtime_error(path.string() + " cannot be written");
+        }
+        std::printf("%s\n", path.c_str());
     }
     return EXIT_WELL;
 }
@@ -43,8 +43,6 @@ int Dispatch(int argc, char** argv) {
     RunOptions options;
     options.m_Module = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "kvLogFile.so";
     std::filesystem::path target;
-    bool reportLive = false;
-    unsigned patience = 10;
 
     CLI::App app("Runs the log file service on reports, one JSON object a line.");
     app.require_subcommand(1);
@@ -52,8 +50,9 @@ int Dispatch(int argc, char** argv) {
     AddConfiguration(run, options);
     run.add_option("--input", options.m_Input, "file of reports, or - for standard input")->capture_default_str();
     run.add_option("--module", options.m_Module, "the service's shared object (default: beside this program)");
-    run.add_flag("--no-flow-control", reportLive, "report as live components do; a full queue drops reports");
-    run.add_option("--patience", patience, "seconds to wait for mails and uploads at the end of the input")
+    run.add_flag("--no-flow-control", options.m_bReportLive,
+                 "report as live components do; a full queue drops reports");
+    run.add_option("--patience", options.m_nPatience, "seconds to wait for mails and uploads at the end of the input")
         ->check(CLI::Range(0U, 86400U))
         ->capture_default_str();
     CLI::App& check = *app.add_subcommand("check", "say everything that is wrong with a configuration");
@@ -66,15 +65,7 @@ int Dispatch(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? EXIT_WELL : EXIT_NOT_DONE; // help is no error
     }
-    if (init.parsed()) {
-        return Init(target);
-    }
-    if (check.parsed()) {
-        return Check(options);
-    }
-    options.m_bFlowControl = !reportLive;
-    options.m_Patience = std::chrono::seconds(patience);
-    return Run(options);
+    return init.parsed() ? Init(target) : check.parsed() ? Check(options) : Run(options);
 }
 
 } // namespace
@@ -83,7 +74,7 @@ int main(int argc, char** argv) {
     try {
         return Dispatch(argc, argv);
     } catch (const std::exception& error) {
-        Console::EndProgress();
+        Console::ShowProgress("");
         Console::Say(error.what());
         return EXIT_NOT_DONE;
     }

@@ -9,23 +9,21 @@ namespace fs = std::filesystem;
 
 namespace {
 
-[[noreturn]] void Fail(const fs::path& path) {
-    throw std::system_error(errno, std::generic_category(), path.string());
-}
+const char* const PART = ".part-"; // stands in the name of a file that is still being written
 
-void Sync(int file, const fs::path& path) {
-    if (fsync(file) != 0) {
-        Fail(path);
+// `result` is a system call's; below 0 it has failed.
+ssize_t Check(ssize_t result, const fs::path& path) {
+    if (result < 0) {
+        throw std::system_error(errno, std::generic_category(), path.string());
     }
+    return result;
 }
 
 } // namespace
 
 EOpenFile::EOpenFile(const fs::path& path, int flags, unsigned mode)
     : m_nFile(open(path.c_str(), flags | O_CLOEXEC, mode)) {
-    if (m_nFile < 0) {
-        Fail(path);
-    }
+    Check(m_nFile, path);
 }
 
 EOpenFile::~EOpenFile() {
@@ -33,20 +31,20 @@ EOpenFile::~EOpenFile() {
 }
 
 void SyncPath(const fs::path& path) {
-    Sync(EOpenFile(path, O_RDONLY).Get(), path);
+    Check(fsync(EOpenFile(path, O_RDONLY).Get()), path);
 }
 
-void WriteDurably(const fs::path& path, std::string_view bytes) {
-    const EOpenFile file(path, O_WRONLY | O_CREAT | O_EXCL);
-    while (!bytes.empty()) {
-        const ssize_t written = write(file.Get(), bytes.data(), bytes.size());
-        if (written >= 0) {
-            bytes.remove_prefix(static_cast<std::size_t>(written));
-        } else if (errno != EINTR) {
-            Fail(path);
+void WriteWholly(const fs::path& path, std::string_view bytes) {
+    const fs::path part = path.string() + PART;
+    {
+        const EOpenFile file(part, O_WRONLY | O_CREAT | O_EXCL);
+        while (!bytes.empty()) {
+            bytes.remove_prefix(static_cast<std::size_t>(Check(write(file.Get(), bytes.data(), bytes.size()), part)));
         }
+        Check(fsync(file.Get()), part);
     }
-    Sync(file.Get(), path);
+    fs::rename(part, path);
+    SyncPath(path.parent_path());
 }
 
 void LinkOrCopy(const fs::path& from, const fs::path& to) {
@@ -57,12 +55,12 @@ void LinkOrCopy(const fs::path& from, const fs::path& to) {
     SyncPath(to);
 }
 
-void CopyDurably(const fs::path& from, const fs::path& to) {
-    fs::copy_file(from, to, fs::copy_options::overwrite_existing);
-    SyncPath(to);
-}
-
-void RenameDurably(const fs::path& from, const fs::path& to) {
-    fs::rename(from, to);
-    SyncPath(to.parent_path());
+void CopyInto(const fs::path& from, const fs::path& directory, const std::string& name) {
+    fs::create_directories(directory);
+    // Not a longer form of the name, which may be as long as names can be.
+    const fs::path part = directory / (PART + from.parent_path().filename().string() + from.filename().string());
+    fs::copy_file(from, part, fs::copy_options::overwrite_existing);
+    SyncPath(part);
+    fs::rename(part, directory / name);
+    SyncPath(directory);
 }

@@ -24,14 +24,12 @@ private:
 // What was written to the file, or changed in the directory, reaches the disk.
 void SyncPath(const std::filesystem::path& path);
 
-// Writes a new file, readable by its owner only.
-void WriteDurably(const std::filesystem::path& path, std::string_view bytes);
+// Writes a new file, readable by its owner only, under a temporary name first: it is there whole or not at all.
+void WriteWholly(const std::filesystem::path& path, std::string_view bytes);
 
 // Makes `to` a second name of the file, or a copy of it where that is not possible. `to` must not exist.
 void LinkOrCopy(const std::filesystem::path& from, const std::filesystem::path& to);
 
-// Copies the file's content over that of `to`, which is made when it is missing.
-void CopyDurably(const std::filesystem::path& from, const std::filesystem::path& to);
-
-// Gives a finished file of the directory its name, in place of an older one.
-void RenameDurably(const std::filesystem::path& from, const std::filesystem::path& to);
+// Copies the file into the directory, which is made when it is missing, in place of an older file of that name: one of
+// the two is there at any moment. Files of one name, from directories of one name, have to be copied one by one.
+void CopyInto(const std::filesystem::path& from, const std::filesystem::path& directory, const std::string& name);

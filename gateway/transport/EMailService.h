@@ -12,13 +12,11 @@
 //
 // A mail counts as sent for its caller once it stands in the spool: the completion is called with EMAIL_SENT inside
 // SendMessage. An attachment that cannot be found is reported and left out; nothing else of the mail is lost for it.
-class EMailService : public IEMailService {
+class EMailService : public IEMailService, public ESender {
 public:
-    // Throws std::runtime_error when the spool cannot be used or an address is none.
+    // Throws std::runtime_error when the spool cannot be used.
     EMailService(const MailSettings& settings, const Reporter& report);
-    EMailService(const EMailService&) = delete;
-    EMailService& operator=(const EMailService&) = delete;
-    virtual ~EMailService() = default;
+    ~EMailService() override { Stop(); }
 
     // RC_NOT_FOUND: no such definition. RC_WRITE: the spool is full or cannot be written; the reason is reported.
     EResult SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* record) override;
@@ -27,24 +25,21 @@ public:
     EResult StoreMessage(EMailMessage* message) override; // RC_NOT_FOUND: no such definition
     EResult LoadMessage(EMailMessage* message) override;  // RC_NOT_FOUND: no such definition; reported
 
-    ESender& Sender() { return m_Sender; }
+protected:
+    SendResult Send(const ESpool::Job& job, ETransfer& transfer) override;
+    std::string PlaceOf(const ESpool::Job& job) const override;
+    std::string WrittenBy(const ESpool::Job&) const override { return {}; }
 
 private:
     struct Stored {
         MailDefinition m_Definition;
-        std::vector<std::string> m_Recipients; // bare mailboxes
-        std::string m_Attachments;             // in the form of EMailMessage::m_Attachments
+        std::string m_Attachments; // in the form of EMailMessage::m_Attachments
     };
 
     std::optional<Stored> FindDefinition(const EString& name);
-    nlohmann::json Describe(const Stored& stored) const;
-    std::vector<ESpool::File> FindAttachments(const std::string& list) const;
-    SendResult Send(const ESpool::Job& job, ETransfer& transfer);
+    std::vector<std::filesystem::path> FindAttachments(const std::string& list) const;
 
     MailSettings m_Settings;
-    std::string m_Place; // where all mails go, to be shown
-    std::string m_From;  // bare mailbox
-    std::mutex m_Mutex;  // guards the definitions
+    std::mutex m_DefinitionsMutex; // guards what follows
     std::map<std::string, Stored> m_Definitions;
-    ESender m_Sender; // last: its thread ends before what it uses
 };

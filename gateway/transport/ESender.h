@@ -10,10 +10,10 @@
 #include <functional>
 #include <map>
 #include <mutex>
-#include <set>
 #include <string>
+#include <utility>
 
-// Sends the jobs of a spool on a thread of its own, oldest first, until each is done.
+// Sends the jobs of a spool on a thread of its own, oldest first, until each is done. Derived classes say how.
 //
 // A place that cannot be reached is left alone for a pause that grows with every failure. A job that did not get through
 // by itself has its own pause, and younger jobs go on meanwhile, except those that write the same file at the same
@@ -22,35 +22,36 @@ class ESender {
 public:
     using Clock = std::chrono::steady_clock;
 
-    // How the owner sends a job. It marks files as done by itself where they are sent one by one.
-    struct Way {
-        std::function<SendResult(const ESpool::Job& job, ETransfer& transfer)> m_Send; // on the thread
-        std::function<std::string(const ESpool::Job& job)> m_Place; // where the job goes, to be shown
-        std::function<std::vector<std::string>(const ESpool::Job& job)> m_Written = {}; // files it replaces there
-    };
-
     // `subject` begins every report. Throws std::runtime_error when the spool cannot be used.
     ESender(const SpoolSettings& settings, std::string subject, Reporter report);
     ESender(const ESender&) = delete;
     ESender& operator=(const ESender&) = delete;
-    ~ESender(); // stops first
+    virtual ~ESender() = default;
 
-    ESpool& Spool() { return m_Spool; }
+    // Ends the running transfer, whose job stays, and the thread. Derived classes call it when they are freed.
+    void Stop();
+
+    // Waits until nothing is in the spool; false when the time comes before. The first call has what is paused tried
+    // again at once; were it every call, one that waits in small steps would not leave a dead server alone.
+    bool Drain(Clock::time_point end);
+
+    std::uint64_t CountSent() const { return m_nSent; }
+    std::uint64_t CountWaiting() const { return m_Spool.Count(); }
+    std::uint64_t CountRefused() const { return m_nRefused; }
+
+protected:
+    void Start(); // the last thing that a derived class does while it is made
+
     void Report(const std::string& line) const { m_Report(m_Subject + ": " + line); }
 
-    void Start(Way way);
-    void Stop(); // ends the running transfer; the job stays
+    // Puts a job into the spool, as ESpool::Add; false when that cannot be, which is reported with what it is.
+    bool Accept(const nlohmann::json& content, const std::function<void(const std::filesystem::path& data)>& makeData,
+                const std::string& what);
 
-    // Puts a job into the spool, which counts as `units`; false when that cannot be, which is reported with what it is.
-    bool Accept(const nlohmann::json& content, const std::vector<ESpool::File>& files, const std::string& what,
-                std::uint64_t units);
-
-    // As ETransports::Drain. What is paused is tried again at once.
-    bool Drain(std::chrono::milliseconds time);
-
-    std::atomic<std::uint64_t> m_nAccepted = 0;
-    std::atomic<std::uint64_t> m_nRefused = 0;
-    std::atomic<std::uint64_t> m_nSent = 0; // counted by the owner
+    // On the thread. Any std::exception means that the job did not get through.
+    virtual SendResult Send(const ESpool::Job& job, ETransfer& transfer) = 0;
+    virtual std::string PlaceOf(const ESpool::Job& job) const = 0;   // where it goes, to be shown
+    virtual std::string WrittenBy(const ESpool::Job& job) const = 0; // the file that it replaces there; empty for none
 
 private:
     struct Pause {
@@ -61,23 +62,23 @@ private:
     static void* RunThread(void* sender);
     void Run();
     std::optional<ESpool::Job> NextDue(Clock::time_point& wake);
+    Clock::time_point EndOfPause(const std::string& place, std::uint64_t number) const;
     SendResult TrySending(const ESpool::Job& job);
-    void FinishJob(const ESpool::Job& job);
-    std::string Conclude(const ESpool::Job& job, const SendResult& result);
-    void Prolong(Pause& pause) const;
+    void Conclude(const ESpool::Job& job, const SendResult& result);
 
+    ESpool m_Spool;
+    ETransfer m_Transfer;
     std::chrono::milliseconds m_PauseMin;
     std::chrono::milliseconds m_PauseMax;
     std::string m_Subject;
     Reporter m_Report;
-    ESpool m_Spool;
-    ETransfer m_Transfer;
-    Way m_Way;
     EThread m_Thread;
+    std::atomic<std::uint64_t> m_nSent = 0;
+    std::atomic<std::uint64_t> m_nRefused = 0;
 
     std::mutex m_Mutex; // guards what follows; never held while sending or reporting
     std::condition_variable m_Changed;
     bool m_bStopping = false;
-    std::map<std::string, Pause> m_Places;
-    std::map<std::uint64_t, Pause> m_Jobs;
+    bool m_bHurried = false;
+    std::map<std::pair<std::string, std::uint64_t>, Pause> m_Pauses; // of a place (0), or a job's that goes there
 };

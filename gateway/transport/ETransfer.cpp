@@ -2,46 +2,44 @@
 
 #include "gateway/transport/DurableFiles.h"
 
-#include <cerrno>
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <curl/curl.h>
 #include <fcntl.h>
+#include <iomanip>
+#include <memory>
+#include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string_view>
-#include <system_error>
 #include <unistd.h>
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds TIME_TO_CONFIRM(1);
+
 const char* const PART = ".part"; // ends the name of a file that is still being uploaded
 
-struct UrlCleanup {
-    void operator()(CURLU* url) const { curl_url_cleanup(url); }
-};
-using Url = std::unique_ptr<CURLU, UrlCleanup>;
-
-struct ListCleanup {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
-};
-using List = std::unique_ptr<curl_slist, ListCleanup>;
-
-void Append(List& list, const std::string& text) {
-    curl_slist* const longer = curl_slist_append(list.get(), text.c_str());
-    if (longer == nullptr) {
-        throw std::bad_alloc();
+template <auto FREE>
+struct Cleanup {
+    template <typename Type>
+    void operator()(Type* object) const {
+        FREE(object);
     }
-    (void)list.release();
-    list.reset(longer);
-}
+};
+using Url = std::unique_ptr<CURLU, Cleanup<curl_url_cleanup>>;
+using Text = std::unique_ptr<char, Cleanup<curl_free>>;
+using List = std::unique_ptr<curl_slist, Cleanup<curl_slist_free_all>>;
+using Easy = std::unique_ptr<CURL, Cleanup<curl_easy_cleanup>>;
 
+// Null for what is no URL; its parts are empty.
 Url ParseUrl(const std::string& text) {
     Url url(curl_url());
-    if (url == nullptr) {
-        throw std::bad_alloc();
-    }
-    if (const CURLUcode code = curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_NON_SUPPORT_SCHEME);
-        code != CURLUE_OK) {
-        throw std::runtime_error(std::string("not a URL: ") + curl_url_strerror(code));
+    if (curl_url_set(url.get(), CURLUPART_URL, text.c_str(), CURLU_NON_SUPPORT_SCHEME) != CURLUE_OK) {
+        url.reset();
     }
     return url;
 }
@@ -51,19 +49,12 @@ std::string Part(const Url& url, CURLUPart part, unsigned flags = 0) {
     if (curl_url_get(url.get(), part, &text, flags) != CURLUE_OK) {
         return {};
     }
-    const std::unique_ptr<char, decltype(&curl_free)> owned(text, curl_free);
+    const Text owned(text);
     return text;
 }
 
-void SetPart(const Url& url, CURLUPart part, const char* text) {
-    if (const CURLUcode code = curl_url_set(url.get(), part, text, 0); code != CURLUE_OK) {
-        throw std::runtime_error(std::string("not a URL: ") + curl_url_strerror(code));
-    }
-}
-
 std::string Escape(const std::string& text) {
-    const std::unique_ptr<char, decltype(&curl_free)> escaped(
-        curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size())), curl_free);
+    const Text escaped(curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size())));
     if (escaped == nullptr) {
         throw std::bad_alloc();
     }
@@ -71,20 +62,15 @@ std::string Escape(const std::string& text) {
 }
 
 // A name in a command to an SFTP server.
-std::string Quote(const std::string& text) {
-    std::string quoted = "\"";
-    for (const char character : text) {
-        if (character == '"' || character == '\\') {
-            quoted += '\\';
-        }
-        quoted += character;
-    }
-    return quoted + '"';
+std::string Quote(const std::string& name) {
+    std::ostringstream quoted;
+    quoted << std::quoted(name);
+    return quoted.str();
 }
 
 // Where an SFTP URL's path lies for commands: below the home directory when it begins with "/~/".
-std::string SftpDirectory(const Url& url) {
-    const std::string path = Part(url, CURLUPART_PATH, CURLU_URLDECODE);
+std::string SftpDirectory(const std::string& url) {
+    const std::string path = Part(ParseUrl(url), CURLUPART_PATH, CURLU_URLDECODE);
     return path.starts_with("/~/") ? path.substr(3) : path;
 }
 
@@ -94,38 +80,24 @@ std::string KnownHostsAtHome() {
 }
 
 std::size_t ReadFile(char* buffer, std::size_t size, std::size_t count, void* file) {
-    for (;;) {
-        const ssize_t length = read(*static_cast<int*>(file), buffer, size * count);
-        if (length >= 0) {
-            return static_cast<std::size_t>(length);
-        }
-        if (errno != EINTR) {
-            return CURL_READFUNC_ABORT;
-        }
-    }
+    const ssize_t length = read(static_cast<EOpenFile*>(file)->Get(), buffer, size * count);
+    return length < 0 ? CURL_READFUNC_ABORT : static_cast<std::size_t>(length);
 }
 
 int SeekFile(void* file, curl_off_t offset, int origin) {
-    return lseek(*static_cast<int*>(file), offset, origin) < 0 ? CURL_SEEKFUNC_FAIL : CURL_SEEKFUNC_OK;
+    return lseek(static_cast<EOpenFile*>(file)->Get(), offset, origin) < 0 ? CURL_SEEKFUNC_FAIL : CURL_SEEKFUNC_OK;
 }
 
 std::size_t DropBody(char*, std::size_t size, std::size_t count, void*) {
     return size * count;
 }
 
-int AskAborted(void* aborted, curl_off_t, curl_off_t, curl_off_t, curl_off_t) {
-    return static_cast<std::atomic<bool>*>(aborted)->load() ? 1 : 0;
-}
-
 // Keeps the last reply, for what the library says of it is too little. The one to "QUIT" does not count.
 std::size_t KeepReply(char* line, std::size_t size, std::size_t count, void* reply) {
-    std::string_view text(line, size * count);
-    while (!text.empty() && (text.back() == '\r' || text.back() == '\n')) {
-        text.remove_suffix(1);
-    }
+    const std::string_view text(line, size * count);
     const bool isReply = text.starts_with("HTTP/") || (!text.empty() && text[0] >= '1' && text[0] <= '5');
     if (isReply && !text.starts_with("221")) {
-        *static_cast<std::string*>(reply) = text;
+        *static_cast<std::string*>(reply) = text.substr(0, text.find_first_of("\r\n"));
     }
     return size * count;
 }
@@ -135,59 +107,52 @@ int ReplyCode(const std::string& reply) {
     return std::atoi(reply.c_str() + (reply.starts_with("HTTP/") ? reply.find(' ') + 1 : 0));
 }
 
-// Whether a reply speaks of the one job, not of the whole server or of the login.
-bool IsAboutJob(const std::string& scheme, int reply) {
-    if (scheme.starts_with("http")) {
-        return reply >= 400 && reply < 500 && reply != 401 && reply != 407;
-    }
-    return reply >= 400 && reply != 421;
-}
-
 } // namespace
 
-std::string PublicUrl(const std::string& text) {
-    try {
-        const Url url = ParseUrl(text);
-        for (const CURLUPart part : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_OPTIONS, CURLUPART_QUERY}) {
-            curl_url_set(url.get(), part, nullptr, 0);
-        }
-        return Part(url, CURLUPART_URL);
-    } catch (const std::runtime_error&) {
-        return "(not a URL)";
+std::string PublicUrl(const std::string& url) {
+    const Url parsed = ParseUrl(url);
+    for (const CURLUPart part : {CURLUPART_USER, CURLUPART_PASSWORD, CURLUPART_OPTIONS, CURLUPART_QUERY}) {
+        curl_url_set(parsed.get(), part, nullptr, 0);
     }
+    return parsed == nullptr ? "(not a URL)" : Part(parsed, CURLUPART_URL);
 }
 
-std::string LocalPath(const std::string& text) {
-    if (!text.starts_with("file:")) {
-        return {};
-    }
-    return Part(ParseUrl(text), CURLUPART_PATH, CURLU_URLDECODE);
+std::string LocalPath(const std::string& url) {
+    return url.starts_with("file:") ? Part(ParseUrl(url), CURLUPART_PATH, CURLU_URLDECODE) : std::string();
 }
 
-// One transfer: the easy handle and everything that it points to.
-struct ETransfer::Handle {
-    Handle(ETransfer& transfer, const TransferTarget& target, int file)
-        : m_Url(ParseUrl(target.m_Url)), m_nFile(file), m_pEasy(curl_easy_init()) {
+std::string NameToSend(const std::filesystem::path& path) {
+    std::string name = path.filename().string();
+    std::replace_if(
+        name.begin(), name.end(), [](char c) { return (c >= 0 && c < ' ') || c == '\x7f'; }, '_');
+    return name;
+}
+
+// The library's handle of one transfer, and everything that it points to.
+class ETransfer::Transfer {
+public:
+    Transfer(const ETransfer& owner, const Server& server, const std::filesystem::path& file)
+        : m_Owner(owner),
+          m_File(file, O_RDONLY),
+          m_nSize(static_cast<curl_off_t>(std::filesystem::file_size(file))),
+          m_Scheme(Part(ParseUrl(server.m_Url), CURLUPART_SCHEME)),
+          m_pEasy(curl_easy_init()) {
         if (m_pEasy == nullptr) {
             throw std::bad_alloc();
         }
-        SetLogin(target);
+        if (m_Scheme.empty()) {
+            throw std::runtime_error("not a URL");
+        }
+        if (m_Scheme == "http" && server.m_bRequireTls) {
+            throw std::runtime_error("nothing is sent over http://, for it is not encrypted");
+        }
+        Set(CURLOPT_URL, server.m_Url.c_str());
+        SetLogin(server);
         SetBody();
-        Set(CURLOPT_CURLU, m_Url.get());
-        Set(CURLOPT_ERRORBUFFER, m_Error);
-        Set(CURLOPT_HEADERFUNCTION, &KeepReply);
-        Set(CURLOPT_HEADERDATA, &m_Reply);
-        Set(CURLOPT_NOPROGRESS, 0L);
-        Set(CURLOPT_XFERINFOFUNCTION, &AskAborted);
-        Set(CURLOPT_XFERINFODATA, &transfer.m_bAborted);
-        Set(CURLOPT_NOSIGNAL, 1L);
-        Set(CURLOPT_FRESH_CONNECT, 1L);
-        Set(CURLOPT_FORBID_REUSE, 1L);
-        Set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(transfer.m_nConnectTimeout));
-        Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>(transfer.m_nStallTimeout));
-        Set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(transfer.m_nStallTimeout));
-        Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+        SetConnection();
     }
+
+    const std::string& Scheme() const { return m_Scheme; }
 
     template <typename Value>
     void Set(CURLoption option, Value value) {
@@ -196,150 +161,160 @@ struct ETransfer::Handle {
         }
     }
 
-    void SetLogin(const TransferTarget& target) {
-        if (!target.m_User.empty()) {
-            Set(CURLOPT_USERNAME, target.m_User.c_str());
-            Set(CURLOPT_PASSWORD, target.m_Password.c_str());
+    // Once per transfer.
+    void SetList(CURLoption option, const std::vector<std::string>& texts) {
+        for (const std::string& text : texts) {
+            curl_slist* const longer = curl_slist_append(m_List.get(), text.c_str());
+            if (longer == nullptr) {
+                throw std::bad_alloc();
+            }
+            (void)m_List.release();
+            m_List.reset(longer);
+        }
+        Set(option, m_List.get());
+    }
+
+    SendResult Perform() {
+        const CURLcode code = m_Owner.m_bAborted ? CURLE_ABORTED_BY_CALLBACK : curl_easy_perform(m_pEasy.get());
+        const bool isHttp = m_Scheme.starts_with("http");
+        const int reply = ReplyCode(m_Reply);
+        // An HTTP server's answer is a success for the library whatever it says.
+        if (code == CURLE_OK && (!isHttp || (reply >= 200 && reply < 300))) {
+            return {};
+        }
+        if (m_Owner.m_bAborted) {
+            return {SendResult::Aborted, {}};
+        }
+        std::string text = *m_Error != '\0' ? m_Error : curl_easy_strerror(code);
+        if (code == CURLE_OK) {
+            text = "the server did not take it";
+        }
+        if (reply >= 400) {
+            text += " (" + m_Reply + ")";
+        }
+        const bool aboutJob = code != CURLE_LOGIN_DENIED && (reply < 400 ? HasBegun() : IsAboutJob(isHttp, reply));
+        return {aboutJob ? SendResult::Refused : SendResult::Unreachable, text};
+    }
+
+private:
+    void SetLogin(const Server& server) {
+        if (!server.m_User.empty()) {
+            Set(CURLOPT_USERNAME, server.m_User.c_str());
+            Set(CURLOPT_PASSWORD, server.m_Password.c_str());
             Set(CURLOPT_HTTPAUTH, static_cast<long>(CURLAUTH_ANY));
         }
-        if (!target.m_CaFile.empty()) {
-            Set(CURLOPT_CAINFO, target.m_CaFile.c_str());
+        if (!server.m_CaFile.empty()) {
+            Set(CURLOPT_CAINFO, server.m_CaFile.c_str());
         }
-        if (target.m_bRequireTls) {
+        if (server.m_bRequireTls) {
             Set(CURLOPT_USE_SSL, static_cast<long>(CURLUSESSL_ALL));
+        }
+        if (m_Scheme == "sftp") { // without a file of known hosts any host would do
+            const std::string hosts = server.m_KnownHosts.empty() ? KnownHostsAtHome() : server.m_KnownHosts;
+            Set(CURLOPT_SSH_KNOWNHOSTS, hosts.c_str());
+        }
+        if (m_Scheme == "sftp" && !server.m_KeyFile.empty()) {
+            Set(CURLOPT_SSH_AUTH_TYPES, static_cast<long>(CURLSSH_AUTH_PUBLICKEY));
+            Set(CURLOPT_SSH_PRIVATE_KEYFILE, server.m_KeyFile.c_str());
+            Set(CURLOPT_KEYPASSWD, server.m_Password.c_str());
         }
     }
 
     void SetBody() {
-        const off_t size = lseek(m_nFile, 0, SEEK_END);
-        if (size < 0 || lseek(m_nFile, 0, SEEK_SET) != 0) {
-            throw std::system_error(errno, std::generic_category(), "the file to send");
-        }
         Set(CURLOPT_UPLOAD, 1L);
-        Set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(size));
+        Set(CURLOPT_INFILESIZE_LARGE, m_nSize);
         Set(CURLOPT_READFUNCTION, &ReadFile);
-        Set(CURLOPT_READDATA, &m_nFile);
+        Set(CURLOPT_READDATA, &m_File);
         Set(CURLOPT_SEEKFUNCTION, &SeekFile);
-        Set(CURLOPT_SEEKDATA, &m_nFile);
-        Set(CURLOPT_WRITEFUNCTION, &DropBody);
+        Set(CURLOPT_SEEKDATA, &m_File);
     }
 
-    struct EasyCleanup {
-        void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
-    };
+    void SetConnection() {
+        Set(CURLOPT_WRITEFUNCTION, &DropBody);
+        Set(CURLOPT_ERRORBUFFER, m_Error);
+        Set(CURLOPT_HEADERFUNCTION, &KeepReply);
+        Set(CURLOPT_HEADERDATA, &m_Reply);
+        Set(CURLOPT_NOPROGRESS, 0L);
+        Set(CURLOPT_XFERINFOFUNCTION, &MustEnd);
+        Set(CURLOPT_XFERINFODATA, this);
+        Set(CURLOPT_NOSIGNAL, 1L);
+        Set(CURLOPT_FRESH_CONNECT, 1L);
+        Set(CURLOPT_FORBID_REUSE, 1L);
+        Set(CURLOPT_QUICK_EXIT, 1L); // an abort does not wait for a name server that does not answer
+        Set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(m_Owner.m_nConnectTimeout));
+        Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>(m_Owner.m_nStallTimeout));
+        Set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(m_Owner.m_nStallTimeout));
+        Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+    }
 
+    // The library asks about once a second, also while it waits by itself for a server's last reply.
+    static int MustEnd(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
+        auto& self = *static_cast<Transfer*>(transfer);
+        if (!self.m_Owner.m_bAborted) {
+            return 0;
+        }
+        if (!self.m_End.has_value()) {
+            self.m_End = Clock::now() + TIME_TO_CONFIRM;
+        }
+        return sent < self.m_nSize || Clock::now() >= *self.m_End ? 1 : 0;
+    }
+
+    // Whether a refusal speaks of the one job, not of the whole server or of the login.
+    static bool IsAboutJob(bool isHttp, int reply) {
+        return isHttp ? reply < 500 && reply != 401 && reply != 407 : reply != 421;
+    }
+
+    // A transfer that broke off may have met something that only this job has, such as its size.
+    bool HasBegun() const {
+        curl_off_t sent = 0;
+        curl_easy_getinfo(m_pEasy.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
+        return sent > 0;
+    }
+
+    const ETransfer& m_Owner;
+    EOpenFile m_File;
+    curl_off_t m_nSize;
+    std::string m_Scheme;
     char m_Error[CURL_ERROR_SIZE] = {};
     std::string m_Reply;
-    List m_Recipients;
-    List m_Afterwards;
-    Url m_Url;
-    int m_nFile;
-    std::unique_ptr<CURL, EasyCleanup> m_pEasy; // last: freed before what it points to
+    std::optional<Clock::time_point> m_End; // set once an abort was seen
+    List m_List;
+    Easy m_pEasy; // last: freed before what it points to
 };
-
-void ETransfer::MultiCleanup::operator()(void* multi) const {
-    curl_multi_cleanup(static_cast<CURLM*>(multi));
-}
 
 ETransfer::ETransfer(const SpoolSettings& timeouts)
     : m_nConnectTimeout(timeouts.m_nConnectTimeout), m_nStallTimeout(timeouts.m_nStallTimeout) {
     // Once per program, before there are other threads of this one's.
     static const CURLcode ready = curl_global_init(CURL_GLOBAL_DEFAULT);
-    m_pMulti.reset(ready == CURLE_OK ? curl_multi_init() : nullptr);
-    if (m_pMulti == nullptr) {
+    if (ready != CURLE_OK) {
         throw std::bad_alloc();
     }
 }
 
-ETransfer::~ETransfer() = default;
-
-void ETransfer::Abort() {
-    m_bAborted = true;
-    curl_multi_wakeup(m_pMulti.get());
+SendResult ETransfer::SendMail(const Server& server, const std::string& from, const std::vector<std::string>& to,
+                               const std::filesystem::path& message) {
+    Transfer transfer(*this, server, message);
+    transfer.Set(CURLOPT_MAIL_FROM, from.c_str());
+    transfer.SetList(CURLOPT_MAIL_RCPT, to);
+    return transfer.Perform();
 }
 
-SendResult ETransfer::SendMail(const TransferTarget& server, const std::string& from,
-                               const std::vector<std::string>& to, int message) {
-    Handle handle(*this, server, message);
-    for (const auto& mailbox : to) {
-        Append(handle.m_Recipients, mailbox);
-    }
-    handle.Set(CURLOPT_PROTOCOLS_STR, "smtp,smtps");
-    handle.Set(CURLOPT_MAIL_FROM, from.c_str());
-    handle.Set(CURLOPT_MAIL_RCPT, handle.m_Recipients.get());
-    return Perform(handle);
-}
-
-SendResult ETransfer::Upload(const TransferTarget& directory, const std::filesystem::path& path,
-                             const std::string& name) {
-    const EOpenFile file(path, O_RDONLY);
-    Handle handle(*this, directory, file.Get());
-    PrepareUpload(handle, directory, name);
-    return Perform(handle);
-}
-
-void ETransfer::PrepareUpload(Handle& handle, const TransferTarget& directory, const std::string& name) const {
-    std::string path = Part(handle.m_Url, CURLUPART_PATH);
-    if (!path.ends_with('/')) {
-        path += '/';
-        SetPart(handle.m_Url, CURLUPART_PATH, path.c_str());
-    }
-    const std::string scheme = Part(handle.m_Url, CURLUPART_SCHEME);
+SendResult ETransfer::Upload(const Server& server, const std::filesystem::path& path, const std::string& name) {
+    Transfer transfer(*this, server, path);
+    const std::string directory = server.m_Url + (server.m_Url.ends_with('/') ? "" : "/");
     std::string temporary = name;
     // Not every server lets a file be renamed onto another, so the older one goes first; "*": it may be missing.
-    if (scheme.starts_with("ftp")) {
+    if (transfer.Scheme().starts_with("ftp")) {
         temporary += PART;
-        Append(handle.m_Afterwards, "*DELE " + name);
-        Append(handle.m_Afterwards, "RNFR " + temporary);
-        Append(handle.m_Afterwards, "RNTO " + name);
-        handle.Set(CURLOPT_FTP_CREATE_MISSING_DIRS, static_cast<long>(CURLFTP_CREATE_DIR_RETRY));
-    } else if (scheme == "sftp") {
+        transfer.SetList(CURLOPT_POSTQUOTE, {"*DELE " + name, "RNFR " + temporary, "RNTO " + name});
+        transfer.Set(CURLOPT_FTP_CREATE_MISSING_DIRS, static_cast<long>(CURLFTP_CREATE_DIR_RETRY));
+    } else if (transfer.Scheme() == "sftp") {
         temporary += PART;
-        const std::string place = SftpDirectory(handle.m_Url);
-        Append(handle.m_Afterwards, "*rm " + Quote(place + name));
-        Append(handle.m_Afterwards, "rename " + Quote(place + temporary) + ' ' + Quote(place + name));
-        handle.Set(CURLOPT_FTP_CREATE_MISSING_DIRS, static_cast<long>(CURLFTP_CREATE_DIR));
-        // Without a file of known hosts any host would do.
-        const std::string hosts = directory.m_KnownHosts.empty() ? KnownHostsAtHome() : directory.m_KnownHosts;
-        handle.Set(CURLOPT_SSH_KNOWNHOSTS, hosts.c_str());
+        const std::string place = SftpDirectory(directory);
+        transfer.SetList(CURLOPT_POSTQUOTE, {"*rm " + Quote(place + name),
+                                             "rename " + Quote(place + temporary) + ' ' + Quote(place + name)});
+        transfer.Set(CURLOPT_FTP_CREATE_MISSING_DIRS, static_cast<long>(CURLFTP_CREATE_DIR));
     }
-    SetPart(handle.m_Url, CURLUPART_PATH, (path + Escape(temporary)).c_str());
-    handle.Set(CURLOPT_PROTOCOLS_STR, "ftp,ftps,sftp,http,https");
-    handle.Set(CURLOPT_POSTQUOTE, handle.m_Afterwards.get());
-}
-
-SendResult ETransfer::Perform(Handle& handle) {
-    CURL* const easy = handle.m_pEasy.get();
-    CURLM* const multi = m_pMulti.get();
-    curl_multi_add_handle(multi, easy);
-    int running = 1;
-    while (!m_bAborted && curl_multi_perform(multi, &running) == CURLM_OK && running != 0) {
-        curl_multi_poll(multi, nullptr, 0, 1000, nullptr);
-    }
-    int left = 0;
-    const CURLMsg* const message = curl_multi_info_read(multi, &left);
-    const CURLcode code = message != nullptr ? message->data.result : CURLE_ABORTED_BY_CALLBACK;
-    curl_multi_remove_handle(multi, easy);
-
-    const int reply = ReplyCode(handle.m_Reply);
-    const std::string scheme = Part(handle.m_Url, CURLUPART_SCHEME);
-    // An HTTP server's answer is a success for the library whatever it says.
-    if (code == CURLE_OK && (!scheme.starts_with("http") || (reply >= 200 && reply < 300))) {
-        return {};
-    }
-    if (m_bAborted) {
-        return {SendResult::Aborted, {}};
-    }
-    std::string text = handle.m_Error[0] != '\0' ? handle.m_Error : curl_easy_strerror(code);
-    if (code == CURLE_OK) {
-        text = "the server did not take it";
-    }
-    if (reply >= 400) {
-        text += " (" + handle.m_Reply + ")";
-    }
-    curl_off_t uploaded = 0;
-    curl_easy_getinfo(easy, CURLINFO_SIZE_UPLOAD_T, &uploaded);
-    // A transfer that broke off may have met something that only this job has, such as its size.
-    const bool own = code != CURLE_LOGIN_DENIED && (IsAboutJob(scheme, reply) || (uploaded > 0 && reply < 400));
-    return {own ? SendResult::Refused : SendResult::Unreachable, text};
+    transfer.Set(CURLOPT_URL, (directory + Escape(temporary)).c_str());
+    return transfer.Perform();
 }

@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <filesystem>
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -20,52 +19,38 @@ struct SendResult {
     std::string m_Text; // the reason, without secrets
 };
 
-// Who logs in where, and which certificates are trusted.
-struct TransferTarget {
-    std::string m_Url;
-    std::string m_User;
-    std::string m_Password;
-    std::string m_CaFile;     // empty: the system's
-    std::string m_KnownHosts; // sftp: empty: ~/.ssh/known_hosts
-    bool m_bRequireTls = false;
-};
-
 // The URL without what must not be seen: user, password and query.
 std::string PublicUrl(const std::string& url);
 
 // The local path of a file:// URL; empty for other URLs.
 std::string LocalPath(const std::string& url);
 
+// The name that a file goes by: its own, less control characters, which no protocol takes.
+std::string NameToSend(const std::filesystem::path& path);
+
 // Sends to servers, one transfer at a time, each on a connection of its own: one that was left open would be found dead
-// after an outage, and the failure be taken for a new one. The sending thread must not take SIGPIPE.
+// after an outage, and the failure be taken for a new one. The sending thread must not take signals.
 class ETransfer {
 public:
     explicit ETransfer(const SpoolSettings& timeouts);
     ETransfer(const ETransfer&) = delete;
     ETransfer& operator=(const ETransfer&) = delete;
-    ~ETransfer();
 
-    // Sends the open file's content, a message with CRLF line ends, to the mailboxes.
-    SendResult SendMail(const TransferTarget& server, const std::string& from, const std::vector<std::string>& to,
-                        int message);
+    // Sends the file, a message with CRLF line ends, to the mailboxes.
+    SendResult SendMail(const Server& server, const std::string& from, const std::vector<std::string>& to,
+                        const std::filesystem::path& message);
 
-    // Puts a file into the directory that the target's URL names. FTP and SFTP servers get it under a temporary name
+    // Puts a file into the directory that the server's URL names. FTP and SFTP servers get it under a temporary name
     // first, so that nobody sees a part of it.
-    SendResult Upload(const TransferTarget& directory, const std::filesystem::path& file, const std::string& name);
+    SendResult Upload(const Server& server, const std::filesystem::path& file, const std::string& name);
 
-    // Any thread: ends the running transfer and every later one.
-    void Abort();
+    // Any thread: ends the running transfer within about a second, and every later one at once. A server that has got
+    // everything is given another second to confirm it, or it would get it again.
+    void Abort() { m_bAborted = true; }
 
 private:
-    struct Handle;
+    class Transfer;
 
-    SendResult Perform(Handle& handle);
-    void PrepareUpload(Handle& handle, const TransferTarget& directory, const std::string& name) const;
-
-    struct MultiCleanup {
-        void operator()(void* multi) const;
-    };
-    std::unique_ptr<void, MultiCleanup> m_pMulti;
     unsigned m_nConnectTimeout;
     unsigned m_nStallTimeout;
     std::atomic<bool> m_bAborted = false;

@@ -15,98 +15,63 @@ std::string TextOrNone(const EString* text) {
     return text == nullptr ? std::string() : Narrow(*text);
 }
 
-void CopyInto(const fs::path& directory, const ESpool::File& file, std::uint64_t number) {
-    fs::create_directories(directory);
-    // A name of fixed length: the file's own may be as long as names can be.
-    const fs::path part = directory / (".part-" + std::to_string(number));
-    CopyDurably(file.m_Path, part);
-    RenameDurably(part, directory / file.m_Name);
-}
-
 } // namespace
 
 EUploadService::EUploadService(const UploadSettings& settings, const Reporter& report)
-    : m_Settings(settings), m_Sender(settings.m_Spool, "upload", report) {
-    const auto written = [this](const ESpool::Job& job) {
-        std::vector<std::string> files;
-        for (const auto& file : job.m_Files) {
-            files.push_back(PlaceOf(job) + '/' + file.m_Name);
-        }
-        return files;
-    };
-    m_Sender.Start({[this](const ESpool::Job& job, ETransfer& transfer) { return Send(job, transfer); },
-                    [this](const ESpool::Job& job) { return PlaceOf(job); }, written});
+    : ESender(settings.m_Spool, "upload", report), m_Settings(settings) {
+    Start();
 }
 
 EResult EUploadService::UploadFiles(EUploadFiles* files, EString* parameter1, EString* parameter2, EString* parameter3,
                                     unsigned long context, ISMListener* listener) {
-    const auto found = FindFiles(*files);
-    if (found.empty()) {
-        return RC_NOT_FOUND;
-    }
     json content = json::object();
     if (const std::string url = TextOrNone(parameter1); !url.empty()) {
         content = {{"url", url}, {"user", TextOrNone(parameter2)}, {"password", TextOrNone(parameter3)}};
     }
-    std::string what = found[0].m_Name;
-    for (std::size_t i = 1; i < found.size(); ++i) {
-        what += ", " + found[i].m_Name;
-    }
-    if (!m_Sender.Accept(content, found, what, found.size())) {
-        return RC_WRITE;
-    }
-    if (listener != nullptr) {
-        listener->OnUploadComplete(context, STATUS_UPLOADED);
-    }
-    return RC_OK;
-}
-
-std::vector<ESpool::File> EUploadService::FindFiles(const EUploadFiles& list) const {
-    std::vector<ESpool::File> files;
-    for (auto position = list.GetHeadPosition(); position != nullptr;) {
-        const std::string path = Narrow(static_cast<const EUploadFile*>(list.GetNext(position))->m_Path);
+    EResult result = RC_NOT_FOUND;
+    for (auto position = files->GetHeadPosition(); position != nullptr;) {
+        const fs::path path = Narrow(static_cast<const EUploadFile*>(files->GetNext(position))->m_Path);
         std::error_code ignored;
-        if (fs::is_regular_file(path, ignored)) {
-            files.push_back(ESpool::File::At(path));
-        } else {
-            m_Sender.Report("file not found, and left out: " + path);
+        if (!fs::is_regular_file(path, ignored)) {
+            Report("file not found, and left out: " + path.string());
+            continue;
+        }
+        content["name"] = NameToSend(path);
+        if (!Accept(
+                content, [&](const fs::path& data) { LinkOrCopy(path, data); }, content["name"])) {
+            result = RC_WRITE;
+        } else if (result == RC_NOT_FOUND) {
+            result = RC_OK;
         }
     }
-    return files;
+    if (result == RC_OK && listener != nullptr) {
+        listener->OnUploadComplete(context, STATUS_UPLOADED);
+    }
+    return result;
 }
 
-// Where the job's files go: where its call said, otherwise where the settings say now.
-TransferTarget EUploadService::TargetOf(const ESpool::Job& job) const {
+// Where the job's file goes: where its call said, otherwise where the settings say now.
+Server EUploadService::ServerOf(const ESpool::Job& job) const {
+    Server server = m_Settings;
     if (const std::string url = job.Text("url"); !url.empty()) {
-        return {url, job.Text("user"), job.Text("password"), m_Settings.m_CaFile, m_Settings.m_KnownHosts};
+        server.m_Url = url;
+        server.m_User = job.Text("user");
+        server.m_Password = job.Text("password");
     }
-    return {m_Settings.m_Url, m_Settings.m_User, m_Settings.m_Password, m_Settings.m_CaFile, m_Settings.m_KnownHosts};
+    return server;
 }
 
 std::string EUploadService::PlaceOf(const ESpool::Job& job) const {
-    const std::string url = TargetOf(job).m_Url;
+    const std::string url = ServerOf(job).m_Url;
     return url.empty() ? m_Settings.m_Directory : PublicUrl(url);
 }
 
 SendResult EUploadService::Send(const ESpool::Job& job, ETransfer& transfer) {
-    const TransferTarget target = TargetOf(job);
-    const std::string local = target.m_Url.empty() ? m_Settings.m_Directory : LocalPath(target.m_Url);
-    SendResult refused;
-    for (const auto& file : job.m_Files) {
-        SendResult result;
-        if (!local.empty()) {
-            CopyInto(local, file, job.m_nNumber);
-        } else {
-            result = transfer.Upload(target, file.m_Path, file.m_Name);
-        }
-        if (result.m_Outcome == SendResult::Sent) {
-            m_Sender.Spool().FileDone(job.m_nNumber, file.m_Path);
-            ++m_Sender.m_nSent;
-        } else if (result.m_Outcome == SendResult::Refused) {
-            refused = {SendResult::Refused, file.m_Name + ": " + result.m_Text};
-        } else {
-            return result;
-        }
+    const Server server = ServerOf(job);
+    const std::string local = server.m_Url.empty() ? m_Settings.m_Directory : LocalPath(server.m_Url);
+    if (local.empty()) {
+        return transfer.Upload(server, job.m_Data, job.Text("name"));
     }
-    return refused;
+    CopyInto(job.m_Data, local, job.Text("name"));
+    return {};
 }

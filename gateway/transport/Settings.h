@@ -21,7 +21,18 @@ struct SpoolSettings {
     unsigned m_nStallTimeout = 0;   // seconds without progress after which a transfer has failed
 };
 
-// A stored e-mail definition.
+// Where to, who logs in there, and what is trusted. All but the URL's meaning may be empty.
+struct Server {
+    std::string m_Url;
+    bool m_bRequireTls = false; // nothing goes over SMTP, FTP or HTTP before the connection is encrypted
+    std::string m_User;         // empty: no login
+    std::string m_Password;
+    std::string m_CaFile;     // certificates to trust instead of the system's; empty: the system's
+    std::string m_KnownHosts; // sftp: file of the host keys to accept; empty: ~/.ssh/known_hosts
+    std::string m_KeyFile;    // sftp: private key to log in with, whose passphrase is the password; empty: by password
+};
+
+// A stored e-mail definition. Its addresses are bare ones, "user@host".
 struct MailDefinition {
     std::string m_Name; // also "name@identifier", for log files of an identifier
     std::vector<std::string> m_To;
@@ -32,25 +43,16 @@ struct MailDefinition {
     std::vector<std::string> m_Attachments; // paths of files that go with every mail; may be empty
 };
 
-struct MailSettings {
-    std::string m_Url;          // smtp:// or smtps://; empty: mails become .eml files in the outbox directory
-    bool m_bRequireTls = false; // smtp:// only: nothing is sent before STARTTLS has succeeded
-    std::string m_User;         // empty: no login
-    std::string m_Password;     // may be empty
-    std::string m_From;
-    std::string m_CaFile; // certificates to trust instead of the system's; empty: the system's
-    std::string m_Outbox; // used when the URL is empty
+struct MailSettings : Server { // smtp:// or smtps://
+    std::string m_From;        // a bare address
+    std::string m_Outbox;      // directory, used when the URL is empty: there mails become .eml files
     SpoolSettings m_Spool;
     std::vector<MailDefinition> m_Definitions; // names are unique
 };
 
-// Where uploads go. A target of its own can be set for an identifier.
-struct UploadSettings {
-    std::string m_Url;        // file, ftp(s), sftp, http(s); a directory, ends in '/'; empty: m_Directory
-    std::string m_Directory;  // local directory, used when the URL is empty
-    std::string m_User;       // empty: no login
-    std::string m_Password;   // may be empty
-    std::string m_CaFile;     // as MailSettings::m_CaFile
-    std::string m_KnownHosts; // sftp: file of the host keys to accept; empty: ~/.ssh/known_hosts
+// Where uploads go: a directory at file, ftp(s), sftp or http(s), ends in '/'. An identifier can have another URL, user
+// and password.
+struct UploadSettings : Server {
+    std::string m_Directory; // local directory, used when the URL is empty
     SpoolSettings m_Spool;
 };

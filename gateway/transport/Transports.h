@@ -9,14 +9,11 @@
 class IEMailService;
 class IUploadService;
 
-// What the transports did since they were made. A mail or an upload is one call that a service has accepted; what an
-// earlier run left in the spool counts when it is sent.
+// What the transports did since they were made; what an earlier run left in the spool counts when it is sent.
 struct TransportCounters {
-    std::uint64_t m_nMailsAccepted = 0;
     std::uint64_t m_nMailsSent = 0;
-    std::uint64_t m_nMailsWaiting = 0;  // in the spool now
-    std::uint64_t m_nFilesAccepted = 0; // uploads, file by file
-    std::uint64_t m_nFilesSent = 0;
+    std::uint64_t m_nMailsWaiting = 0; // in the spool now
+    std::uint64_t m_nFilesSent = 0;    // uploads, file by file
     std::uint64_t m_nFilesWaiting = 0;
     std::uint64_t m_nRefused = 0; // mails and files that did not get into their spool
 };
@@ -33,11 +30,11 @@ public:
     virtual IEMailService* EMail() = 0;   // null when mails are not configured; lives as long as this object
     virtual IUploadService* Upload() = 0; // null when uploads are not configured
 
-    // Waits until everything accepted so far, and everything that an earlier run left, is sent, or the time is up;
-    // true when nothing waits any more.
+    // Waits until nothing waits to be sent any more, or the time is up; true in the first case. What is paused after a
+    // failure is tried at once, by the first call only.
     virtual bool Drain(std::chrono::milliseconds time) = 0;
 
-    // Ends the sending threads within a second or two, also in the middle of a transfer, which is repeated at the next
+    // Ends the sending threads within a few seconds, also in the middle of a transfer, which is repeated at the next
     // start. What waits stays in the spool. The services still accept afterwards, into the spool.
     virtual void Stop() = 0;
 
@@ -49,4 +46,5 @@ public:
 //
 // The upload service reads the three parameters of UploadFiles, which come from the name service, as URL, user and
 // password; an empty or missing URL means the settings' target.
-std::unique_ptr<ETransports> MakeTransports(const MailSettings* mail, const UploadSettings* upload, Reporter report);
+std::unique_ptr<ETransports> MakeTransports(const MailSettings* mail, const UploadSettings* upload,
+                                            const Reporter& report);

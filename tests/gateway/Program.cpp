@@ -1,24 +1,33 @@
 #include "tests/gateway/Program.h"
 
 #include <algorithm>
-#include <atomic>
-#include <csignal>
-#include <cstring>
 #include <iterator>
 #include <sstream>
+#include <utility>
 
-#include <fcntl.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-Place::Place(const std::vector<std::string>& specs, const std::string& gateway) {
-    std::string list;
-    for (const std::string& spec : specs) {
-        list += (list.empty() ? "" : ",\n") + (R"({"type": "EFileSpec", )" + spec + "}");
+std::vector<std::string> Lines(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line + (stream.eof() ? " (no end)" : ""));
+    }
+    return lines;
+}
+
+Place::Place(const std::vector<Spec>& specs, const std::string& gateway) {
+    std::ostringstream list;
+    for (const Spec& spec : specs) {
+        list << (&spec == &specs.front() ? "" : ",\n") << R"({"type": "EFileSpec", "name": ")" << spec.m_Name
+             << R"(", "logPath": "logs", "fileName": ")" << spec.m_FileName << R"(", "maxFileSize": )"
+             << spec.m_nMaxFileSize << R"(, "numFiles": )" << spec.m_nNumFiles << R"(, "fileFormat": )"
+             << spec.m_nFileFormat << R"(, "unicode": )" << spec.m_nUnicode << R"(, "deliveryMode": )"
+             << spec.m_nDeliveryMode << R"(, "keepCopy": 0, "mailName": ""})";
     }
     std::filesystem::create_directory(Path("config"));
     Write("config/kvLogFile.json", R"({"version": 3, "dateFormat": "YYYY-MM-DD", "timeFormat": "HH:mm:SS.sss",
-"fileSpecs": [)" + list + "]}");
+"fileSpecs": [)" + list.str() + "]}");
     if (!gateway.empty()) {
         Write("config/gateway.json", gateway);
     }
@@ -26,51 +35,28 @@ Place::Place(const std::vector<std::string>& specs, const std::string& gateway) 
 
 std::vector<std::string> Place::Rows(const std::string& prefix, const std::string& suffix,
                                      const std::string& header) const {
-    int count = 0;
-    while (Has(prefix + std::to_string(count) + suffix)) {
-        ++count;
-    }
     std::vector<std::string> rows;
-    for (int index = count - 1; index >= 0; --index) {
-        std::istringstream lines(Read(prefix + std::to_string(index) + suffix));
-        for (std::string line; std::getline(lines, line);) {
-            if (header.empty() || line != header) {
-                rows.push_back(line + (lines.eof() ? " (no end)" : ""));
-            }
-        }
+    for (int index = 0; Has(prefix + std::to_string(index) + suffix); ++index) {
+        const std::vector<std::string> older = Lines(Read(prefix + std::to_string(index) + suffix));
+        std::copy_if(older.rbegin(), older.rend(), std::back_inserter(rows),
+                     [&](const std::string& row) { return header.empty() || row != header; });
     }
+    std::reverse(rows.begin(), rows.end());
     return rows;
 }
 
 Program::Program(const Place& place, const std::vector<std::string>& arguments) {
-    static std::atomic<int> number{0};
-    const std::string base = place.Path("run" + std::to_string(++number));
-    m_Errors = base + ".err";
-    m_Output = base + ".out";
-    int pipe[2];
-    if (pipe2(pipe, O_CLOEXEC) != 0) {
-        throw std::runtime_error("no pipe");
+    static int number = 0;
+    m_Files = place.Path("run" + std::to_string(++number));
+    std::string command = "echo $$ >" + m_Files + ".pid; exec " KVGATEWAY_EMULATOR " " KVGATEWAY_PATH;
+    for (const std::string& argument : arguments) {
+        command += " '" + argument + "'";
     }
     std::signal(SIGPIPE, SIG_IGN);
-    m_nInput = pipe[1];
-    std::istringstream emulator(KVGATEWAY_EMULATOR); // no words, unless the program is another processor's
-    std::vector<std::string> command{std::istream_iterator<std::string>(emulator), {}};
-    command.emplace_back(KVGATEWAY_PATH);
-    command.insert(command.end(), arguments.begin(), arguments.end());
-    std::vector<char*> argv;
-    for (std::string& word : command) {
-        argv.push_back(word.data());
+    m_pInput = popen((command + " >" + m_Files + ".out 2>" + m_Files + ".err").c_str(), "we");
+    if (m_pInput == nullptr || !Eventually([this] { return ReadWhole(m_Files + ".pid").ends_with('\n'); })) {
+        throw std::runtime_error("not started: " + command);
     }
-    argv.push_back(nullptr);
-    m_nProcess = fork();
-    if (m_nProcess == 0) {
-        dup2(pipe[0], STDIN_FILENO);
-        dup2(open(m_Output.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
-        dup2(open(m_Errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
-        execvp(argv[0], argv.data());
-        _exit(127);
-    }
-    close(pipe[0]);
 }
 
 Program Program::Run(const Place& place, const std::vector<std::string>& more) {
@@ -80,15 +66,15 @@ Program Program::Run(const Place& place, const std::vector<std::string>& more) {
 }
 
 Program::~Program() {
-    if (m_nProcess > 0) {
-        kill(m_nProcess, SIGKILL);
+    if (m_pInput != nullptr) {
+        Signal(SIGKILL);
         Wait();
     }
 }
 
 bool Program::Write(const std::string& text) {
     for (std::size_t done = 0; done < text.size();) {
-        const ssize_t written = write(m_nInput, text.data() + done, text.size() - done);
+        const ssize_t written = write(fileno(m_pInput), text.data() + done, text.size() - done);
         if (written <= 0) {
             return false;
         }
@@ -97,19 +83,11 @@ bool Program::Write(const std::string& text) {
     return true;
 }
 
-void Program::EndInput() {
-    if (m_nInput >= 0) {
-        close(m_nInput);
-        m_nInput = -1;
-    }
+void Program::Signal(int number) const {
+    kill(std::stoi(ReadWhole(m_Files + ".pid")), number);
 }
 
 int Program::Wait() {
-    EndInput();
-    int status = 0;
-    if (m_nProcess <= 0 || waitpid(m_nProcess, &status, 0) != m_nProcess) {
-        return -1000;
-    }
-    m_nProcess = -1;
+    const int status = pclose(std::exchange(m_pInput, nullptr));
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }

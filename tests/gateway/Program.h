@@ -3,22 +3,29 @@
 #include "tests/TempDir.h"
 
 #include <csignal>
+#include <cstdio>
 #include <string>
-#include <sys/types.h>
 #include <unistd.h>
 #include <vector>
 
-#ifdef KV_WITHOUT_TRANSPORTS
-constexpr bool WITH_TRANSPORTS = false;
-#else
-constexpr bool WITH_TRANSPORTS = true;
-#endif
+// An element of fileSpecs, in "logs".
+struct Spec {
+    std::string m_Name;
+    std::string m_FileName;
+    int m_nFileFormat = 1;
+    int m_nUnicode = 0;
+    int m_nDeliveryMode = 1;
+    int m_nMaxFileSize = 100'000;
+    int m_nNumFiles = 2;
+};
+
+std::vector<std::string> Lines(const std::string& text); // a last one without an end is marked
 
 // A directory with a configuration in "config", in which kvgateway runs.
 class Place {
 public:
-    // `specs`: elements of fileSpecs without their "type"; `gateway`: gateway.json, empty for none.
-    explicit Place(const std::vector<std::string>& specs, const std::string& gateway = "");
+    // `gateway`: gateway.json, empty for none.
+    explicit Place(const std::vector<Spec>& specs, const std::string& gateway = "");
 
     std::string Path(const std::string& name = "") const { return m_Directory.Path(name); }
     std::string Read(const std::string& name) const { return ReadWhole(Path(name)); }
@@ -45,19 +52,15 @@ public:
     // "run" with the place's configuration and working directory.
     static Program Run(const Place& place, const std::vector<std::string>& more = {});
 
-    // As much as the program takes, false when it takes no more.
-    bool Write(const std::string& text);
-    void EndInput();
-    void Signal(int number) const { kill(m_nProcess, number); }
+    bool Write(const std::string& text); // as much as the program takes, false when it takes no more
+    void Signal(int number) const;
     int Wait(); // ends the input; the exit status, or -signal
-    std::string Errors() const { return ReadWhole(m_Errors); }
-    std::string Output() const { return ReadWhole(m_Output); }
+    std::string Errors() const { return ReadWhole(m_Files + ".err"); }
+    std::string Output() const { return ReadWhole(m_Files + ".out"); }
 
 private:
-    std::string m_Errors;
-    std::string m_Output;
-    pid_t m_nProcess = -1;
-    int m_nInput = -1;
+    std::string m_Files;
+    std::FILE* m_pInput;
 };
 
 // Waits up to ten seconds until the condition holds.

@@ -4,12 +4,13 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <random>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
-using testing::SizeIs;
+using testing::IsEmpty;
 using testing::UnorderedElementsAreArray;
 
 namespace {
@@ -20,70 +21,40 @@ struct OutageCase {
     bool m_bRestart;
 };
 
-class Outage : public TransportFixture, public testing::WithParamInterface<OutageCase> {
-protected:
-    void OpenFor(const std::string& kind, const TestServer& server) {
-        const std::string url = kind + "://127.0.0.1:" + std::to_string(server.Port()) + '/';
-        kind == "smtp" ? Open(MailTo(url)) : Open(UploadTo(url));
-    }
-
-    EResult Hand(const std::string& kind, const std::string& name, const std::string& bytes) {
-        return kind == "smtp" ? SendMail({name}, bytes) : Upload({name}, bytes);
-    }
-
-    std::uint64_t Waiting() const {
-        const TransportCounters counters = m_pTransports->Counters();
-        return counters.m_nMailsWaiting + counters.m_nFilesWaiting;
-    }
-
-    // The files that the server has got, from the mails where it is one for mails.
-    static std::vector<std::string> ArrivedFiles(const std::string& kind, const TestServer& server) {
-        std::vector<std::string> files = server.Arrivals();
-        for (auto& file : files) {
-            if (kind == "smtp") {
-                const std::string mail = ReadWhole(server.Path(file + ".eml"));
-                const std::size_t name = mail.find("filename=") + 9;
-                file = mail.substr(name, mail.find("\r\n", name) - name);
-            }
-        }
-        return files;
-    }
-};
+class Outage : public TransportFixture, public testing::WithParamInterface<OutageCase> {};
 
 TEST_P(Outage, EverythingArrivesOnceAfterwards) {
     const auto [kind, fault, restart] = GetParam();
     TestServer server(kind);
     server.SetFault(fault);
-    OpenFor(kind, server);
+    OpenFor(server);
     const std::vector<std::string> names{"first.csv", "second.csv", "third.csv"};
     const std::string bytes = BinaryBytes(100'000);
     for (const auto& name : names) {
-        ASSERT_EQ(Hand(kind, name, bytes), RC_OK);
+        ASSERT_EQ(Send(name, bytes), RC_OK);
         ASSERT_FALSE(fs::exists(m_Directory.Path("job/" + name)));
     }
     ASSERT_TRUE(WaitUntilReported("tried again in"));
-    EXPECT_FALSE(m_pTransports->Drain(std::chrono::milliseconds(300)));
+    EXPECT_FALSE(Drain(300));
     EXPECT_EQ(Waiting(), 3U);
-    EXPECT_THAT(server.Arrivals(), SizeIs(0));
+    EXPECT_THAT(server.Arrivals(), IsEmpty());
 
     if (restart) {
         Close();
-        server.SetFault("");
-        OpenFor(kind, server);
     }
     server.SetFault("");
+    if (restart) {
+        OpenFor(server);
+    }
     EXPECT_TRUE(Drain());
     EXPECT_EQ(Waiting(), 0U);
+    EXPECT_THAT(server.Arrivals(), UnorderedElementsAreArray(names));
     if (std::string(fault) == "down") {
-        EXPECT_EQ(ArrivedFiles(kind, server), names);
-    } else {
-        EXPECT_THAT(ArrivedFiles(kind, server), UnorderedElementsAreArray(names));
+        EXPECT_EQ(server.Arrivals(), names);
     }
-    if (std::string(kind) != "smtp") {
-        for (const auto& name : names) {
-            EXPECT_EQ(ReadWhole(server.Path(name)), bytes);
-            EXPECT_FALSE(fs::exists(server.Path(name + ".part")));
-        }
+    for (const auto& name : names) {
+        EXPECT_EQ(ReadWhole(server.Path(name)), bytes);
+        EXPECT_FALSE(fs::exists(server.Path(name + ".part")));
     }
 }
 
@@ -94,7 +65,8 @@ INSTANTIATE_TEST_SUITE_P(Faults, Outage,
                                          OutageCase{"ftp", "refuse .csv", true}, OutageCase{"ftp", "stall 40", false},
                                          OutageCase{"ftp", "cut 20000", true}, OutageCase{"http", "down", true},
                                          OutageCase{"http", "refuse", false}, OutageCase{"http", "stall 20000", true},
-                                         OutageCase{"http", "cut 20000", false}),
+                                         OutageCase{"http", "cut 20000", false},
+                                         OutageCase{"sftp", "cut 20000", false}),
                          [](const auto& outage) {
                              const std::string fault = outage.param.m_Fault;
                              return outage.param.m_Kind + ("_" + fault.substr(0, fault.find(' ')));
@@ -104,37 +76,53 @@ TEST_F(Outage, StoppingDoesNotWaitForAHangingServer) {
     for (const auto& [kind, fault] : {std::pair("smtp", "stall 20000"), {"ftp", "stall 40"}, {"http", "stall 20000"}}) {
         TestServer server(kind);
         server.SetFault(fault);
-        m_nStallTimeout = 120;
-        OpenFor(kind, server);
-        ASSERT_EQ(Hand(kind, "a.csv", BinaryBytes(100'000)), RC_OK);
+        m_Spool.m_nStallTimeout = 120;
+        OpenFor(server);
+        ASSERT_EQ(Send("a.csv", BinaryBytes(100'000)), RC_OK);
         std::this_thread::sleep_for(std::chrono::milliseconds(500)); // the transfer has begun, and hangs
         const auto begin = std::chrono::steady_clock::now();
         Close();
         EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30)) << kind;
+        fs::remove_all(SpoolPath());
     }
+}
+
+TEST_F(Outage, ADeadServerIsNotAskedAllTheTimeWhileDraining) {
+    m_Spool.m_nRetryMin = m_Spool.m_nRetryMax = 600;
+    TestServer server("ftp");
+    server.SetFault("down");
+    OpenFor(server);
+    ASSERT_EQ(Send("a.csv", "a"), RC_OK);
+    ASSERT_TRUE(WaitUntilReported("tried again in"));
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_FALSE(Drain(100));
+    }
+    EXPECT_EQ(CountReports("tried again in"), 2);
 }
 
 TEST_F(Outage, WhatIsRefusedHoldsUpNothingElse) {
     TestServer mailServer("smtp");
-    MailSettings mail = MailTo("smtp://127.0.0.1:" + std::to_string(mailServer.Port()));
+    MailSettings mail = MailTo(mailServer.Target());
     mail.m_Definitions.push_back({"Gone", {"gone@example.com"}, {}, {}, "", "", {}});
     mailServer.SetFault("refuse gone@");
     Open(mail);
     ASSERT_EQ(SendMail({"first.csv"}, "1", L"Gone"), RC_OK);
     ASSERT_TRUE(WaitUntilReported("550 5.1.1 no such mailbox"));
     ASSERT_EQ(SendMail({"second.csv"}, "2"), RC_OK);
-    EXPECT_FALSE(m_pTransports->Drain(std::chrono::milliseconds(500)));
-    EXPECT_THAT(ArrivedFiles("smtp", mailServer), ElementsAre("second.csv"));
+    EXPECT_FALSE(Drain(500));
+    EXPECT_THAT(mailServer.Arrivals(), ElementsAre("second.csv"));
+    Close();
+    fs::remove_all(SpoolPath());
 
     // The younger version of a file must not be replaced by the older one that was held up.
     TestServer server("ftp");
     server.SetFault("refuse held.csv");
-    OpenFor("ftp", server);
+    OpenFor(server);
     ASSERT_EQ(Upload({"held.csv", "with-it.csv"}, "older"), RC_OK);
     ASSERT_EQ(Upload({"held.csv"}, "younger"), RC_OK);
     ASSERT_EQ(Upload({"other.csv"}, "other"), RC_OK);
-    ASSERT_TRUE(WaitUntilReported("held.csv"));
-    EXPECT_FALSE(m_pTransports->Drain(std::chrono::milliseconds(500)));
+    ASSERT_TRUE(WaitUntilReported("550 Not here"));
+    EXPECT_FALSE(Drain(500));
     EXPECT_THAT(server.Arrivals(), ElementsAre("with-it.csv", "other.csv"));
     server.SetFault("");
     EXPECT_TRUE(Drain());
@@ -143,19 +131,18 @@ TEST_F(Outage, WhatIsRefusedHoldsUpNothingElse) {
 }
 
 TEST_F(Outage, AFullSpoolRefusesUntilThereIsRoom) {
+    m_Spool.m_nLimit = 100'000;
     TestServer server("ftp");
     server.SetFault("down");
-    UploadSettings settings = UploadTo("ftp://127.0.0.1:" + std::to_string(server.Port()) + '/');
-    settings.m_Spool.m_nLimit = 100'000;
-    Open(settings);
+    OpenFor(server);
     const std::string bytes = BinaryBytes(40'000);
     ASSERT_EQ(Upload({"first.csv"}, bytes), RC_OK);
     ASSERT_EQ(Upload({"second.csv"}, bytes), RC_OK);
     for (const char* const name : {"third.csv", "fourth.csv"}) {
         EXPECT_EQ(Upload({name}, bytes), RC_WRITE);
         EXPECT_TRUE(fs::exists(m_Directory.Path(std::string("job/") + name)));
-        EXPECT_TRUE(Reported(std::string("upload: ") + name));
-        Open(settings); // what an earlier run left takes its room
+        EXPECT_EQ(CountReports(std::string("upload: ") + name), 1);
+        OpenFor(server); // what an earlier run left takes its room
     }
     EXPECT_EQ(Upload({"small.csv"}, "x"), RC_OK);
     server.SetFault("");
@@ -166,24 +153,24 @@ TEST_F(Outage, AFullSpoolRefusesUntilThereIsRoom) {
 }
 
 TEST_F(Outage, LeftoversOfACrashAreClearedAndDamageIsSetAside) {
-    const UploadSettings unreachable = UploadTo("ftp://127.0.0.1:1/");
-    Open(unreachable);
+    Server unreachable;
+    unreachable.m_Url = "ftp://127.0.0.1:1/";
+    const UploadSettings settings = UploadTo(unreachable);
+    Open(settings);
     ASSERT_EQ(Upload({"first.csv", "second.csv"}, "good"), RC_OK);
-    EXPECT_THROW(MakeTransports(nullptr, &unreachable, [](const std::string&) {}), std::runtime_error)
+    EXPECT_THROW(MakeTransports(nullptr, &settings, [](const std::string&) {}), std::runtime_error)
         << "two programs must not send the same jobs";
     Close();
-    const std::string job = SpoolPath("upload/0000000000000001");
-    for (const char* const name : {"new-0000000000000008", "done-0000000000000007", "0000000000000005"}) {
-        fs::copy(job, SpoolPath("upload/" + std::string(name)), fs::copy_options::recursive);
+    for (const char* const name : {"0000000000000008.data", "0000000000000009.json.part-", "0000000000000005.data"}) {
+        WriteWhole(SpoolPath(name), "left");
     }
-    WriteWhole(SpoolPath("upload/0000000000000005/job.json"), "{\"version\": 1, \"names\": [");
-    fs::remove(job + "/0"); // as after a crash between the two files
+    WriteWhole(SpoolPath("0000000000000005.json"), "{\"version\": 1, \"name\": ");
 
-    Open(UploadTo(""));
+    Open(UploadTo());
     EXPECT_TRUE(Drain());
-    EXPECT_THAT(EntriesOf(m_Directory.Path("uploads")), ElementsAre("second.csv"));
-    EXPECT_THAT(SpoolEntries("upload"), ElementsAre("bad-0000000000000005", "lock"));
-    EXPECT_TRUE(Reported("bad-0000000000000005"));
+    EXPECT_THAT(EntriesOf(m_Directory.Path("uploads")), ElementsAre("first.csv", "second.csv"));
+    EXPECT_THAT(EntriesOf(SpoolPath()), ElementsAre("0000000000000005.bad", "0000000000000005.data", "lock"));
+    EXPECT_EQ(CountReports("0000000000000005.bad"), 1);
 }
 
 // Children are killed while mails are handed over and written into the outbox; each that was accepted is there once.
@@ -194,7 +181,7 @@ TEST_F(Outage, WhatWasAcceptedBeforeAKillArrivesOnce) {
     for (int round = 0; round < ROUNDS; ++round) {
         const pid_t child = fork();
         if (child == 0) {
-            Open(MailTo(""));
+            Open(MailTo());
             for (int i = 0;; ++i) {
                 const std::string name = "mail-" + std::to_string(round) + '-' + std::to_string(i) + ".csv";
                 if (SendMail({name}, BinaryBytes(5000)) == RC_OK) {
@@ -210,7 +197,7 @@ TEST_F(Outage, WhatWasAcceptedBeforeAKillArrivesOnce) {
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
     }
-    Open(MailTo(""));
+    Open(MailTo());
     EXPECT_TRUE(Drain());
 
     std::map<std::string, int> arrived;

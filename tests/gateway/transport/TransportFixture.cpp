@@ -8,32 +8,20 @@
 
 namespace fs = std::filesystem;
 
-SpoolSettings TransportFixture::Spool(const std::string& name) const {
-    SpoolSettings settings;
-    settings.m_Directory = SpoolPath(name);
-    settings.m_nConnectTimeout = 5;
-    settings.m_nStallTimeout = m_nStallTimeout;
-    return settings;
-}
+constexpr unsigned long CONTEXT = 4711;
 
-MailSettings TransportFixture::MailTo(const std::string& url) const {
+MailSettings TransportFixture::MailTo(const Server& server) const {
     MailSettings settings;
-    settings.m_Url = url;
-    settings.m_From = "Gateway <gateway@example.com>";
+    static_cast<Server&>(settings) = server;
+    settings.m_From = "gateway@example.com";
     settings.m_Outbox = m_Directory.Path("outbox");
-    settings.m_Spool = Spool("mail");
+    settings.m_Spool = m_Spool;
     settings.m_Definitions = {{"Report", {"to@example.com"}, {}, {}, "Report", "See below.", {}}};
     return settings;
 }
 
-UploadSettings TransportFixture::UploadTo(const std::string& url) const {
-    UploadSettings settings;
-    settings.m_Url = url;
-    settings.m_Directory = m_Directory.Path("uploads");
-    settings.m_User = url.starts_with("ftp") ? USER : "";
-    settings.m_Password = url.starts_with("ftp") ? PASSWORD : "";
-    settings.m_Spool = Spool("upload");
-    return settings;
+UploadSettings TransportFixture::UploadTo(const Server& server) const {
+    return {server, m_Directory.Path("uploads"), m_Spool};
 }
 
 void TransportFixture::Open(const MailSettings* mail, const UploadSettings* upload) {
@@ -44,91 +32,99 @@ void TransportFixture::Open(const MailSettings* mail, const UploadSettings* uplo
     });
 }
 
-void TransportFixture::Sending::Complete() {
+void TransportFixture::OpenFor(const TestServer& server, const Server& target) {
+    server.IsForMails() ? Open(MailTo(target)) : Open(UploadTo(target));
+}
+
+void TransportFixture::MakeFiles(const std::vector<std::string>& names, const std::string& bytes) {
+    fs::create_directory(m_Directory.Path("job"));
+    m_Paths.clear();
+    m_nCompleted = 0;
+    for (const auto& name : names) {
+        m_Paths.push_back(m_Directory.Path("job/" + name));
+        WriteWhole(m_Paths.back(), bytes);
+    }
+}
+
+void TransportFixture::Complete() {
     ++m_nCompleted;
     for (const auto& path : m_Paths) {
         fs::remove(path);
     }
 }
 
-TransportFixture::Sending TransportFixture::MakeFiles(const std::vector<std::string>& names,
-                                                      const std::string& bytes) const {
-    Sending sending;
-    fs::create_directory(m_Directory.Path("job"));
-    for (const auto& name : names) {
-        sending.m_Paths.push_back(m_Directory.Path("job/" + name));
-        WriteWhole(sending.m_Paths.back(), bytes);
-    }
-    return sending;
-}
-
 EResult TransportFixture::SendMail(const std::vector<std::string>& names, const std::string& bytes,
                                    const wchar_t* name) {
-    Sending sending = MakeFiles(names, bytes);
+    MakeFiles(names, bytes);
     IEMailService& service = *m_pTransports->EMail();
     EMailMessage* const message = service.CreateMessage();
     message->m_Name = name;
     EXPECT_EQ(service.LoadMessage(message), RC_OK);
     const EPersistentString before = message->m_Attachments;
-    for (const auto& path : sending.m_Paths) {
+    for (const auto& path : m_Paths) {
         message->m_Attachments += L';';
         message->m_Attachments += Wide(path);
     }
     EXPECT_EQ(service.StoreMessage(message), RC_OK);
     const EResult result = service.SendMessage(
-        message->m_Name, [](EMAILSTATUS, void* context) { static_cast<Sending*>(context)->Complete(); }, &sending,
+        message->m_Name, [](EMAILSTATUS, void* context) { static_cast<TransportFixture*>(context)->Complete(); }, this,
         nullptr);
     message->m_Attachments = before;
     EXPECT_EQ(service.StoreMessage(message), RC_OK);
     service.ReleaseMessage(message);
-    EXPECT_EQ(sending.m_nCompleted, Failed(result) ? 0 : 1);
+    EXPECT_EQ(m_nCompleted, Failed(result) ? 0 : 1);
     return result;
 }
 
 EResult TransportFixture::Upload(const std::vector<std::string>& names, const std::string& bytes,
-                                 const std::string& url) {
-    Sending sending = MakeFiles(names, bytes);
+                                 const Server& server) {
+    MakeFiles(names, bytes);
     std::vector<EUploadFile> files;
-    for (const auto& path : sending.m_Paths) {
+    for (const auto& path : m_Paths) {
         files.emplace_back(Wide(path), false, false);
     }
     EUploadFiles list;
     for (auto& file : files) {
         list.AddTail(&file);
     }
-    EString target = Wide(url);
-    EString user = Wide(USER);
-    EString password = Wide(PASSWORD);
-    const EResult result = m_pTransports->Upload()->UploadFiles(
-        &list, url.empty() ? nullptr : &target, &user, &password, reinterpret_cast<unsigned long>(&sending), this);
-    EXPECT_EQ(sending.m_nCompleted, Failed(result) ? 0 : 1);
+    EString url = Wide(server.m_Url);
+    EString user = Wide(server.m_User);
+    EString password = Wide(server.m_Password);
+    const EResult result =
+        m_pTransports->Upload()->UploadFiles(&list, url.IsEmpty() ? nullptr : &url, &user, &password, CONTEXT, this);
+    EXPECT_EQ(m_nCompleted, Failed(result) ? 0 : 1);
     return result;
 }
 
 void TransportFixture::OnUploadComplete(unsigned long context, unsigned long status) {
     EXPECT_EQ(status, 0U);
-    reinterpret_cast<Sending*>(context)->Complete();
+    EXPECT_EQ(context, CONTEXT);
+    Complete();
 }
 
-bool TransportFixture::Reported(const std::string& text) const {
+EResult TransportFixture::Send(const std::string& name, const std::string& bytes) {
+    return m_pTransports->EMail() != nullptr ? SendMail({name}, bytes) : Upload({name}, bytes);
+}
+
+std::uint64_t TransportFixture::Waiting() const {
+    return m_pTransports->Counters().m_nMailsWaiting + m_pTransports->Counters().m_nFilesWaiting;
+}
+
+int TransportFixture::CountReports(const std::string& text) const {
     const std::lock_guard lock(m_Mutex);
-    return m_Reports.find(text) != std::string::npos;
+    int count = 0;
+    for (auto place = m_Reports.find(text); place != std::string::npos; place = m_Reports.find(text, place + 1)) {
+        ++count;
+    }
+    return count;
 }
 
 bool TransportFixture::WaitUntilReported(const std::string& text) const {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!Reported(text)) {
-        if (std::chrono::steady_clock::now() > end) {
-            ADD_FAILURE() << "not reported: " << text << "; but:\n" << m_Reports;
-            return false;
-        }
+    for (int i = 0; i < 6000 && CountReports(text) == 0; ++i) {
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     }
-    return true;
-}
-
-std::vector<std::string> TransportFixture::SpoolEntries(const std::string& name) const {
-    return EntriesOf(SpoolPath(name));
+    EXPECT_NE(CountReports(text), 0) << "not reported: " << text << "; but:\n" << m_Reports;
+    return CountReports(text) != 0;
 }
 
 std::string BinaryBytes(std::size_t size) {
@@ -141,11 +137,10 @@ std::string BinaryBytes(std::size_t size) {
     return bytes;
 }
 
-std::vector<std::string> EntriesOf(const std::string& directory) {
-    std::vector<std::string> names;
+std::set<std::string> EntriesOf(const std::string& directory) {
+    std::set<std::string> names;
     for (const auto& entry : fs::directory_iterator(directory)) {
-        names.push_back(entry.path().filename().string());
+        names.insert(entry.path().filename().string());
     }
-    std::sort(names.begin(), names.end());
     return names;
 }

@@ -1,188 +1,227 @@
 #!/usr/bin/python3
-"""Servers on loopback that the transports' tests send to.
+"""A server on loopback that the transports' tests send to, behind a proxy that lets it fail.
 
-    server.py smtp PORT DIR [CERTIFICATE KEY]   mails become DIR/1.eml, 2.eml, ...; with a certificate STARTTLS and the
-                                                login "kavro" / "s3cret-word" are required
-    server.py ftp PORT DIR                      login as above
-    server.py http PORT DIR                     takes PUT
-    server.py proxy PORT TARGET DIR             passes connections on to the port TARGET
-    server.py parse MAIL DIR                    prints what is in a mail as JSON, writes its attachments into DIR
+    server.py KIND DIR [PORT]    smtp, ftp, http: not encrypted; smtp-tls, ftp-tls: only after STARTTLS and AUTH TLS;
+                                 smtps, ftps, https: from the beginning; sftp: takes the key DIR/client
+    server.py parse MAIL DIR     takes a mail apart, as the SMTP servers do
 
-DIR/../arrivals gets a line for each mail or file that has wholly arrived. DIR/../fault says what is wrong at the moment:
-nothing, "refuse TEXT" (what contains TEXT; HTTP: everything), "stall N" or "cut N" (after N bytes from the client).
+Prints its process and its port, and ends by SIGTERM or with its parent. What arrives goes into DIR/data: a file, or a
+mail's attachments and what else it says in mail.json. DIR/arrivals gets a line for each that has wholly arrived.
+DIR/certificate.pem and DIR/known_hosts are what to trust. DIR/fault says what is wrong at the moment: nothing, "refuse
+TEXT" (what contains TEXT; HTTP: everything), "stall N" or "cut N" (after N bytes from the client).
 """
 
 import asyncio
+import base64
+import ctypes
 import email
 import email.policy
+import hashlib
 import json
-import logging
 import os
 import signal
+import socket
 import ssl
+import subprocess
 import sys
+import threading
 from pathlib import Path
 
 USER, PASSWORD = "kavro", "s3cret-word"
+KIND, DIR = sys.argv[1], Path(sys.argv[-1] if sys.argv[1] == "parse" else sys.argv[2])
+DATA, CERTIFICATE, KEY = DIR / "data", DIR / "certificate.pem", DIR / "key.pem"
 
 
-def fault(directory):
-    """The fault and its argument; ("", "") when there is none."""
-    try:
-        kind, _, argument = (directory.parent / "fault").read_text().partition(" ")
-        return kind, argument
-    except FileNotFoundError:
-        return "", ""
+def fault():
+    kind, _, argument = (DIR / "fault").read_text().partition(" ")
+    return kind, argument
 
 
-def arrived(directory, what):
-    with open(directory.parent / "arrivals", "a") as log:
+def arrived(what):
+    with open(DIR / "arrivals", "a") as log:
         log.write(f"{what}\n")
 
 
-def serve_smtp(port, directory, certificate=None, key=None):
+def parse(content, **more):
+    message = email.message_from_bytes(content, policy=email.policy.default)
+    names = [part.get_filename() for part in message.iter_attachments()]
+    for part in message.iter_attachments():
+        (DATA / part.get_filename()).write_bytes(part.get_payload(decode=True))
+    headings = {name: str(message[name]) for name in message.keys()}
+    text = message.get_body().get_content().replace("\r\n", "\n")
+    (DATA / "mail.json").write_text(json.dumps({"headings": headings, "text": text, "attachments": names, **more}))
+    return names
+
+
+def serve_smtp(port):
     from aiosmtpd.controller import Controller
     from aiosmtpd.smtp import AuthResult
 
     class Handler:
         async def handle_RCPT(self, server, session, envelope, address, options):
-            kind, argument = fault(directory)
+            kind, argument = fault()
             if kind == "refuse" and argument in address:
                 return "550 5.1.1 no such mailbox"
             envelope.rcpt_tos.append(address)
             return "250 OK"
 
         async def handle_DATA(self, server, session, envelope):
-            number = len(list(directory.glob("*.eml"))) + 1
-            (directory / f"{number}.eml").write_bytes(envelope.original_content)
-            (directory / f"{number}.envelope").write_text("\n".join([envelope.mail_from, *envelope.rcpt_tos]))
-            arrived(directory, number)
+            arrived(*parse(envelope.original_content, sender=envelope.mail_from, recipients=envelope.rcpt_tos)[:1])
             return "250 OK"
 
-    options = {}
-    if certificate:
+    def login(server, session, envelope, mechanism, data):
+        return AuthResult(success=(data.login, data.password) == (USER.encode(), PASSWORD.encode()), handled=False)
+
+    options = {"authenticator": login, "auth_required": True, "auth_require_tls": False}
+    if KIND != "smtp":
         context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.load_cert_chain(certificate, key)
-        login = lambda server, session, envelope, mechanism, data: AuthResult(
-            success=(data.login, data.password) == (USER.encode(), PASSWORD.encode()), handled=False)
-        options = {"tls_context": context, "require_starttls": True, "auth_required": True, "authenticator": login}
+        context.load_cert_chain(CERTIFICATE, KEY)
+        options |= {"ssl_context": context} if KIND == "smtps" else {"tls_context": context, "require_starttls": True}
     Controller(Handler(), hostname="127.0.0.1", port=port, **options).start()
 
 
-def serve_ftp(port, directory):
-    from pyftpdlib.authorizers import DummyAuthorizer
-    from pyftpdlib.handlers import DTPHandler, FTPHandler
-    from pyftpdlib.servers import FTPServer
+def serve_ftp(port):
+    from pyftpdlib import authorizers, handlers, servers
 
-    class Data(DTPHandler):
+    class Data(handlers.DTPHandler if KIND == "ftp" else handlers.TLS_DTPHandler):
         ac_in_buffer_size = 4096
+
+        def readable(self):  # a client may be done with the handshake before it says what it sends
+            return not self._initialized or super().readable()
 
         def handle_read_event(self):
             super().handle_read_event()
-            kind, argument = fault(directory)
+            kind, argument = fault()
             if kind == "cut" and self.tot_bytes_received >= int(argument):
                 self.cmd_channel.close()
 
-    class Handler(FTPHandler):
+    class Handler(handlers.FTPHandler if KIND == "ftp" else handlers.TLS_FTPHandler):
         dtp_handler = Data
+        certfile, keyfile, tls_control_required, tls_data_required = CERTIFICATE, KEY, True, True
 
         def ftp_STOR(self, file, mode="w"):
-            kind, argument = fault(directory)
+            kind, argument = fault()
             if kind == "refuse" and argument in file:
                 return self.respond("550 Not here.")
             return super().ftp_STOR(file, mode)
 
         def ftp_RNTO(self, path):
             result = super().ftp_RNTO(path)
-            arrived(directory, Path(path).name)
+            arrived(Path(path).name)
             return result
 
-    Handler.authorizer = DummyAuthorizer()
-    Handler.authorizer.add_user(USER, PASSWORD, str(directory), perm="elradfmw")
-    logging.basicConfig(level=logging.WARNING)
-    FTPServer(("127.0.0.1", port), Handler).serve_forever()
+    if KIND != "ftp":
+        Handler.ssl_context = Handler.get_ssl_context()
+        Handler.ssl_context.set_session_id(b"test")  # or the data connection could not go on with the session
+    if KIND == "ftps":
+        Handler.handle_ssl_established = Handler.handle
+        Handler.handle = lambda self: self.secure_connection(self.ssl_context)
+    Handler.authorizer = authorizers.DummyAuthorizer()
+    Handler.authorizer.add_user(USER, PASSWORD, str(DATA), perm="elradfmw")
+    threading.Thread(target=servers.FTPServer(("127.0.0.1", port), Handler).serve_forever, daemon=True).start()
 
 
-def serve_http(port, directory):
-    home = directory.parent
-    for path in (home, directory):
-        path.chmod(0o777)
-    modules = "mpm_event authz_core dav dav_fs".split()
-    (home / "http.conf").write_text(
+def serve_http(port):
+    for path in (DIR, DATA):
+        path.chmod(0o777)  # when it is started by root it serves as another user
+    modules = "mpm_event authn_core authn_file authz_core authz_user auth_basic dav dav_fs ssl".split()
+    (DIR / "users").write_text(f"{USER}:{{SHA}}{base64.b64encode(hashlib.sha1(PASSWORD.encode()).digest()).decode()}\n")
+    (DIR / "http.conf").write_text(
         "".join(f"LoadModule {name}_module /usr/lib/apache2/modules/mod_{name}.so\n" for name in modules)
         + f"""
             ServerName localhost
             Listen 127.0.0.1:{port}
             User www-data
             Group www-data
-            PidFile {home}/http.pid
-            DefaultRuntimeDir {home}
-            ErrorLog {home}/http.log
-            DocumentRoot {directory}
-            DavLockDB {home}/lock
-            LogFormat "%U" path
-            CustomLog {home}/arrivals path "expr=%{{REQUEST_STATUS}} in {{'201', '204'}}"
-            <Directory {directory}>
+            PidFile {DIR}/http.pid
+            DefaultRuntimeDir {DIR}
+            ErrorLog {DIR}/http.log
+            DocumentRoot {DATA}
+            DavLockDB {DIR}/lock
+            CustomLog {DIR}/arrivals "%U" "expr=%{{REQUEST_STATUS}} in {{'201', '204'}}"
+            SSLEngine {"on" if KIND == "https" else "off"}
+            SSLCertificateFile {CERTIFICATE}
+            SSLCertificateKeyFile {KEY}
+            <Directory {DATA}>
                 Dav On
-                <If "file('{home}/fault') =~ /^refuse/">
+                AuthType Basic
+                AuthName test
+                AuthUserFile {DIR}/users
+                Require valid-user
+                <If "file('{DIR}/fault') =~ /^refuse/">
                     Require all denied
                 </If>
             </Directory>
         """)
-    os.execv("/usr/sbin/apache2", ["apache2", "-X", "-f", str(home / "http.conf")])
+    return subprocess.Popen(["/usr/sbin/apache2", "-X", "-f", DIR / "http.conf"])
 
 
-async def serve_proxy(port, target, directory):
-    async def copy(reader, writer, kind="", limit=0):
-        passed = 0
-        while data := await reader.read(4096):
-            passed += len(data)
-            if kind == "stall" and passed >= limit:
-                await asyncio.sleep(3600)
-            if kind == "cut" and passed >= limit:
-                break
-            writer.write(data)
-            await writer.drain()
-        writer.close()
+async def serve_sftp(port, public_port):
+    import asyncssh
 
+    class Server(asyncssh.SFTPServer):
+        def __init__(self, channel):
+            super().__init__(channel, chroot=os.fsencode(DATA))
+
+        def rename(self, old, new):
+            super().rename(old, new)
+            arrived(Path(os.fsdecode(new)).name)
+
+    host, client = (asyncssh.generate_private_key("ecdsa-sha2-nistp256") for _ in range(2))
+    client.write_private_key(DIR / "client", "pkcs8-pem", PASSWORD)
+    client.write_public_key(DIR / "client.pub")
+    (DIR / "known_hosts").write_text(f"[127.0.0.1]:{public_port} {host.export_public_key().decode()}")
+    await asyncssh.listen("127.0.0.1", port, server_host_keys=[host], sftp_factory=Server,
+                          authorized_client_keys=str(DIR / "client.pub"))
+
+
+async def copy(reader, writer, kind="", limit=0):
+    passed = 0
+    while data := await reader.read(4096):
+        passed += len(data)
+        if kind == "stall" and passed >= limit:
+            await asyncio.sleep(3600)
+        if kind == "cut" and passed >= limit:
+            break
+        writer.write(data)
+        await writer.drain()
+    writer.close()
+
+
+async def serve(port):
     async def connected(reader, writer):
-        kind, argument = fault(directory)
-        upstream_reader, upstream_writer = await asyncio.open_connection("127.0.0.1", target)
+        kind, argument = fault()
+        server_reader, server_writer = await asyncio.open_connection("127.0.0.1", own_port)
         limit = int(argument) if kind in ("stall", "cut") else 0
-        tasks = [asyncio.ensure_future(copy(reader, upstream_writer, kind, limit)),
-                 asyncio.ensure_future(copy(upstream_reader, writer))]
+        tasks = [asyncio.ensure_future(copy(reader, server_writer, kind, limit)),
+                 asyncio.ensure_future(copy(server_reader, writer))]
         await asyncio.wait(tasks, return_when=asyncio.FIRST_COMPLETED)
         if kind == "cut":
             writer.transport.abort()
         await asyncio.wait(tasks)
 
-    server = await asyncio.start_server(connected, "127.0.0.1", port)
-    await server.serve_forever()
-
-
-def parse(path, directory):
-    message = email.message_from_bytes(path.read_bytes(), policy=email.policy.default)
-    attachments = []
-    for number, part in enumerate(message.iter_attachments()):
-        (directory / str(number)).write_bytes(part.get_payload(decode=True))
-        attachments.append(part.get_filename())
-    print(json.dumps({
-        "headings": {name: str(message[name]) for name in message.keys()},
-        "text": message.get_body().get_content().replace("\r\n", "\n"),
-        "attachments": attachments,
-    }))
-
-
-def main(kind, first, second, *rest):
-    if kind == "parse":
-        parse(Path(first), Path(second))
-    elif kind == "proxy":
-        asyncio.run(serve_proxy(int(first), int(second), Path(rest[0])))
-    elif kind == "smtp":
-        serve_smtp(int(first), Path(second), *rest)
-        signal.pause()
+    with socket.create_server(("127.0.0.1", 0)) as probe:
+        own_port = probe.getsockname()[1]
+    proxy = await asyncio.start_server(connected, "127.0.0.1", port)
+    port = proxy.sockets[0].getsockname()[1]
+    process = None
+    if KIND == "sftp":
+        await serve_sftp(own_port, port)
     else:
-        {"ftp": serve_ftp, "http": serve_http}[kind](int(first), Path(second))
+        process = {"smtp": serve_smtp, "ftp": serve_ftp, "http": serve_http}[KIND.removesuffix("-tls").rstrip("s")](own_port)
+    asyncio.get_running_loop().add_signal_handler(signal.SIGTERM, lambda: (process and process.kill(), os._exit(0)))
+    while socket.socket().connect_ex(("127.0.0.1", own_port)) != 0:
+        await asyncio.sleep(0.01)
+    print(os.getpid(), port, flush=True)
+    await asyncio.Event().wait()
 
 
-main(*sys.argv[1:])
+if KIND == "parse":
+    parse(Path(sys.argv[2]).read_bytes())
+else:
+    ctypes.CDLL(None).prctl(1, signal.SIGTERM)  # when the parent dies
+    DATA.mkdir(exist_ok=True)
+    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+                    "-days", "2", "-subj", "/CN=test", "-addext", "subjectAltName=IP:127.0.0.1",
+                    "-keyout", KEY, "-out", CERTIFICATE], stderr=subprocess.DEVNULL, check=True)
+    asyncio.run(serve(int((sys.argv + [0])[3])))
