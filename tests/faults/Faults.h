@@ -19,4 +19,5 @@ public:
     ~Fault();
 
     static bool HasStruck();
+    static bool HasTakenMemory(); // it has struck an allocation
 };

@@ -68,7 +68,7 @@ TEST_F(ProcessingTest, AlarmCells) {
         Process(ACTION_LOG_ALARM, &record, 1, L"Log@4");
         expected += std::string("01-31-2024,13:05:09.042,Pump@4,a,b,S,D,") + each.m_pszCells;
     }
-    const EONEVENTSTRUCT nothing;
+    const EONEVENTSTRUCT nothing{};
     Process(ACTION_LOG_ALARM, &nothing, 1, L"Log@4");
     EXPECT_EQ(ReadWhole(FIRST), expected + "01-01-1970,00:00:00.000,,,,,Not Active,Not ACKED,0,\n");
 }
@@ -90,7 +90,7 @@ TEST_F(ProcessingTest, PrefixNumbersStandInFrontOfEvents) {
         Process(ACTION_LOG_EVENT, &record);
         expected += std::string(each.m_pszPrefix) + "01-31-2024 13:05:09.042 S 100%s: %d: x\n";
     }
-    const EONEVENTSTRUCT bare;
+    const EONEVENTSTRUCT bare{};
     Process(ACTION_LOG_EVENT, &bare);
     EXPECT_EQ(ReadWhole(FIRST), expected + "01-01-1970 00:00:00.000  : \n");
 }

@@ -110,6 +110,13 @@ std::uint64_t TransportFixture::Waiting() const {
     return m_pTransports->Counters().m_nMailsWaiting + m_pTransports->Counters().m_nFilesWaiting;
 }
 
+bool TransportFixture::WaitUntilWaiting(std::uint64_t count) const {
+    for (int i = 0; i < 6000 && Waiting() > count; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return Waiting() == count;
+}
+
 int TransportFixture::CountReports(const std::string& text) const {
     const std::lock_guard lock(m_Mutex);
     int count = 0;

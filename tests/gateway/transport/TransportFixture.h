@@ -37,6 +37,7 @@ protected:
     bool WaitUntilReported(const std::string& text) const;
     bool Drain(int milliseconds = 60'000) { return m_pTransports->Drain(std::chrono::milliseconds(milliseconds)); }
     std::uint64_t Waiting() const;
+    bool WaitUntilWaiting(std::uint64_t count) const; // mails or files, no more than these
     std::string SpoolPath(const std::string& name = {}) const { return m_Directory.Path("spool/" + name); }
 
     void OnUploadComplete(unsigned long context, unsigned long status) override;

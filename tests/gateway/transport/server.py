@@ -19,6 +19,7 @@ import email.policy
 import hashlib
 import json
 import os
+import random
 import signal
 import socket
 import ssl
@@ -188,6 +189,17 @@ async def copy(reader, writer, kind="", limit=0):
     writer.close()
 
 
+# One that the system gives to nobody who asks for any: a server that is down has to find its port free again.
+def free_port():
+    while True:
+        port = random.randrange(10240, 32000)
+        try:
+            socket.create_server(("127.0.0.1", port)).close()
+            return port
+        except OSError:
+            pass
+
+
 async def serve(port):
     async def connected(reader, writer):
         kind, argument = fault()
@@ -200,10 +212,9 @@ async def serve(port):
             writer.transport.abort()
         await asyncio.wait(tasks)
 
-    with socket.create_server(("127.0.0.1", 0)) as probe:
-        own_port = probe.getsockname()[1]
-    proxy = await asyncio.start_server(connected, "127.0.0.1", port)
-    port = proxy.sockets[0].getsockname()[1]
+    own_port = free_port()
+    port = port or free_port()
+    await asyncio.start_server(connected, "127.0.0.1", port)
     process = None
     if KIND == "sftp":
         await serve_sftp(own_port, port)
