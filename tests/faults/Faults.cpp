@@ -96,10 +96,6 @@ bool Fault::HasStruck() {
     return s_bStruck;
 }
 
-bool Fault::HasTakenMemory() {
-    return s_bStruck && s_Call == Call::Allocate;
-}
-
 // The declarations of <fcntl.h> and its like name the calls for large files and times where the target has such ones,
 // and so do these definitions.
 #pragma GCC visibility push(default)

@@ -19,5 +19,4 @@ public:
     ~Fault();
 
     static bool HasStruck();
-    static bool HasTakenMemory(); // it has struck an allocation
 };

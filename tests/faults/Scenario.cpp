@@ -1,15 +1,10 @@
 #include "tests/faults/Scenario.h"
 
 #include "base/ELock.h"
-#include "base/WARM_RESTART_STRUCT.h"
 #include "intake/Actions.h"
-#include "intake/ELogInfo.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"
-#include "service/Guarded.h"
 #include "tests/Reports.h"
-#include "tests/faults/Faults.h"
-#include "tests/kernel/InKernel.h"
 
 #include <gtest/gtest.h>
 
@@ -22,7 +17,6 @@ constexpr int COMMA = 1;
 constexpr int HTML = 2;
 constexpr IKernelService::WR_OPERATION WARM_SAVE = 1;
 constexpr IKernelService::WR_OPERATION WARM_FORGET = 2;
-constexpr IKernelService::WR_OPERATION WARM_SECTIONS = 3;
 
 constexpr const char* ROW = "01-31-2024,13:05:09.042,r1__,T,S,D,Not Active,Not ACKED,7,17\n"; // with its number's place
 constexpr std::string_view FOOTER = "</TBODY>\n</TABLE>\n<P>\n</BODY>\n</HTML>\n";
@@ -52,12 +46,26 @@ void KeepNewestSet(Files& files) {
     std::erase_if(files, [&](const auto& file) { return DirectoryOf(file.first) != directory; });
 }
 
-// Has the module, where faults strike, do something.
-template <class Operation>
-EResult InModule(Operation operation) {
-    EResult result = RC_OK;
-    InKernel::Leave([&] { result = operation(); });
-    return result;
+// Prepared, configured from the section that stands there, pre-started.
+ELogFile* BeginService(TestKernel& kernel) {
+    ELogFile* service = kvLogFileInitService(&kernel);
+    service->PrepareToStart();
+    // A section that cannot be read now is read again, as a kernel does that is started once more.
+    if (Failed(service->Restore(0)) || service->m_FileSpecs.GetCount() == 0) {
+        EXPECT_EQ(service->Restore(0), RC_OK);
+    }
+    EXPECT_EQ(service->PreStart(), RC_OK);
+    return service;
+}
+
+// Starts it, waits for the queue to become empty, prepares to stop.
+void WorkAndStop(ELogFile* service) {
+    EXPECT_EQ(service->Start(), RC_OK);
+    EXPECT_TRUE(Soon([&] {
+        const ELock lock(service->m_QueueMutex, MUTEX_NAME);
+        return service->m_LogQueue.IsEmpty();
+    }));
+    service->PrepareToStop();
 }
 
 } // namespace
@@ -170,46 +178,16 @@ const std::vector<FaultLog>& Scenario::Logs() {
     return logs;
 }
 
-Scenario::Scenario() {
-    const InKernel here;
+void Scenario::WriteSection() {
     std::vector<std::string> elements;
     std::ranges::transform(Logs(), std::back_inserter(elements), &FaultLog::Items);
     Workplace::WriteSection(elements);
+}
+
+Scenario::Scenario() {
+    WriteSection();
     RunFirst();
     RunSecond();
-    m_KernelLog = ReadWhole("Kavro.log");
-}
-
-// The result of an operation that tells when memory runs out in it, and which is then asked for once more.
-template <class Operation>
-EResult Scenario::Do(Operation operation) {
-    const bool before = Fault::HasTakenMemory();
-    const EResult result = InModule(operation);
-    if (before || !Fault::HasTakenMemory()) {
-        return result;
-    }
-    EXPECT_EQ(result, RC_NOT_MADE);
-    m_bTold = true;
-    return InModule(operation);
-}
-
-// Prepared, configured from the section that stands there, pre-started.
-ELogFile* Scenario::BeginService(TestKernel& kernel) {
-    ELogFile* service = nullptr;
-    EXPECT_EQ(Do([&] {
-                  return Guarded(
-                      [&] { return (service = kvLogFileInitService(&kernel)) != nullptr ? RC_OK : RC_MISSING; });
-              }),
-              RC_OK);
-    EXPECT_EQ(Do([&] { return service->PrepareToStart(); }), RC_OK);
-    const auto restore = [&] { return service->Restore(0); };
-    // A section that cannot be read now is read again, as a kernel does that is started once more.
-    if (Failed(Do(restore)) || service->m_FileSpecs.GetCount() == 0) {
-        EXPECT_EQ(Do(restore), RC_OK);
-    }
-    EXPECT_EQ(InModule([&] { return service->PreStart(); }), RC_OK);
-    m_bRestoreFailed = kernel.m_Reporter.Count(138) == 1;
-    return service;
 }
 
 void Scenario::RunFirst() {
@@ -217,78 +195,34 @@ void Scenario::RunFirst() {
     kernel.m_EMail.m_Definitions["mail"] = "";
     kernel.m_Upload.m_Notices.m_When = TestNotices::When::Inside;
     ELogFile* service = BeginService(kernel);
-    Report(service); // before there is a kernel log
     for (const FaultLog& log : Logs()) {
         const int before = log.IsDelivered() ? LAST_DELIVERED : RESTART_AFTER;
         WriteRows(service, log, 1, before);
-        EString name = Wide(log.m_Name);
-        EString action = log.IsDelivered() ? ACTION_NAME_DELIVERY : ACTION_NAME_RESTART;
-        EONEVENTSTRUCT record = MakeRecord();
-        EXPECT_EQ(Do([&] { return service->Invoke(action, name, nullptr, 1, &record, nullptr); }), RC_OK);
+        Ask(service, log, log.IsDelivered() ? ACTION_NAME_DELIVERY : ACTION_NAME_RESTART);
         WriteRows(service, log, before + 1, before + 1);
     }
-    Process(service);
+    WorkAndStop(service);
     kernel.m_EMail.m_Notices.Deliver();
-    EXPECT_TRUE(service->m_Deliveries.IsEmpty());
-    EXPECT_EQ(kernel.m_EMail.m_Definitions["mail"], "");
-    EXPECT_EQ(kernel.m_EMail.m_nRecords, 0);
-    EXPECT_EQ(Do([&] { return service->Start(); }), RC_OK);
-    InModule([&] { return service->PrepareToStop(); });
-    Report(service); // writes both
     for (const FaultLog& log : Logs()) {
         WriteRows(service, log, SAVED, log.IsDelivered() ? 0 : SAVED + 1);
     }
-    m_bSaveFailed = Failed(Do([&] { return service->WarmRestart(WARM_SAVE, nullptr); }));
+    m_bSaveFailed = Failed(service->WarmRestart(WARM_SAVE, nullptr));
     NoteFiles(true, kernel);
-    InModule([&] { return service->Stop(); });
-}
-
-// What is queued, as the worker does it.
-void Scenario::Process(ELogFile* service) {
-    while (auto* info = static_cast<ELogInfo*>(service->m_LogQueue.RemoveHead())) {
-        const std::unique_ptr<ELogInfo> request(info);
-        m_Results.insert(InModule([&] { return Guarded([&] { return service->ProcessLogFile(info); }); }));
-    }
+    service->Stop();
 }
 
 void Scenario::RunSecond() {
     TestKernel kernel;
     kernel.m_Control.m_bRestoreWanted = true;
     ELogFile* service = BeginService(kernel);
-    Report(service);
+    m_bRestoreFailed = kernel.m_Reporter.Count(138) == 1;
     for (const FaultLog& log : Logs()) {
         WriteRows(service, log, LAST, log.IsDelivered() ? 0 : LAST);
     }
-    EXPECT_EQ(Do([&] { return service->Start(); }), RC_OK);
-    EXPECT_TRUE(Soon([&] {
-        const ELock lock(service->m_QueueMutex, MUTEX_NAME);
-        return service->m_LogQueue.IsEmpty();
-    }));
-    InModule([&] { return service->PrepareToStop(); });
-    Report(service);
-    EString file;
-    int format = 0;
-    EXPECT_EQ(Do([&] { return service->GetAgentLogFile(file, format); }), RC_OK);
-    WARM_RESTART_STRUCT info{};
-    EXPECT_EQ(Do([&] { return service->WarmRestart(WARM_SECTIONS, &info); }), RC_OK);
-    delete[] info.m_pszSections;
-    EXPECT_EQ(Do([&] { return service->WarmRestart(WARM_FORGET, nullptr); }), RC_OK);
+    WorkAndStop(service);
+    service->WarmRestart(WARM_FORGET, nullptr);
     NoteFiles(false, kernel);
-    InModule([&] { return service->Stop(); });
-}
-
-void Scenario::Report(ELogFile* service) {
-    EONEVENTSTRUCT record = MakeRecord();
-    EXPECT_EQ(Do([&] { return service->ReportEvent(&record); }), RC_OK);
-}
-
-void Scenario::WriteRows(ELogFile* service, const FaultLog& log, int first, int last) {
-    EString name = Wide(log.m_Name);
-    for (int number = first; number <= last; ++number) {
-        const EString rowName = Wide("r" + std::to_string(100 + number));
-        EONEVENTSTRUCT record = MakeRecord(rowName);
-        EXPECT_EQ(Do([&] { return service->LogAlarm(name, &record); }), RC_OK);
-    }
+    service->Stop();
 }
 
 void Scenario::NoteFiles(bool delivered, const TestKernel& kernel) {
@@ -301,8 +235,24 @@ void Scenario::NoteFiles(bool delivered, const TestKernel& kernel) {
         const bool owned = std::ranges::any_of(Logs(), [&](const FaultLog& log) { return log.Owns(path); });
         if (path.ends_with('/')) {
             m_nJobDirectories += delivered && path.find("$tmp") != std::string::npos ? 1 : 0;
-        } else if (!owned && path != "kvLogFile.warm" && path != "Kavro.log") {
+        } else if (!owned && path != "kvLogFile.warm") {
             m_Strays.push_back(path);
         }
     }
+}
+
+void WriteRows(ELogFile* service, const FaultLog& log, int first, int last) {
+    EString name = Wide(log.m_Name);
+    for (int number = first; number <= last; ++number) {
+        const EString rowName = Wide("r" + std::to_string(100 + number));
+        EONEVENTSTRUCT record = MakeRecord(rowName);
+        EXPECT_EQ(service->LogAlarm(name, &record), RC_OK);
+    }
+}
+
+EResult Ask(ELogFile* service, const FaultLog& log, const wchar_t* action) {
+    EString actionName = action;
+    EString name = Wide(log.m_Name);
+    EONEVENTSTRUCT record = MakeRecord();
+    return service->Invoke(actionName, name, nullptr, 1, &record, nullptr);
 }

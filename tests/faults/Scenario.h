@@ -42,9 +42,8 @@ private:
     std::vector<int> Rows(const std::string& path, const std::string& bytes) const; // their numbers
 };
 
-// The life of a service that meets every use of files and memory: rows through rotations of each format, deliveries of
-// each kind, early and late events, a restart, a warm save; then a second service that restores and goes on. It runs
-// when it is constructed; faults strike in the module alone.
+// The life of a service that meets every use of files: rows through rotations of each format, deliveries of each kind, a
+// restart, a warm save; then a second service that restores and goes on. It runs when it is constructed.
 class Scenario {
 public:
     // Rows 1 to 4 of a delivered log file, of which the first three are delivered; 1 to 12 of another one, of which 10
@@ -57,26 +56,22 @@ public:
     Scenario();
     ~Scenario() { EPersistent::RemoveFactories(); }
     static const std::vector<FaultLog>& Logs();
+    static void WriteSection(); // the service's, with all logs
 
     std::map<std::string, FaultOutcome> m_Outcomes; // by the log file's name
-    std::string m_KernelLog;                        // its bytes: the same event four times
     std::vector<std::string> m_Strays;              // files that belong to no log file
-    std::set<EResult> m_Results;                    // of processing the first service's requests
     int m_nJobDirectories = 0;                      // that are left after the deliveries
     bool m_bSaveFailed = false;                     // and the kernel was told so
     bool m_bRestoreFailed = false;                  // likewise
-    bool m_bTold = false;                           // that memory has run out
 
 private:
-    template <class Operation>
-    EResult Do(Operation operation);
-    ELogFile* BeginService(TestKernel& kernel);
     void RunFirst();
-    void Process(ELogFile* service);
     void RunSecond();
-    void Report(ELogFile* service);
-    void WriteRows(ELogFile* service, const FaultLog& log, int first, int last);
     void NoteFiles(bool delivered, const TestKernel& kernel);
 
     Workplace m_Workplace;
 };
+
+// Drives the service on one log file.
+void WriteRows(ELogFile* service, const FaultLog& log, int first, int last); // rows 1 to 99
+EResult Ask(ELogFile* service, const FaultLog& log, const wchar_t* action);

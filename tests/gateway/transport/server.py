@@ -125,6 +125,7 @@ def serve_ftp(port):
 def serve_http(port):
     for path in (DIR, DATA):
         path.chmod(0o777)  # when it is started by root it serves as another user
+    (DIR / "http.pid").unlink(missing_ok=True)  # of one that was killed, and that may not have been waited for yet
     modules = "mpm_event authn_core authn_file authz_core authz_user auth_basic dav dav_fs ssl".split()
     (DIR / "users").write_text(f"{USER}:{{SHA}}{base64.b64encode(hashlib.sha1(PASSWORD.encode()).digest()).decode()}\n")
     (DIR / "http.conf").write_text(
