@@ -1,15 +1,16 @@
 #pragma once
 
-#include "intake/ELogInfo.h"
 #include "tests/ServiceFixture.h"
 
 #include <map>
+#include <regex>
 #include <string>
 
 // Requests processed in the test's own thread, and what they leave on disk.
 class DeliveryTest : public ServiceTest {
 protected:
     using When = TestNotices::When;
+    using Contents = std::map<std::string, std::string>; // path to bytes
 
     EResult Process(EFileSpec* spec, ActionType action, const EONEVENTSTRUCT* record) {
         ELogInfo request(spec, action, 1, record);
@@ -27,19 +28,18 @@ protected:
         m_Kernel.m_EMail.m_Notices.Deliver(threads);
         m_Kernel.m_Upload.m_Notices.Deliver(threads);
     }
-    // "Spool/$tmp0123abcd/"
-    static bool IsJobDirectory(const std::string& path) {
-        constexpr std::string_view START = "Spool/$tmp";
-        return path.starts_with(START) && path.ends_with('/') && path.size() == START.size() + 9 &&
-               path.find_first_not_of("0123456789abcdef", START.size()) == path.size() - 1;
-    }
     int Jobs() const { return m_pService->m_Deliveries.GetCount(); }
 
-    // Every file of the working directory with its bytes; directories, which end in '/', with none.
-    static std::map<std::string, std::string> Contents() {
-        std::map<std::string, std::string> contents;
+    // A text of paths, with every job's directory called "JOB/".
+    static std::string Known(const std::string& paths) {
+        return std::regex_replace(paths, std::regex("Spool/\\$tmp[0-9a-f]{8}/"), "JOB/");
+    }
+
+    // Every file of the working directory, by its known path; directories, which end in '/', have no bytes.
+    static Contents OnDisk() {
+        Contents contents;
         for (const std::string& path : Workplace::Tree()) {
-            contents[path] = path.back() == '/' ? "" : ReadWhole(path);
+            contents[Known(path)] = path.back() == '/' ? "" : ReadWhole(path);
         }
         return contents;
     }

@@ -2,13 +2,13 @@
 
 #include "tests/delivery/DeliveryFixture.h"
 
-#include <algorithm>
-
 namespace {
+
+using When = TestNotices::When;
 
 struct Outcome {
     const char* m_pszName;
-    TestNotices::When m_When = TestNotices::When::Later;
+    When m_When = When::Later;
     std::set<int> m_Refused{}; // the sendings that are not started
     bool m_bDefinition = true; // the e-mail definition exists
     bool m_bRecord = true;     // the e-mail service gives a record
@@ -16,24 +16,15 @@ struct Outcome {
     friend std::ostream& operator<<(std::ostream& out, const Outcome& outcome) { return out << outcome.m_pszName; }
 };
 
+// clang-format off
 const std::vector<Outcome> BY_UPLOAD{
-    {"Inside", TestNotices::When::Inside},      {"Later"},
-    {"Twice", TestNotices::When::Twice},        {"Never", TestNotices::When::Never},
-    {"Refused", TestNotices::When::Later, {0}},
-};
+    {"Inside", When::Inside}, {"Later"}, {"Twice", When::Twice}, {"Never", When::Never}, {"Refused", When::Later, {0}}};
 const std::vector<Outcome> BY_EMAIL{
-    {"Inside", TestNotices::When::Inside},
-    {"Later"},
-    {"OutOfOrder", TestNotices::When::OutOfOrder},
-    {"Twice", TestNotices::When::Twice},
-    {"Never", TestNotices::When::Never},
-    {"Refused", TestNotices::When::Later, {0, 1}},
-    {"FirstRefused", TestNotices::When::Later, {0}},
-    {"FirstRefusedInside", TestNotices::When::Inside, {0}},
-    {"LastRefused", TestNotices::When::Inside, {1}},
-    {"NoDefinition", TestNotices::When::Later, {}, false},
-    {"NoRecord", TestNotices::When::Later, {}, true, false},
-};
+    {"Inside", When::Inside}, {"Later"}, {"Twice", When::Twice}, {"Never", When::Never},
+    {"OutOfOrder", When::OutOfOrder}, {"Refused", When::Later, {0, 1}}, {"FirstRefused", When::Later, {0}},
+    {"FirstRefusedInside", When::Inside, {0}}, {"LastRefused", When::Inside, {1}},
+    {"NoDefinition", When::Later, {}, false}, {"NoRecord", When::Later, {}, true, false}};
+// clang-format on
 
 using Case = std::tuple<int, int, int, Outcome>; // delivery mode, number of files, copies kept, outcome
 
@@ -50,7 +41,7 @@ protected:
         m_Mail.m_Notices.m_When = m_Upload.m_Notices.m_When = m_Outcome.m_When;
         std::filesystem::create_directory("logs");
         WriteWhole("logs/log-0.csv", "older");
-        m_Before = m_Done = Contents();
+        m_Before = m_Waiting = m_Done = OnDisk();
         MakeFiles();
     }
 
@@ -62,11 +53,12 @@ protected:
             }
             Row(Spec(), i == 0 ? L"first" : L"second");
         }
+        m_Waiting["JOB/"] = "";
         for (int i = 0; i < m_nFiles; ++i) {
             const std::string name = "log-" + std::to_string(i) + ".csv";
-            m_Files.emplace_back(name, ReadWhole("Spool/" + name));
+            const std::string bytes = m_Waiting["JOB/" + name] = ReadWhole("Spool/" + name);
             if (m_nKept != 0) {
-                m_Done["logs/" + name] = m_Files.back().second;
+                m_Done["logs/" + name] = bytes;
             }
         }
     }
@@ -83,46 +75,40 @@ protected:
         return due;
     }
 
-    void CheckSendings() {
-        std::vector<std::pair<std::string, std::map<std::string, std::string>>> sent; // paths, bytes by path
+    // What is due to be sent, and what has been: the list of paths, then the bytes of each.
+    std::vector<std::string> DueTexts() const {
+        std::vector<std::string> texts;
+        for (const int files : Due(false)) {
+            std::string contents;
+            texts.emplace_back(m_bMail ? ";old" : "");
+            for (int i = 0; i < files; ++i) {
+                const std::string path = "JOB/log-" + std::to_string(i) + ".csv";
+                texts.back() += ";./" + path;
+                contents += "\n./" + path + '\n' + m_Waiting.at(path);
+            }
+            texts.back() += contents;
+        }
+        return texts;
+    }
+    std::vector<std::string> SentTexts() const {
+        std::vector<std::string> texts;
+        const auto add = [&](std::string text, const Contents& contents) {
+            for (const auto& [path, bytes] : contents) {
+                text += path.starts_with("./") ? '\n' + path + '\n' + bytes : "";
+            }
+            texts.push_back(Known(text));
+        };
         for (const SentMail& mail : m_Mail.m_Sent) {
-            ASSERT_EQ(mail.m_Attachments.substr(0, 4), ";old");
-            sent.emplace_back(mail.m_Attachments.substr(4), mail.m_Contents);
+            add(mail.m_Attachments, mail.m_Contents);
         }
         for (const Upload& upload : m_Upload.m_Uploads) {
-            sent.emplace_back("", upload.m_Contents);
-            for (const std::string& path : upload.m_Paths) {
-                sent.back().first += ";" + path;
-            }
-        }
-        const std::vector<int> due = Due(false);
-        ASSERT_EQ(sent.size(), due.size());
-        for (std::size_t i = 0; i < due.size(); ++i) {
-            const std::string directory = sent[i].first.substr(1, sent[i].first.find("log-") - 1);
-            EXPECT_TRUE(directory.starts_with("./") && IsJobDirectory(directory.substr(2))) << directory;
             std::string paths;
-            for (int j = 0; j < due[i]; ++j) {
-                const auto& [name, bytes] = m_Files[static_cast<std::size_t>(j)];
-                paths += ";" + directory + name;
-                EXPECT_EQ(sent[i].second.at(directory + name), bytes);
+            for (const std::string& path : upload.m_Paths) {
+                paths += ';' + path;
             }
-            EXPECT_EQ(sent[i].first, paths);
+            add(paths, upload.m_Contents);
         }
-    }
-
-    // While the job waits its files stand in its directory, and nothing has come into the log directory.
-    void CheckWaiting() {
-        EXPECT_EQ(Jobs(), 1);
-        const auto contents = Contents();
-        const auto directory = std::find_if(contents.begin(), contents.end(),
-                                            [](const auto& entry) { return IsJobDirectory(entry.first); });
-        ASSERT_NE(directory, contents.end());
-        auto expected = m_Before;
-        expected[directory->first];
-        for (const auto& [name, bytes] : m_Files) {
-            expected[directory->first + name] = bytes;
-        }
-        EXPECT_EQ(contents, expected);
+        return texts;
     }
 
     const int m_nMode = std::get<0>(GetParam());
@@ -132,40 +118,38 @@ protected:
     const Outcome& m_Outcome = std::get<3>(GetParam());
     TestEMail& m_Mail = m_Kernel.m_EMail;
     TestUpload& m_Upload = m_Kernel.m_Upload;
-    std::vector<std::pair<std::string, std::string>> m_Files; // names and bytes of the set
-    std::map<std::string, std::string> m_Before;              // the directories without the files
-    std::map<std::string, std::string> m_Done;                // and when the job is done
+    Contents m_Before;  // the disk without the files of the set,
+    Contents m_Waiting; // while the job waits,
+    Contents m_Done;    // and when it is done
 };
 
 TEST_P(DeliveryOutcomeTest, FilesServiceAndMessages) {
     const auto definitions = m_Mail.m_Definitions;
-    const std::size_t started = Due(false).size();
-    EXPECT_EQ(Deliver(Spec()), m_bMail && started < m_Files.size() ? RC_MISSING : RC_OK);
-    CheckSendings();
+    const int started = static_cast<int>(Due(false).size());
+    EXPECT_EQ(Deliver(Spec()), m_bMail && started < m_nFiles ? RC_MISSING : RC_OK);
+    EXPECT_EQ(SentTexts(), DueTexts());
     EXPECT_EQ(m_Mail.m_Definitions, definitions);
     EXPECT_EQ(m_Mail.m_nRecords, 0);
     EXPECT_EQ(m_Kernel.m_Reporter.Messages(),
               std::vector<ReportedMessage>(Due(true).size(), {9, 29, m_bMail ? 679 : 678, ""}));
 
-    if (started > 0 && m_Outcome.m_When != When::Inside) {
-        CheckWaiting();
-        GiveNotices();
-    }
+    const bool waits = started > 0 && m_Outcome.m_When != When::Inside;
+    EXPECT_EQ(Jobs(), waits ? 1 : 0);
+    EXPECT_EQ(OnDisk(), waits ? m_Waiting : m_Done); // its files in its directory, and none in the log directory yet
+    GiveNotices();
     if (started > 0 && m_Outcome.m_When == When::Never) {
-        CheckWaiting();
+        EXPECT_EQ(OnDisk(), m_Waiting);
         Row(Spec());
         End(); // what is still under way is deleted, whatever the configuration keeps
-        EXPECT_EQ(Contents(), m_Before);
+        EXPECT_EQ(OnDisk(), m_Before);
         return;
     }
     EXPECT_EQ(Jobs(), 0);
-    EXPECT_EQ(Contents(), m_Done);
-
+    EXPECT_EQ(OnDisk(), m_Done);
     EXPECT_EQ(Deliver(Spec()), RC_OK); // there is nothing to deliver any more
-    EXPECT_EQ(m_Mail.m_Sent.size() + m_Upload.m_Uploads.size(), started);
-    EXPECT_EQ(Contents(), m_Done);
+    EXPECT_EQ(SentTexts(), DueTexts());
     End();
-    EXPECT_EQ(Contents(), m_Done);
+    EXPECT_EQ(OnDisk(), m_Done);
 }
 
 std::string CaseName(const testing::TestParamInfo<Case>& info) {
@@ -173,13 +157,11 @@ std::string CaseName(const testing::TestParamInfo<Case>& info) {
     return std::string(outcome.m_pszName) + "_" + std::to_string(files) + (kept != 0 ? "Kept" : "Deleted");
 }
 
-const auto FILES = testing::Values(0, 1, 2);
-const auto KEPT = testing::Values(0, 1);
-INSTANTIATE_TEST_SUITE_P(Upload, DeliveryOutcomeTest,
-                         testing::Combine(testing::Values(DELIVERY_UPLOAD), FILES, KEPT, testing::ValuesIn(BY_UPLOAD)),
-                         CaseName);
-INSTANTIATE_TEST_SUITE_P(EMail, DeliveryOutcomeTest,
-                         testing::Combine(testing::Values(DELIVERY_EMAIL), FILES, KEPT, testing::ValuesIn(BY_EMAIL)),
-                         CaseName);
+auto Cases(int mode, const std::vector<Outcome>& outcomes) {
+    return testing::Combine(testing::Values(mode), testing::Values(0, 1, 2), testing::Values(0, 1),
+                            testing::ValuesIn(outcomes));
+}
+INSTANTIATE_TEST_SUITE_P(Upload, DeliveryOutcomeTest, Cases(DELIVERY_UPLOAD, BY_UPLOAD), CaseName);
+INSTANTIATE_TEST_SUITE_P(EMail, DeliveryOutcomeTest, Cases(DELIVERY_EMAIL, BY_EMAIL), CaseName);
 
 } // namespace

@@ -1,36 +1,12 @@
-#include "base/ELock.h"
 #include "intake/Actions.h"
 #include "tests/delivery/DeliveryFixture.h"
 
 #include <atomic>
-#include <chrono>
 
 namespace {
 
 constexpr int ROUNDS = 5000; // each delivers by e-mail and by upload
 constexpr int THREADS = 8;
-
-void Pause() {
-    std::this_thread::sleep_for(std::chrono::microseconds(100));
-}
-
-// Waits until at most `count` requests wait for the worker.
-void AwaitQueue(ELogFile& service, int count) {
-    const auto waiting = [&] {
-        const ELock lock(service.m_QueueMutex, MUTEX_NAME);
-        return service.m_LogQueue.GetCount();
-    };
-    while (waiting() > count) {
-        Pause();
-    }
-}
-
-void Ask(ELogFile& service, const wchar_t* action, const wchar_t* name) {
-    EONEVENTSTRUCT record = MakeRecord();
-    EString actionName = action;
-    EString specName = name;
-    service.Invoke(actionName, specName, nullptr, 1, &record, nullptr);
-}
 
 // Notices inside the call, out of order and twice, while the worker starts the next sendings.
 TEST_F(DeliveryTest, NoticesOfManyThreadsFinishEveryJobOnce) {
@@ -43,33 +19,37 @@ TEST_F(DeliveryTest, NoticesOfManyThreadsFinishEveryJobOnce) {
     mail.m_Notices.m_When = upload.m_Notices.m_When = When::Mixed;
     m_pService->Start();
 
-    std::atomic<bool> over{false};
-    std::vector<std::thread> givers;
-    for (int i = 0; i < THREADS; ++i) {
-        givers.emplace_back([&] {
-            while (!over) {
-                if (!mail.m_Notices.GiveNext() && !upload.m_Notices.GiveNext()) {
-                    Pause();
-                }
-            }
-        });
-    }
+    const auto awaitQueue = [&](int most) {
+        EXPECT_TRUE(Soon([&] {
+            const ELock lock(m_pService->m_QueueMutex, MUTEX_NAME);
+            return m_pService->m_LogQueue.GetCount() <= most;
+        }));
+    };
     constexpr std::pair<const wchar_t*, const wchar_t*> ROUND[] = {
         {ACTION_NAME_EVENT, L"M"},    {ACTION_NAME_RESTART, L"M"}, {ACTION_NAME_EVENT, L"M"},
         {ACTION_NAME_DELIVERY, L"M"}, {ACTION_NAME_EVENT, L"U"},   {ACTION_NAME_DELIVERY, L"U"},
     };
-    for (int i = 0; i < ROUNDS; ++i) {
-        AwaitQueue(*m_pService, ELogFile::QUEUE_LIMIT - static_cast<int>(std::size(ROUND))); // none may be dropped
-        for (const auto& [action, name] : ROUND) {
-            Ask(*m_pService, action, name);
+    std::atomic<bool> over{false};
+    std::thread reporter([&] {
+        EONEVENTSTRUCT record = MakeRecord();
+        for (int i = 0; i < ROUNDS; ++i) {
+            awaitQueue(ELogFile::QUEUE_LIMIT - static_cast<int>(std::size(ROUND))); // none may be dropped
+            for (const auto& [action, name] : ROUND) {
+                Invoke(action, name, &record);
+            }
         }
-    }
-    AwaitQueue(*m_pService, 0);
-    m_pService->PrepareToStop(); // the worker finishes what it has begun
-    over = true;
-    for (std::thread& giver : givers) {
-        giver.join();
-    }
+        awaitQueue(0);
+        m_pService->PrepareToStop(); // the worker finishes what it has begun
+        over = true;
+    });
+    OnThreads(THREADS, [&](int) {
+        while (!over) {
+            if (!mail.m_Notices.GiveNext() && !upload.m_Notices.GiveNext()) {
+                std::this_thread::sleep_for(std::chrono::microseconds(100));
+            }
+        }
+    });
+    reporter.join();
     GiveNotices(THREADS);
 
     EXPECT_EQ(mail.m_Sent.size(), 2U * ROUNDS);
