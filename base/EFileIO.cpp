@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -63,6 +65,19 @@ bool IsDirectory(const char* path) {
 
 bool MakeDirectory(const char* path) {
     return Uninterrupted([&] { return mkdir(path, DIRECTORY_MODE); }) == 0;
+}
+
+// The target is the old file or the whole new one at any moment, and the source stays until it is the new one.
+bool MoveAcross(const char* source, const char* target) {
+    namespace fs = std::filesystem;
+    const std::string part = std::string(target) + ".part";
+    std::error_code error;
+    if (fs::copy_file(source, part, fs::copy_options::overwrite_existing, error)) {
+        fs::rename(part, target, error);
+    }
+    std::error_code ignored;
+    fs::remove(error ? part : source, ignored);
+    return !error;
 }
 
 int OpenFlags(unsigned long mode) {
@@ -177,7 +192,10 @@ int EFileIO::DeleteFile(const wchar_t* name, bool /*moveToTrash*/) {
 int EFileIO::RenameFile(const wchar_t* from, const wchar_t* to) {
     const Name source(from);
     const Name target(to);
-    return Uninterrupted([&] { return rename(source, target); }) == 0 ? 1 : 0;
+    if (Uninterrupted([&] { return rename(source, target); }) == 0) {
+        return 1;
+    }
+    return errno == EXDEV && MoveAcross(source, target) ? 1 : 0;
 }
 
 int EFileIO::SetFileSize(const wchar_t* name, long size) {

@@ -56,13 +56,14 @@ public:
     static int AppendToFile(const wchar_t* name, const void* data, unsigned long length, std::uint32_t minimum,
                             std::uint32_t maximum, bool& fits);
 
-    static int DeleteFile(const wchar_t* name, bool moveToTrash);  // there is no trash: the flag changes nothing
-    static int RenameFile(const wchar_t* from, const wchar_t* to); // replaces an existing target
-    static int SetFileSize(const wchar_t* name, long size);        // a missing file fails and is not created
-    static int Exists(const wchar_t* path, unsigned long* mode);   // `mode`, unless null, gets stat(2)'s st_mode
-    static int CreateDir(const wchar_t* path);                     // an existing directory is a failure
-    static int CreateRecursiveDir(const wchar_t* path);            // an existing directory is a success
-    static int RemoveDir(const wchar_t* path);                     // only an empty directory is removed
+    static int DeleteFile(const wchar_t* name, bool moveToTrash); // there is no trash: the flag changes nothing
+    // Replaces an existing target, which is there until then. On another file system that takes a copy, "TARGET.part".
+    static int RenameFile(const wchar_t* from, const wchar_t* to);
+    static int SetFileSize(const wchar_t* name, long size);      // a missing file fails and is not created
+    static int Exists(const wchar_t* path, unsigned long* mode); // `mode`, unless null, gets stat(2)'s st_mode
+    static int CreateDir(const wchar_t* path);                   // an existing directory is a failure
+    static int CreateRecursiveDir(const wchar_t* path);          // an existing directory is a success
+    static int RemoveDir(const wchar_t* path);                   // only an empty directory is removed
 
     // Turns '\' into the platform's '/', in place.
     static void ConvertPathString(wchar_t* path);

@@ -238,7 +238,7 @@ int EONEVENTSTRUCT::Restore(EFileIO* file) {
         lengths[i] = GetU32(head + LENGTHS_AT + 4 * i);
         sum += lengths[i];
     }
-    if (sum > file->GetBytesLeft() / 4) {
+    if (sum > LONGEST_TEXT || sum > file->GetBytesLeft() / 4) {
         return 0;
     }
     std::vector<unsigned char> bytes(4 * static_cast<std::size_t>(sum));

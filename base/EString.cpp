@@ -78,7 +78,7 @@ int EString::Restore(EFileIO* file) {
         return 0;
     }
     const std::uint32_t length = GetU32(head);
-    if (length > file->GetBytesLeft() / 4) {
+    if (length > LONGEST_TEXT || length > file->GetBytesLeft() / 4) {
         return 0;
     }
     std::vector<unsigned char> bytes(4 * static_cast<std::size_t>(length));

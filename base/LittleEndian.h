@@ -9,6 +9,9 @@
 
 static_assert(sizeof(wchar_t) == 4, "wide text has 32-bit characters");
 
+// The longest text that is restored, in characters. Beyond it, a size in bytes would not be a 32-bit target's to hold.
+constexpr std::uint32_t LONGEST_TEXT = 1U << 26U;
+
 inline unsigned char* PutU16(unsigned char* out, std::uint16_t value) {
     out[0] = static_cast<unsigned char>(value);
     out[1] = static_cast<unsigned char>(value >> 8);

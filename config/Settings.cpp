@@ -64,7 +64,8 @@ EResult ELogFile::Save(unsigned long /*section*/) {
 }
 
 EResult ELogFile::Restore(unsigned long section) {
-    return Guarded([&] {
+    HoldEvents(true);
+    const EResult restored = Guarded([&] {
         SectionCloser own;
         if (section == 0) {
             const EResult opened = EPersistent::RestoreSection(LOGFILE_XML_NAME, own.m_nSection, true);
@@ -87,6 +88,15 @@ EResult ELogFile::Restore(unsigned long section) {
         }
         return result;
     });
+    HoldEvents(false);
+    return restored;
+}
+
+// Events reported meanwhile are held, as before there was a kernel log: it is known as soon as its name is read, and may
+// yet be destroyed.
+void ELogFile::HoldEvents(bool hold) {
+    const ELock lock(m_QueueMutex, MUTEX_NAME);
+    m_bRestoring = hold && m_State != STATE_STARTED; // a running service has its kernel log
 }
 
 EResult ELogFile::RestoreSettings(unsigned long section) {

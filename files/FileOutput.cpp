@@ -19,6 +19,7 @@ int ELogFile::StartFile(EFileSpec* spec) {
     }
     EString name;
     CalcFileName(spec, 0, &spec->m_FileTime, true, name);
+    const bool isNew = EFileIO::Exists(name, nullptr) == 0;
     EFileIO file(name, EFileIO::OPEN_FOR_WRITING);
     if (!file.IsOpen()) {
         return 0;
@@ -32,6 +33,9 @@ int ELogFile::StartFile(EFileSpec* spec) {
         EByteArray header;
         spec->m_pFilter->FormatHeader(&noTitle, &spec->m_Headers, &header);
         if (header.GetSize() > 0 && !Write(file, header)) {
+            if (isNew) { // or, on a full disk, every row leaves an empty file of a name that has its time
+                EFileIO::DeleteFile(name, false);
+            }
             return 0;
         }
     }

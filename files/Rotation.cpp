@@ -46,6 +46,9 @@ void ELogFile::CalcFileName(EFileSpec* spec, int index, const ETimeStamp* time, 
 //   f0(p) -> f1(t)
 //   f0(t)           is free for the file that is started next
 void ELogFile::RotateFiles(EFileSpec* spec, const ETimeStamp* previous) {
+    if (spec->m_NumFiles <= 0) {
+        return;
+    }
     EString source;
     EString target;
     for (int i = spec->m_NumFiles - 1; i >= 0; --i) {

@@ -35,7 +35,7 @@ EResult ELogFile::ReportEvent(EONEVENTSTRUCT* record) {
         bool queued = false;
         {
             const ELock lock(m_QueueMutex, MUTEX_NAME);
-            EFileSpec* spec = m_pKernelLogSpec;
+            EFileSpec* spec = m_bRestoring ? nullptr : m_pKernelLogSpec.load();
             queued = spec != nullptr && m_State == STATE_STARTED;
             if (spec == nullptr) {
                 auto copy = std::make_unique<EONEVENTSTRUCT>(record, true);

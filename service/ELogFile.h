@@ -137,7 +137,7 @@ public:
     std::atomic<bool> m_bRunning{false}; // the worker is to go on
     EThread m_LogThread{4096, false};
     ESingleEvent m_WakeEvent;
-    EMutex m_QueueMutex{MUTEX_NAME}; // guards m_EarlyEvents and m_LogQueue
+    EMutex m_QueueMutex{MUTEX_NAME}; // guards m_EarlyEvents, m_LogQueue and m_bRestoring
     EPtrList m_EarlyEvents{4};       // EONEVENTSTRUCT*, owned: reported before there was a kernel log
     EPtrList m_LogQueue{4};          // ELogInfo*, owned
     EStringArray m_SnapShotHeaders;
@@ -162,6 +162,7 @@ private:
     // config/
     EResult RestoreSettings(unsigned long section);
     void RegisterFileSpec(EFileSpec* spec);
+    void HoldEvents(bool hold);
     bool IsDeliverable(const EFileSpec& spec);
 
     // intake/
@@ -179,6 +180,8 @@ private:
     EResult ProcessDelivery(ELogInfo* info);
     bool CanDeliver(const EFileSpec& spec);
     void MoveFilesToJob(EFileSpec* spec, ELogFileDeliverySpec* job);
+
+    bool m_bRestoring = false; // the kernel log may be known by its name and not yet by its file
 
     // files/
     bool AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited);

@@ -68,6 +68,15 @@ TEST(File, OperationsByName) {
     EXPECT_FALSE(EFileIO::RenameFile(a, b) || EFileIO::DeleteFile(a, false) || EFileIO::SetFileSize(a, 0));
     EXPECT_TRUE(EFileIO::SetFileSize(b, 2));
     EXPECT_EQ(ReadWhole(dir.Path("b")), "aa");
+    const std::string other = "/dev/shm/kvBase39-test-" + std::to_string(getpid()); // seldom the same file system
+    WriteWhole(other, "old");
+    EXPECT_TRUE(EFileIO::RenameFile(b, Wide(other)));
+    EXPECT_FALSE(fs::exists(dir.Path("b")) || EFileIO::RenameFile(b, Wide(other)));
+    EXPECT_EQ(ReadWhole(other), "aa");
+    EXPECT_TRUE(EFileIO::RenameFile(Wide(other), b));
+    EXPECT_FALSE(fs::exists(other) || fs::exists(other + ".part") || fs::exists(dir.Path("b.part")));
+    EXPECT_FALSE(EFileIO::RenameFile(b, L"/dev/shm/no/such")) << "and the file stays";
+    EXPECT_EQ(ReadWhole(dir.Path("b")), "aa");
     for (const auto& [path, made] :
          {std::pair{"d/e", true}, {"d/e", true}, {"d//f///g//", true}, {"b", false}, {"b/x/y", false}}) {
         EXPECT_EQ(EFileIO::CreateRecursiveDir(Wide(dir.Path(path))) != 0, made) << path;

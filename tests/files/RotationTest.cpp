@@ -1,5 +1,8 @@
 #include "tests/files/LogFiles.h"
 
+#include <climits>
+#include <csignal>
+#include <sys/resource.h>
 #include <thread>
 
 using RotationTest = LogFilesTest;
@@ -13,7 +16,7 @@ TEST_F(RotationTest, KeepsToTheSizeLimit) {
         {100, 3, {150}, "Ha|H"}, {100, 3, {150, 99, 2}, "Hc|Hb|Ha"}, // never fits, and is written all the same
         {100, 3, {98, 1}, "Hb|Ha"}, {100, 2, {60, 60, 60, 30}, "Hcd|Hb"}, {100, 1, {60, 60, 30}, "Hbc"},
         {0, 3, {60, 60, 200}, "Habc"}, {-1, 3, {60, 60, 200}, "Habc"}, // no limit
-        {100, 0, {60, 60, 200}, "Habc"}, {100, -5, {60, 60}, "Hab"}}; // no set to rotate: the one file goes on
+        {100, 0, {60, 60, 200}, "Habc"}, {100, INT_MIN, {60, 60}, "Hab"}}; // no set to rotate: the one file goes on
     // clang-format on
     for (const auto& [limit, files, rows, letters] : cases) {
         StartColumn({.m_nMaxSize = limit, .m_nFiles = files});
@@ -79,6 +82,22 @@ TEST_F(RotationTest, StopsAndStartsPages) {
     EXPECT_EQ(m_pService->RestartFile(Spec()), 1);
     EXPECT_EQ(Found(), (Files{{"logs/0.html", begun.substr(0, begun.find("<TBODY>\n") + 8)},
                               {"logs/1.html", begun + end + "<TR>\n<TD>2</TD>\n</TR>\n" + end}}));
+}
+
+TEST_F(RotationTest, AFullDiskIsNotLitteredWithEmptyFiles) {
+    StartColumn({.m_File = "a-%S%s.csv"});
+    WriteWhole("logs/found", "");
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit none{0, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &none);
+    for (const char* row : {"1", "2", "3"}) {
+        WriteRow(row);
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(Found(), (Files{{"logs/found", ""}}));
 }
 
 TEST_F(RotationTest, TakesFilesAsItFindsThem) {

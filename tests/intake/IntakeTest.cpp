@@ -1,3 +1,4 @@
+#include "base/InterfaceIds.h"
 #include "tests/AllocationCount.h"
 #include "tests/ServiceFixture.h"
 
@@ -84,6 +85,25 @@ TEST_F(Intake, EarlyEventsAreWrittenBeforeTheFirstThatCanBe) {
         }
     });
     EXPECT_EQ(MarksIn("k.log"), FromThreads(8, 50));
+}
+
+// Its name is read first, and it is known from there on.
+TEST_F(Intake, EventsWaitUntilTheKernelLogIsRead) {
+    for (const int delivery : {1, 2}) { // the second is refused: the gateway has no upload service
+        m_Kernel.m_Missing = {IID_UPLOAD_SERVICE};
+        m_Kernel.m_Names.m_OnQualify = [this] { Event(L"during"); };
+        Workplace::WriteSection({SpecItems{
+            .m_Name = "KernelLog", .m_Path = "", .m_File = "k.log", .m_nFormat = 0, .m_nDelivery = delivery}});
+        m_pService->PrepareToStart();
+        EXPECT_EQ(m_pService->Restore(0, 5), RC_OK);
+        EXPECT_EQ(Workplace::Tree(), Texts{});
+        Event(L"after");
+        const bool accepted = delivery == 1;
+        EXPECT_EQ(ReadWhole("k.log"), accepted ? EventRow("during") + EventRow("after") : "");
+        End();
+        std::filesystem::remove("k.log");
+        Make();
+    }
 }
 
 TEST_F(Intake, EarlyEventsWaitWhileTheWorkerWritesTheDefaultKernelLog) {

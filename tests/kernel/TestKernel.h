@@ -65,6 +65,9 @@ class TestNames : public INameService {
 public:
     EResult QualifyName(int id, EString* name) override {
         const InKernel here;
+        if (m_OnQualify) {
+            m_OnQualify();
+        }
         *name += id >= 0 ? Wide("@" + std::to_string(id)) : EString();
         return RC_OK;
     }
@@ -106,8 +109,9 @@ public:
     }
 
     std::set<int> m_RefusedIds;
-    bool m_bUploadParameters = true; // "host", "user" and "id" followed by the identifier
-    bool m_bPreparesPaths = true;    // false: PreparePath fails
+    bool m_bUploadParameters = true;   // "host", "user" and "id" followed by the identifier
+    bool m_bPreparesPaths = true;      // false: PreparePath fails
+    std::function<void()> m_OnQualify; // called while a log file's items are read
 };
 
 class TestActions : public IActionRegistry {
