@@ -2,18 +2,56 @@
 
 #include "base/EString.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cmath>
 
 namespace {
 
+constexpr std::size_t ROOM = 32; // the longest double, -2.2250738585072014e-308, has 24 characters
+
 template <class Number>
 void PrintShortest(EString& text, Number number) {
-    char digits[32] = {}; // the longest double, -2.2250738585072014e-308, has 24
-    const char* end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-    text.Empty();
-    for (const char* at = digits; at != end; ++at) {
-        text += static_cast<wchar_t>(*at);
+    char digits[ROOM];
+    wchar_t wide[ROOM];
+    const char* const end = std::to_chars(digits, digits + ROOM - 1, number).ptr;
+    *std::copy(static_cast<const char*>(digits), end, wide) = L'\0';
+    text = wide;
+}
+
+// Prints a number that has at most three decimals, as most measured values have, in a fifth of the time; false for
+// others. A quotient of two whole numbers is rounded as the decimal text is when it is read (IEEE 754): where it gives
+// the number back so does the text, and none of fewer digits does. Below the limit no exponent makes it shorter.
+bool PrintDecimals(EString& text, double number) {
+    constexpr double LIMIT = 100'000;
+    if (!(number > -LIMIT && number < LIMIT) || number == 0) {
+        return false; // zero has two signs
     }
+    const double magnitude = std::abs(number);
+    double scale = 1;
+    int decimals = 0;
+    auto whole = static_cast<std::uint32_t>(magnitude);
+    while (whole / scale != magnitude) {
+        if (++decimals > 3) {
+            return false;
+        }
+        scale *= 10;
+        whole = static_cast<std::uint32_t>(magnitude * scale + 0.5);
+    }
+    wchar_t wide[ROOM];
+    wchar_t* at = wide + ROOM - 1;
+    *at = L'\0';
+    for (int i = 0; i <= decimals || whole > 0; ++i, whole /= 10) {
+        if (i == decimals && i > 0) {
+            *--at = L'.';
+        }
+        *--at = static_cast<wchar_t>(L'0' + whole % 10);
+    }
+    if (number < 0) {
+        *--at = L'-';
+    }
+    text = at;
+    return true;
 }
 
 } // namespace
@@ -50,7 +88,9 @@ void CDataValue::GetString(EString& text, int /*option1*/, int /*option2*/, int 
         PrintShortest(text, m_nInteger);
         break;
     case Type::Double:
-        PrintShortest(text, m_Double);
+        if (!PrintDecimals(text, m_Double)) {
+            PrintShortest(text, m_Double);
+        }
         break;
     case Type::Text:
         text = m_pszText;

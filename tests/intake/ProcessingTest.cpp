@@ -1,6 +1,9 @@
 #include "tests/AllocationCount.h"
 #include "tests/files/LogFiles.h"
 
+#include <charconv>
+#include <cmath>
+
 namespace {
 
 using ProcessingTest = LogFilesTest;
@@ -71,6 +74,28 @@ TEST_F(ProcessingTest, AlarmCells) {
     const EONEVENTSTRUCT nothing{};
     Process(ACTION_LOG_ALARM, &nothing, 1, L"Log@4");
     EXPECT_EQ(ReadWhole(FIRST), expected + "01-01-1970,00:00:00.000,,,,,Not Active,Not ACKED,0,\n");
+}
+
+// Those of few decimals are printed in another way than the rest.
+TEST(ValueTest, DoublesAreTheShortestText) {
+    const auto print = [](double number) {
+        CDataValue value;
+        value.SetDouble(number);
+        EString text;
+        value.GetString(text, 0, 0, 0);
+        return Narrow(text);
+    };
+    for (int i = -1'000'000; i <= 1'000'000; i += 67) {
+        for (const double unit : {0.0001, 0.001, 0.1, 1.0}) {
+            const double number = i * unit; // not always the double next to the decimal number
+            for (const double each : {number, i / (1 / unit), std::nextafter(number, 1e9)}) {
+                char shortest[32] = {};
+                std::to_chars(shortest, shortest + sizeof shortest, each);
+                ASSERT_EQ(print(each), shortest);
+            }
+        }
+    }
+    EXPECT_EQ(print(99999.999) + print(100000) + print(0.001) + print(-0.0), "99999.9991e+050.001-0");
 }
 
 TEST_F(ProcessingTest, PrefixNumbersStandInFrontOfEvents) {
