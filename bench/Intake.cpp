@@ -1,7 +1,7 @@
 // What a reporting thread pays for an alarm: beside an asynchronous logger with the same queue bound that drops too when
 // it is full, and with few and with many log files configured.
 
-#include "base/EONEVENTSTRUCT.h"
+#include "bench/Alarm.h"
 #include "bench/Ratio.h"
 #include "config/EFileSpec.h"
 #include "intake/ELogInfo.h"
@@ -22,19 +22,6 @@ constexpr int NAMES = 10; // that a reporter uses by turns
 const TempDir& Directory() {
     static const TempDir dir;
     return dir;
-}
-
-EONEVENTSTRUCT Alarm() {
-    EONEVENTSTRUCT record;
-    record.m_TimeStamp.m_nSeconds = 1706706309;
-    record.m_pszName = L"Boiler 2 feed pump";
-    record.m_pszText = L"Pressure above the upper limit";
-    record.m_pszSource = L"Controller 17";
-    record.m_pszDetail = L"Hall 3, line B, checked every 250 ms";
-    record.m_wState = EONEVENTSTRUCT::STATE_ACTIVE;
-    record.m_nAlarmNumber = 4711;
-    record.m_Value.SetDouble(12.75);
-    return record;
 }
 
 // All of one length.

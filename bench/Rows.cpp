@@ -3,7 +3,7 @@
 // each row.
 
 #include "base/EFileIO.h"
-#include "base/EONEVENTSTRUCT.h"
+#include "bench/Alarm.h"
 #include "bench/Ratio.h"
 #include "config/EFileSpec.h"
 #include "intake/ELogInfo.h"
@@ -23,19 +23,6 @@ namespace {
 std::string File() {
     static const TempDir dir;
     return dir.Path("rows.csv");
-}
-
-EONEVENTSTRUCT Alarm() {
-    EONEVENTSTRUCT record;
-    record.m_TimeStamp.m_nSeconds = 1706706309;
-    record.m_pszName = L"Boiler 2 feed pump";
-    record.m_pszText = L"Pressure above the upper limit";
-    record.m_pszSource = L"Controller 17";
-    record.m_pszDetail = L"Hall 3, line B, checked every 250 ms";
-    record.m_wState = EONEVENTSTRUCT::STATE_ACTIVE;
-    record.m_nAlarmNumber = 4711;
-    record.m_Value.SetDouble(12.75);
-    return record;
 }
 
 // A service without a kernel, and one alarm that is reported to it again and again. Begins the file anew.

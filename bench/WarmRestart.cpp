@@ -2,7 +2,7 @@
 // writing and reading the same bytes at once.
 
 #include "base/EFileIO.h"
-#include "base/EONEVENTSTRUCT.h"
+#include "bench/Alarm.h"
 #include "bench/Ratio.h"
 #include "config/EFileSpec.h"
 #include "intake/ELogInfo.h"
@@ -20,19 +20,6 @@ const std::string& File() {
     static const TempDir dir;
     static const std::string path = dir.Path("pending");
     return path;
-}
-
-EONEVENTSTRUCT Alarm() {
-    EONEVENTSTRUCT record;
-    record.m_TimeStamp.m_nSeconds = 1706706309;
-    record.m_pszName = L"Boiler 2 feed pump";
-    record.m_pszText = L"Pressure above the upper limit";
-    record.m_pszSource = L"Controller 17";
-    record.m_pszDetail = L"Hall 3, line B, checked every 250 ms";
-    record.m_wState = EONEVENTSTRUCT::STATE_ACTIVE;
-    record.m_nAlarmNumber = 4711;
-    record.m_Value.SetDouble(12.75);
-    return record;
 }
 
 std::size_t TextSize(const EONEVENTSTRUCT& record) {
