@@ -92,17 +92,6 @@ std::size_t DropBody(char*, std::size_t size, std::size_t count, void*) {
     return size * count;
 }
 
-// Keeps the last reply, for what the library says of it is too little. The one to "QUIT" does not count, nor "226": some
-// FTP servers send it when the data connection is closed, also of a transfer that they have just refused.
-std::size_t KeepReply(char* line, std::size_t size, std::size_t count, void* reply) {
-    const std::string_view text(line, size * count);
-    const bool isReply = text.starts_with("HTTP/") || (!text.empty() && text[0] >= '1' && text[0] <= '5');
-    if (isReply && !text.starts_with("221") && !text.starts_with("226")) {
-        *static_cast<std::string*>(reply) = text.substr(0, text.find_first_of("\r\n"));
-    }
-    return size * count;
-}
-
 // The number of a reply; 0 when there is none.
 int ReplyCode(const std::string& reply) {
     return std::atoi(reply.c_str() + (reply.starts_with("HTTP/") ? reply.find(' ') + 1 : 0));
@@ -175,6 +164,18 @@ public:
         Set(option, m_List.get());
     }
 
+    // Of a file that FTP servers get. They cannot tell a connection that broke from one that was closed at the end, and
+    // take a part for the whole: before the file gets its name, its size is asked for.
+    void SetCommandsAfter(const std::string& temporary, const std::string& name) {
+        // Not every server lets a file be renamed onto another, so the older one goes first; "*": it may be missing, and
+        // not every server knows sizes.
+        SetList(CURLOPT_POSTQUOTE, {"*SIZE " + temporary, "*DELE " + name, "RNFR " + temporary, "RNTO " + name});
+        Set(CURLOPT_FTP_CREATE_MISSING_DIRS, static_cast<long>(CURLFTP_CREATE_DIR_RETRY));
+        // Under TLS 1.3 the server may send something more, its session tickets, after the library has written the file
+        // and closed the connection. The system answers that with a reset, and drops what it has not sent yet.
+        Set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2) | CURL_SSLVERSION_MAX_TLSv1_2);
+    }
+
     SendResult Perform() {
         const CURLcode code = m_Owner.m_bAborted ? CURLE_ABORTED_BY_CALLBACK : curl_easy_perform(m_pEasy.get());
         const bool isHttp = m_Scheme.starts_with("http");
@@ -189,6 +190,8 @@ public:
         std::string text = *m_Error != '\0' ? m_Error : curl_easy_strerror(code);
         if (code == CURLE_OK) {
             text = "the server did not take it";
+        } else if (m_bCut) {
+            text = "the server has not got all of it";
         }
         if (reply >= 400) {
             text += " (" + m_Reply + ")";
@@ -234,7 +237,7 @@ private:
         Set(CURLOPT_WRITEFUNCTION, &DropBody);
         Set(CURLOPT_ERRORBUFFER, m_Error);
         Set(CURLOPT_HEADERFUNCTION, &KeepReply);
-        Set(CURLOPT_HEADERDATA, &m_Reply);
+        Set(CURLOPT_HEADERDATA, this);
         Set(CURLOPT_NOPROGRESS, 0L);
         Set(CURLOPT_XFERINFOFUNCTION, &MustEnd);
         Set(CURLOPT_XFERINFODATA, this);
@@ -246,6 +249,22 @@ private:
         Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>(m_Owner.m_nStallTimeout));
         Set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(m_Owner.m_nStallTimeout));
         Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+    }
+
+    // Keeps the last reply, for what the library says of it is too little. The one to "QUIT" does not count, nor "226":
+    // some FTP servers send it when the data connection is closed, also of a transfer that they have just refused.
+    static std::size_t KeepReply(char* line, std::size_t size, std::size_t count, void* transfer) {
+        constexpr std::string_view FILE_SIZE = "213 ";
+        auto& self = *static_cast<Transfer*>(transfer);
+        const std::string_view text(line, size * count);
+        const bool isReply = text.starts_with("HTTP/") || (!text.empty() && text[0] >= '1' && text[0] <= '5');
+        if (isReply && !text.starts_with("221") && !text.starts_with("226")) {
+            self.m_Reply = text.substr(0, text.find_first_of("\r\n"));
+        }
+        if (self.m_Scheme.starts_with("ftp") && text.starts_with(FILE_SIZE)) {
+            self.m_bCut = std::atoll(self.m_Reply.c_str() + FILE_SIZE.size()) != self.m_nSize;
+        }
+        return self.m_bCut ? 0 : size * count; // 0 ends the transfer
     }
 
     // The library asks about once a second, also while it waits by itself for a server's last reply.
@@ -278,6 +297,7 @@ private:
     std::string m_Scheme;
     char m_Error[CURL_ERROR_SIZE] = {};
     std::string m_Reply;
+    bool m_bCut = false;                    // the server has another number of bytes
     std::optional<Clock::time_point> m_End; // set once an abort was seen
     List m_List;
     Easy m_pEasy; // last: freed before what it points to
@@ -304,11 +324,9 @@ SendResult ETransfer::Upload(const Server& server, const std::filesystem::path& 
     Transfer transfer(*this, server, path);
     const std::string directory = server.m_Url + (server.m_Url.ends_with('/') ? "" : "/");
     std::string temporary = name;
-    // Not every server lets a file be renamed onto another, so the older one goes first; "*": it may be missing.
     if (transfer.Scheme().starts_with("ftp")) {
         temporary += PART;
-        transfer.SetList(CURLOPT_POSTQUOTE, {"*DELE " + name, "RNFR " + temporary, "RNTO " + name});
-        transfer.Set(CURLOPT_FTP_CREATE_MISSING_DIRS, static_cast<long>(CURLFTP_CREATE_DIR_RETRY));
+        transfer.SetCommandsAfter(temporary, name);
     } else if (transfer.Scheme() == "sftp") {
         temporary += PART;
         const std::string place = SftpDirectory(directory);
