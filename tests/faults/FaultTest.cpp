@@ -37,8 +37,9 @@ const FaultCall CALLS[] = {{Call::Allocate, "new", 1, true, {ENOMEM}},
 // What tells of its failure, and how, as memory runs out at each allocation in turn.
 const std::map<EResult, std::set<std::string>> TOLD{
     {RC_NOT_MADE,
-     {"Construct", "PrepareToStart", "Restore", "Start", "ReportEvent", "LogAlarm", "Invoke", "Row", "GetAgentLogFile",
-      "Save", "ListSections", "Forget", "upKept", "upDeleted", "mailKept", "mailDeleted"}},
+     {"Construct", "PrepareToStart",  "Restore",    "Start",         "ReportEvent",  "LogAlarm",       "Invoke",
+      "Row",       "GetAgentLogFile", "Save",       "ListSections",  "Forget",       "upKept",         "upDeleted",
+      "mailKept",  "mailDeleted",     "upKept job", "upDeleted job", "mailKept job", "mailDeleted job"}},
     {RC_MISSING, {"upKept", "upDeleted", "mailKept", "mailDeleted"}},
     {RC_ITEM_MISSING, {"Restore"}},
     {RC_READ, {"saved requests"}}};
@@ -63,7 +64,7 @@ std::vector<int> Join(const RowsOfFiles& files) {
 
 class FaultTest : public testing::TestWithParam<FaultCall> {
 protected:
-    static void SetUpTestSuite() {
+    void SetUp() override {
         setenv("TZ", "UTC", 1);
         tzset();
         if (std::filesystem::is_directory("/dev/shm")) {
@@ -92,7 +93,8 @@ protected:
             }
         }
         // Saved requests are lost together: then the kernel has been told, or the file could not be opened again.
-        if (run.m_Failed.contains({RC_READ, "saved requests"}) || GetParam().m_Call == Call::Open) {
+        const bool told = run.m_Failed.contains({RC_READ, "saved requests"}) && GetParam().m_Call != Call::PWrite;
+        if (told || GetParam().m_Call == Call::Open) {
             std::erase_if(lost, [](const auto& row) { return std::ranges::count(Scenario::SAVED, row.second) != 0; });
         }
         EXPECT_LE(lost.size(), run.m_bTold ? 0U : GetParam().m_nRows) << testing::PrintToString(lost);
@@ -107,6 +109,9 @@ protected:
         for (const int row : Join(run.m_Sent.at(log.m_Items.m_Name))) {
             const auto copies = std::ranges::count(kept, row);
             EXPECT_TRUE(copies == log.m_Items.m_nKeepCopy || (copies == 1 && leaves)) << row;
+        }
+        for (const auto& [path, rows] : run.m_Sent.at(log.m_Items.m_Name)) {
+            EXPECT_FALSE(rows.empty() && GetParam().m_Call == Call::Rename) << path << " was not there to be sent";
         }
         if (log.IsDelivered()) {
             const bool dropped =

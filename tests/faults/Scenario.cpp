@@ -119,7 +119,7 @@ private:
             Do("Invoke", [&] { return m_pService->Invoke(action, name, nullptr, 1, &record, nullptr); });
             WriteRows(log, before + 1, before + 1);
         }
-        Process();
+        Process(kernel);
         kernel.m_EMail.m_Notices.Deliver();
         EXPECT_TRUE(m_pService->m_Deliveries.IsEmpty());
         EXPECT_EQ(kernel.m_EMail.m_Definitions["mail"], "");
@@ -208,14 +208,15 @@ private:
     }
 
     // What is queued, as the worker does it.
-    void Process() {
+    void Process(const TestKernel& kernel) {
         while (auto* info = static_cast<ELogInfo*>(m_pService->m_LogQueue.RemoveHead())) {
             const std::unique_ptr<ELogInfo> request(info);
             EResult result = RC_OK;
             InKernel::Leave([&] { result = Guarded([&] { return m_pService->ProcessLogFile(info); }); });
             if (Failed(result)) {
-                const bool delivery = info->m_Action == ACTION_DELIVERY;
-                m_Failed.emplace(result, delivery ? Narrow(info->m_pFileSpec->m_Name) : "Row");
+                const std::string log = Narrow(info->m_pFileSpec->m_Name);
+                const bool jobless = kernel.m_Reporter.Count(304) != 0;
+                m_Failed.emplace(result, info->m_Action != ACTION_DELIVERY ? "Row" : jobless ? log + " job" : log);
             }
         }
     }
