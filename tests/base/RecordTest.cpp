@@ -88,12 +88,11 @@ TEST(Record, ValuesOfEveryTypeComeBackAndPrint) {
 TEST(Record, DamageFailsCheaplyAndChangesNothing) {
     EONEVENTSTRUCT record;
     ASSERT_TRUE(Restore(record, BYTES));
-    // A type that no value has; a length; a longer one; lengths that add up to little in 32 bits.
-    for (const auto& [first, second] : {std::pair{40, 40}, {59, 59}, {62, 62}, {62, 66}, {66, 78}, {70, 74}}) {
+    for (const auto& [first, second] : {std::pair{40, 40}, {62, 66}}) { // a type; lengths whose sum is 0 in 32 bits
         std::string bytes = BYTES;
         bytes[first] = bytes[second] = '\x80';
-        EXPECT_FALSE(Restore(record, bytes)) << first << ' ' << second;
-        EXPECT_EQ(Saved(record), BYTES) << first << ' ' << second;
+        EXPECT_FALSE(Restore(record, bytes)) << first;
+        EXPECT_EQ(Saved(record), BYTES) << first;
     }
 }
 

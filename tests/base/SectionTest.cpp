@@ -15,9 +15,7 @@ namespace {
 
 // A stored object: a name and a number.
 struct Item : IPersistent {
-    Item() { ++s_nAlive; }
-    virtual ~Item() { --s_nAlive; }
-
+    virtual ~Item() = default;
     EResult Save(unsigned long) override { return RC_OK; }
     EResult Restore(unsigned long section) override {
         EResult result = m_Name.Restore(section);
@@ -47,7 +45,6 @@ struct Item : IPersistent {
         return text;
     }
 
-    static inline int s_nAlive = 0;
     EPersistentString m_Name;
     EPersistentInt m_nNumber;
 };
@@ -70,7 +67,6 @@ protected:
     ~Section() override {
         EPersistent::CloseSection(m_nHandle);
         EPersistent::RemoveFactories();
-        EXPECT_EQ(Item::s_nAlive, 0);
     }
     EResult Open(std::string text) {
         EPersistent::CloseSection(m_nHandle);
@@ -104,7 +100,6 @@ protected:
         EXPECT_EQ(Open(text), RC_OK);
         EXPECT_EQ(Read(kinds), read);
         EXPECT_EQ(Messages(), messages);
-        EXPECT_EQ(Item::s_nAlive, 1) << "the prototype";
     }
 
     TempDir m_Dir;
@@ -123,21 +118,18 @@ TEST_F(Section, ItemsAreReadByPositionWhateverTheirNames) {
                 "[-77]type[before]type[a1 ][]type[9][-77]missing",
                 ">1:10: `list`: found a list, expected an integer>1:10: `list`: found a list, expected a text"
                 ">1:56: `n`: found 9, expected a list>1:57: found the end of the object, expected an integer");
-    ExpectItems("\uFEFF{\r\n  `a\\``: 0/**/,`b` // :\n : -2,`\u00e4`: `\u00e4\\\\`,\t`c`: // null\rtrue/*/ `*/}",
-                "ttiil", "[before]type[before]type[-77]type[-77]type[]missing",
-                ">2:10: `a``: found 0, expected a text>3:4: `b`: found -2, expected a text"
-                ">3:12: `\u00e4`: found a text, expected an integer>3:32: `c`: found true, expected an integer"
-                ">3:43: found the end of the object, expected a list");
+    ExpectItems("{\r\n `a\\``: 0/**/,`b` // :\n :`\u00e4\\\\`,\t`c`: // null\rtrue/*/ `*/}", "tii",
+                "[before]type[-77]type[-77]type",
+                ">2:9: `a``: found 0, expected a text>3:3: `b`: found a text, expected an integer"
+                ">3:23: `c`: found true, expected an integer");
 }
 
 TEST_F(Section, ScalarsOfTheWrongTypeOrRangeAreSkipped) {
     const std::string begin = ">1:7: `n`: found ", integer = ", expected an integer";
-    for (const std::string item : {"2147483648", "-2147483649", "9223372036854775808", "-99999999999999999999"}) {
-        const std::string message = begin + item + integer + " from -2147483648 to 2147483647";
-        ExpectItems("{`n`: " + item + ", `e`: 7}", "ii", "[-77]range[7]", message);
-    }
-    for (const std::string item : {"1.0", "1e2", "null", "false"}) {
-        ExpectItems("{`n`: " + item + ", `e`: 7}", "ii", "[-77]type[7]", begin + item + integer);
+    for (const std::string item : {"2147483648", "-2147483649", "-99999999999999999999", "1.0", "1e2", "null"}) {
+        const bool range = item.size() > 9;
+        ExpectItems("{`n`: " + item + ", `e`: 7}", "ii", range ? "[-77]range[7]" : "[-77]type[7]",
+                    begin + item + integer + (range ? " from -2147483648 to 2147483647" : ""));
     }
     ExpectItems("{`n`: {`a`: 1}, `e`: 7}", "ti", "[before]type[7]", begin + "an object, expected a text");
     ExpectItems("{`n`: `a\\u0000b`, `e`: 7}", "ti", "[before]range[7]",
@@ -148,12 +140,10 @@ TEST_F(Section, BrokenElementsAreLeftOutAndTheOthersKept) {
     const std::tuple<std::string, std::string, std::string> cases[] = {
         {"7", "type", "1: found 7, expected an object that begins with `type`"},
         {"{}", "type", "2: found the end of the object, expected `type`"},
-        {"{`name`: `x`, `type`: `Item`}", "type", "2: found `name`, expected `type`"},
         {"{`type`: 1}", "type", "10: `type`: found 1, expected a text"},
         {"{`type`: `item`}", "unknown", "10: `type`: found `item`, expected a known type"},
         {"{`type`: `Item\\u0000`}", "unknown", "10: `type`: found `Item?`, expected a known type"},
         {"{`type`: `Item`, `a`: `x`, `n`: 13}", "no", "1: found a refused `Item` (0xC0000004), expected a valid one"},
-        {"{`type`: `Item`, `a`: `x`}", "missing", "26: found the end of the object, expected an integer"},
         {"{`type`: `Item`, `a`: false, `n`: 1}", "type", "23: `a`: found false, expected a text"}};
     for (const auto& [element, result, message] : cases) {
         ExpectItems("{`list`: [{`type`: `Item`, `name`: `a`, `n`: 1},\n" + element +
@@ -167,20 +157,15 @@ TEST_F(Section, MalformedFilesAreRefusedWithThePlaceAndTheReason) {
     const std::string half = "half of a surrogate pair", pair = "\\uD800 to \\uDBFF followed by \\uDC00 to \\uDFFF";
     const std::string brackets(100000, '[');
     // clang-format off
-    struct Case { std::string m_Text, m_Place, m_Found, m_Expected; };
-    const Case cases[] = {
+    const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
         {" \n\t// only this\n", "3:1", end, "an object"}, {"{`a`: `\u00e4x\xFFy`}", "1:10", "the byte 0xFF", "UTF-8"},
         {"[]", "1:1", "'['", "an object"}, {"{`a`:" + brackets, "1:69", "more than 64 levels of nesting", "at most 64"},
-        {"{`a", "1:4", end, "'`'"}, {"\n `a`", "2:2", "a text", "an object"}, {"{`a`: 1.}", "1:7", "'1.'", "a value"},
-        {"{`a`: 1,\n", "2:1", end, "a member name"}, {"{`a`: [1 2]}", "1:10", "'2'", "',' or ']'"},
-        {"{`a`: 1,}", "1:9", "'}'", "a member name"}, {"{`a`: `\\n\x01`}", "1:10", "the byte 0x01", "'`' or an escape"},
-        {"{a: 1}", "1:2", "'a'", "a member name or '}'"}, {"{`a\\q`: 1}", "1:4", "an unknown escape", escapes},
-        {"{`a`: [", "1:8", end, "a value or ']'"}, {"{`a`: `x\ny`}", "1:9", "the end of the line", "'`' or an escape"},
+        {"{`a", "1:4", end, "'`'"}, {"{`a`: `x\ny`}", "1:9", "the end of the line", "'`' or an escape"},
+        {"{`a`: [1 2]}", "1:10", "'2'", "',' or ']'"}, {"{`a`: [", "1:8", end, "a value or ']'"},
         {"{``:[1,]}", "1:8", "']'", "a value"}, {"{``:01}", "1:6", "'1'", "',' or '}'"}, {"{`a`1", "1:5", "'1'", "':'"},
         {"{`a`: 1e999}", "1:7", "1e999", "a smaller number"}, {"{`a`: `\\u12g4`}", "1:8", "an unknown escape", escapes},
         {"{}\n{}", "2:1", "'{'", "the end of the file"}, {{"{} \0 x", 6}, "1:4", "the byte 0x00", "text"},
-        {"{`a`: \u00e4}", "1:7", "the byte 0xC3", "a value"}, {"{`a`: `\\u00e4\\udE00\\ud83d`}", "1:14", half, pair},
-        {"{`\u00e4`: `\u20ac` 5}", "1:11", "'5'", "',' or '}'"}, {"{`a`: `\\ud83d\\ude00\\ud83d`}", "1:20", half, pair},
+        {"{`a`: `\\u00e4\\udE00\\ud83d`}", "1:14", half, pair}, {"{`a`: `\\ud83d\\ude00\\ud83d`}", "1:20", half, pair},
         {"{ /* no end *", "1:3", "a comment that does not end", "a member name or '}'"}};
     // clang-format on
     for (const auto& [text, place, found, expected] : cases) {
@@ -197,6 +182,7 @@ TEST_F(Section, MalformedFilesAreRefusedWithThePlaceAndTheReason) {
 TEST_F(Section, NamesStandForFilesOfTheDirectory) {
     WriteWhole(m_Dir.Path("there.cfg"), "{\"a\": 2}");
     std::filesystem::create_directory(m_Dir.Path("dir.json"));
+    EPersistent::SetDirectory(Wide(m_Dir.Path("")));
     for (const auto& [name, path, result] : {std::tuple{L"missing", "missing.json", RC_SECTION_NOT_FOUND},
                                              {L"there.cfg", "there.cfg", RC_OK},
                                              {L"dir", "dir.json", RC_SECTION_UNREADABLE}}) {
@@ -206,12 +192,9 @@ TEST_F(Section, NamesStandForFilesOfTheDirectory) {
         EXPECT_EQ(Narrow(file) + std::to_string(exists), m_Dir.Path(path) + (result == RC_OK ? '1' : '0'));
         EXPECT_EQ(EPersistent::RestoreSection(name, m_nHandle, true), result) << path;
         EPersistent::CloseSection(m_nHandle);
-        EPersistent::SetDirectory(Wide(m_Dir.Path("")));
     }
     EXPECT_EQ(Read("itl"), "[-77]no section[before]no section[]no section");
     EXPECT_EQ(Messages(), m_Dir.Path("dir.json: not a file that can be read"));
-    EPersistent::SetErrorHook(nullptr);
-    EXPECT_EQ(Open("{]"), RC_SECTION_MALFORMED) << "nobody needs to listen";
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include "tests/kernel/InKernel.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -18,20 +17,8 @@
 
 namespace {
 
-std::atomic<int> s_nLeft = 0; // calls until the one that fails, that one included; below 1: none will
-std::atomic<Call> s_Call;
-std::atomic<int> s_nFailure;
-std::atomic<bool> s_bStruck = false;
 std::atomic<bool> s_bFull = false; // the next write fails as well
 std::atomic<bool> s_bInterruptCut = false;
-
-// Whether this call is to fail.
-bool Strikes(Call call) {
-    if (InKernel::IsHere() || s_Call != call || s_nLeft < 1 || --s_nLeft != 0) {
-        return false;
-    }
-    return s_bStruck = true;
-}
 
 int Fail(int error) {
     errno = error;
@@ -41,20 +28,20 @@ int Fail(int error) {
 // The result of a call that does its work, or fails.
 template <class Work>
 int Try(Call call, Work work) {
-    return Strikes(call) ? Fail(s_nFailure) : work();
+    return Fault::Strikes(call) ? Fail(Fault::s_nFailure) : work();
 }
 
 // Transfers the length, or what is allowed of it.
 template <class Transfer>
 ssize_t TryPart(Call call, void* bytes, std::size_t length, Transfer transfer) {
-    if (!InKernel::IsHere() && s_bFull.exchange(false)) {
+    if (s_bFull.exchange(false)) {
         return Fail(ENOSPC);
     }
-    if (Strikes(call)) {
-        s_bFull = s_bInterruptCut = s_nFailure == DISK_FULL;
-        if (s_nFailure > 0) {
-            return Fail(s_nFailure);
+    if (Fault::Strikes(call)) {
+        if (Fault::s_nFailure > 0) {
+            return Fail(Fault::s_nFailure);
         }
+        s_bFull = s_bInterruptCut = Fault::s_nFailure == DISK_FULL;
         length = std::max<std::size_t>(length / 2, 1);
     }
     const iovec part{bytes, length};
@@ -68,7 +55,7 @@ Function* Next(const char* name) {
 }
 
 void* Allocate(std::size_t size) noexcept {
-    return Strikes(Call::Allocate) ? nullptr : std::malloc(size > 0 ? size : 1);
+    return Fault::Strikes(Call::Allocate) ? nullptr : std::malloc(size > 0 ? size : 1);
 }
 
 void* AllocateOrThrow(std::size_t size) {
@@ -81,19 +68,14 @@ void* AllocateOrThrow(std::size_t size) {
 } // namespace
 
 Fault::Fault(Call call, int nth, int failure) {
-    s_bStruck = s_bFull = s_bInterruptCut = false;
+    s_bFull = s_bInterruptCut = false;
     s_Call = call;
     s_nFailure = failure;
     s_nLeft = nth;
 }
 
-Fault::~Fault() {
-    s_nLeft = 0;
-    s_bFull = s_bInterruptCut = false;
-}
-
-bool Fault::HasStruck() {
-    return s_bStruck;
+bool Fault::Strikes(Call call) {
+    return !InKernel::IsHere() && s_Call == call && s_nLeft > 0 && --s_nLeft == 0;
 }
 
 // The declarations of <fcntl.h> and its like name the calls for large files and times where the target has such ones,
@@ -125,7 +107,7 @@ ssize_t pread(int file, void* bytes, std::size_t length, off_t at) {
     return TryPart(Call::PRead, bytes, length, [&](const iovec* part) { return preadv(file, part, 1, at); });
 }
 int ftruncate(int file, off_t length) noexcept {
-    if (!InKernel::IsHere() && s_bInterruptCut.exchange(false)) {
+    if (s_bInterruptCut.exchange(false)) {
         return Fail(EINTR);
     }
     return Next<int(int, off_t)>("ftruncate64")(file, length);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+
 // The system's file calls as the base library makes them, and all allocations, pass through here: this program defines
 // them in place of the C and C++ libraries', counts them, and lets chosen ones fail. The test kernel's own are neither
 // counted nor failed.
@@ -13,10 +15,15 @@ constexpr int DISK_FULL = -2; // writes the half, and nothing the next time; cut
 // While it lives, the n-th call of its kind from now on (the first is 1) fails, in whichever thread it comes.
 class Fault {
 public:
-    Fault(Call call, int nth, int failure = 0);
+    Fault(Call call, int nth, int failure);
     Fault(const Fault&) = delete;
     Fault& operator=(const Fault&) = delete;
-    ~Fault();
+    ~Fault() { s_nLeft = 0; }
 
-    static bool HasStruck();
+    static bool HasStruck() { return s_nLeft == 0; }
+    static bool Strikes(Call call); // whether this call is to fail
+
+    static inline std::atomic<int> s_nLeft = 0; // calls until the one that fails, that one included
+    static inline std::atomic<Call> s_Call;
+    static inline std::atomic<int> s_nFailure;
 };

@@ -1,258 +1,252 @@
 #include "tests/faults/Scenario.h"
 
 #include "base/ELock.h"
-#include "intake/Actions.h"
+#include "base/WARM_RESTART_STRUCT.h"
+#include "config/EFileSpec.h"
+#include "intake/ELogInfo.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"
+#include "service/Guarded.h"
 #include "tests/Reports.h"
+#include "tests/kernel/TestKernel.h"
 
 #include <gtest/gtest.h>
 
 #include <regex>
+#include <span>
+
+// clang-format off
+const std::vector<FaultLog> Scenario::LOGS{
+    {{"plain", "logs", "plain-%i.log", 280, 1, 0, 1, 1, 0}, 12, {11, 12}},
+    {{"comma", "logs", "comma-%i.log", 166, 3, 1, 0, 1, 0}, 12, {7, 8, 9, 10, 11, 12}},
+    {{"html", "logs", "html-%i.log", 789, 2, 2, 0, 1, 0}, 12, {9, 10, 11, 12}},
+    {{"upKept", "logs", "upKept-%i.log", 166, 2, 1, 0, 2, 1}, 4, {1, 2, 3, 4}},
+    {{"upDeleted", "logs", "upDeleted-%i.log", 139, 2, 0, 0, 2, 0}, 4, {4}},
+    {{"mailKept", "logs", "mailKept-%i.log", 789, 2, 2, 0, 3, 1, "mail"}, 4, {1, 2, 3, 4}},
+    {{"mailDeleted", "logs", "mailDeleted-%i.log", 334, 3, 1, 1, 3, 0, "mail"}, 4, {4}},
+    {{"Kavro", "", "", 0, 1, 3, 1}, 4, {1, 2, 3, 4}}};
+// clang-format on
 
 namespace {
 
-constexpr int PLAIN = 0;
-constexpr int COMMA = 1;
-constexpr int HTML = 2;
-constexpr IKernelService::WR_OPERATION WARM_SAVE = 1;
-constexpr IKernelService::WR_OPERATION WARM_FORGET = 2;
+const auto CONFIGURED = std::span(Scenario::LOGS).first(7); // the service makes the kernel log itself
 
-constexpr const char* ROW = "01-31-2024,13:05:09.042,r1__,T,S,D,Not Active,Not ACKED,7,17\n"; // with its number's place
-constexpr std::string_view FOOTER = "</TBODY>\n</TABLE>\n<P>\n</BODY>\n</HTML>\n";
+// What a file consists of. '?' is the number of the row, as a letter.
+const struct {
+    std::string m_Header;
+    std::string m_Row;
+    std::string m_Footer;
+} FORMATS[] = {
+    {"H956H957H958H959H960H961H962H963H964H965\n", "01-31-202413:05:09.042?TSDNot ActiveNot ACKED717\n", "none"},
+    {"H956,H957,H958,H959,H960,H961,H962,H963,H964,H965\n",
+     "01-31-2024,13:05:09.042,?,T,S,D,Not Active,Not ACKED,7,17\n", "none"},
+    {"<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0 Transitional//EN\">\n<HTML><HEAD><TITLE></TITLE>\n"
+     "<META http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">\n</HEAD>\n<BODY>\n"
+     "<TABLE cellspacing=\"0\" cellpadding=\"4\" border=\"1\">\n<THEAD>\n<TR>\n<TH>H956</TH>\n"
+     "<TH>H957</TH>\n<TH>H958</TH>\n<TH>H959</TH>\n<TH>H960</TH>\n<TH>H961</TH>\n<TH>H962</TH>\n"
+     "<TH>H963</TH>\n<TH>H964</TH>\n<TH>H965</TH>\n</TR>\n</THEAD>\n<TBODY>\n",
+     "<TR>\n<TD>01-31-2024</TD>\n<TD>13:05:09.042</TD>\n<TD>?</TD>\n<TD>T</TD>\n<TD>S</TD>\n<TD>D</TD>\n"
+     "<TD>Not Active</TD>\n<TD>Not ACKED</TD>\n<TD>7</TD>\n<TD>17</TD>\n</TR>\n",
+     "</TBODY>\n</TABLE>\n<P>\n</BODY>\n</HTML>\n"},
+    {"", "01-31-2024 13:05:09.042 S ?: T\n", "none"}};
 
-using Files = std::map<std::string, std::vector<int>>; // path to rows
-
-// The rows of all files, from the file with the oldest ones to that with the newest.
-std::vector<int> Join(const Files& files) {
-    std::multiset<std::vector<int>> sorted;
-    std::ranges::transform(files, std::inserter(sorted, sorted.end()), &Files::value_type::second);
-    std::vector<int> all;
-    for (const std::vector<int>& rows : sorted) {
-        all.insert(all.end(), rows.begin(), rows.end());
-    }
-    EXPECT_TRUE(std::ranges::is_sorted(all, std::ranges::less_equal{})) << testing::PrintToString(files);
-    return all;
-}
-
-std::string DirectoryOf(const std::string& path) {
-    return path.substr(0, path.find_last_of('/') + 1);
-}
-
-// The set that the newest row belongs to. A service that cannot make its directory begins another one elsewhere.
-void KeepNewestSet(Files& files) {
-    const auto newest = std::ranges::max_element(files, {}, [](const auto& file) { return file.second; });
-    const std::string directory = newest != files.end() ? DirectoryOf(newest->first) : "";
-    std::erase_if(files, [&](const auto& file) { return DirectoryOf(file.first) != directory; });
-}
-
-// Prepared, configured from the section that stands there, pre-started.
-ELogFile* BeginService(TestKernel& kernel) {
-    ELogFile* service = kvLogFileInitService(&kernel);
-    service->PrepareToStart();
-    // A section that cannot be read now is read again, as a kernel does that is started once more.
-    if (Failed(service->Restore(0)) || service->m_FileSpecs.GetCount() == 0) {
-        EXPECT_EQ(service->Restore(0), RC_OK);
-    }
-    EXPECT_EQ(service->PreStart(), RC_OK);
-    return service;
-}
-
-// Starts it, waits for the queue to become empty, prepares to stop.
-void WorkAndStop(ELogFile* service) {
-    EXPECT_EQ(service->Start(), RC_OK);
-    EXPECT_TRUE(Soon([&] {
-        const ELock lock(service->m_QueueMutex, MUTEX_NAME);
-        return service->m_LogQueue.IsEmpty();
-    }));
-    service->PrepareToStop();
-}
-
-} // namespace
-
-bool FaultLog::Owns(const std::string& path) const {
-    return path.substr(DirectoryOf(path).size()).starts_with(m_Name + '-') && path.ends_with(".log");
-}
-
-std::string FaultLog::Items() const {
-    const std::size_t characters = Header().size() + 2 * Line(ROW, "TD").size();
-    return SpecItems{.m_Name = m_Name,
-                     .m_File = m_Name + "-%i.log",
-                     .m_nMaxSize = static_cast<int>(m_nUnicode != 0 ? 2 * characters - 2 : characters),
-                     .m_nFiles = m_nFiles,
-                     .m_nFormat = m_nFormat,
-                     .m_nUnicode = m_nUnicode,
-                     .m_nDelivery = m_nDelivery,
-                     .m_nKeepCopy = m_nKeepCopy,
-                     .m_Mail = "mail"};
-}
-
-// A line of comma-separated cells, in the log file's format.
-std::string FaultLog::Line(const std::string& cells, const std::string& tag) const {
-    if (m_nFormat == HTML) {
-        const std::string element = "<" + tag + ">$1</" + tag + ">\n";
-        return "<TR>\n" + std::regex_replace(cells, std::regex("([^,\n]+)[,\n]"), element) + "</TR>\n";
-    }
-    return m_nFormat == COMMA ? cells : std::regex_replace(cells, std::regex(","), "");
-}
-
-std::string FaultLog::Header() const {
-    const std::string line = Line("H956,H957,H958,H959,H960,H961,H962,H963,H964,H965\n", "TH");
-    return m_nFormat != HTML
-               ? (m_nUnicode != 0 ? "\xFF\xFE" : "") + line
-               : "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0 Transitional//EN\">\n<HTML><HEAD><TITLE></TITLE>\n"
-                 "<META http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">\n</HEAD>\n<BODY>\n"
-                 "<TABLE cellspacing=\"0\" cellpadding=\"4\" border=\"1\">\n<THEAD>\n" +
-                     line + "</THEAD>\n<TBODY>\n";
-}
-
-std::vector<int> FaultLog::Rows(const std::string& path, const std::string& bytes) const {
+std::vector<int> RowsIn(const FaultLog& log, const std::string& bytes) {
+    const auto& [heading, form, footer] = FORMATS[log.m_Items.m_nFormat];
+    const bool wide = log.m_Items.m_nUnicode != 0 && !bytes.empty();
+    const std::string header = (wide ? "\xFF\xFE" : "") + heading;
+    static const std::regex headingCell("TH>"); // of such is what continues the HTML file of an earlier service
     std::vector<int> rows;
-    if (bytes.empty()) {
-        return rows;
-    }
     std::string text = bytes;
-    if (m_nUnicode != 0) {
+    if (wide) {
         std::erase(text, '\0');
-        EXPECT_EQ(bytes.size(), 2 * text.size() - 2) << path; // the byte order mark has no null characters
+        EXPECT_EQ(bytes.size(), 2 * text.size() - 2); // the byte order mark has no null characters
     }
-    const std::string header = Header();
-    EXPECT_TRUE(text.starts_with(header)) << path << " begins with " << text.substr(0, header.size());
-    // What continues the HTML file of an earlier service is made of heading cells.
-    const std::string forms[] = {Line(ROW, "TD"), Line(ROW, "TH")};
-    const std::size_t place = forms[0].find("__");
-    for (std::size_t at = header.size(); at < text.size();) {
-        if (m_nFormat == HTML && text.compare(at, FOOTER.size(), FOOTER) == 0) {
-            at += FOOTER.size();
-            continue;
+    EXPECT_TRUE(text.empty() || text.starts_with(header)) << text;
+    for (std::size_t at = header.size(); at < text.size(); at += form.size()) {
+        while (text.compare(at, footer.size(), footer) == 0) {
+            text.erase(at, footer.size());
         }
-        std::string row = text.substr(at, forms[0].size());
-        rows.push_back(row.size() > place ? std::atoi(row.c_str() + place) : 0);
-        row.replace(std::min(place, row.size()), 2, "__");
-        if (row != forms[0] && row != forms[1]) {
-            ADD_FAILURE() << path << " is torn at character " << at << ":\n" << text;
-            break;
+        std::string row = std::regex_replace(text.substr(at, form.size()), headingCell, "TD>");
+        if (const std::size_t place = form.find('?'); place < row.size()) {
+            rows.push_back(std::exchange(row[place], '?') - 'A');
         }
-        at += row.size();
+        EXPECT_TRUE(row == form || row.empty()) << "torn at character " << at << ":\n" << text;
     }
     return rows;
 }
 
-FaultOutcome FaultLog::OutcomeOf(const TestKernel& kernel) const {
-    FaultOutcome outcome;
-    for (const std::string& path : Workplace::Tree()) {
-        if (Owns(path)) {
-            std::string known = path;
-            if (const std::size_t job = path.find("$tmp"); job != std::string::npos) {
-                known.erase(job + 4, 8);
-            }
-            outcome.m_Files[known] = Rows(path, ReadWhole(path));
+using Contents = std::map<std::string, std::string>; // path to bytes
+
+RowsOfFiles RowsIn(const FaultLog& log, const Contents& files) {
+    RowsOfFiles rows;
+    for (const auto& [path, bytes] : files) {
+        if (path.substr(path.find_last_of('/') + 1).starts_with(log.m_Items.m_Name)) {
+            SCOPED_TRACE(path);
+            const std::size_t job = path.find("$tmp");
+            rows[job == std::string::npos ? path : std::string(path).erase(job + 4, 8)] = RowsIn(log, bytes);
         }
     }
-    if (!IsDelivered()) {
-        KeepNewestSet(outcome.m_Files);
+    return rows;
+}
+
+class Life : public Scenario {
+    const Workplace m_Workplace;
+    ELogFile* m_pService = nullptr;
+
+public:
+    Life() {
+        std::vector<std::string> elements;
+        std::ranges::transform(CONFIGURED, std::back_inserter(elements), &FaultLog::m_Items);
+        Workplace::WriteSection(elements);
+        RunFirst();
+        RunSecond();
+        EPersistent::RemoveFactories();
     }
-    Files sent;
-    const auto note = [&](const auto& contents) {
-        for (const auto& [path, bytes] : contents) {
-            if (Owns(path)) {
-                sent[path] = Rows(path, bytes);
-            }
+
+private:
+    void RunFirst() {
+        TestKernel kernel;
+        kernel.m_EMail.m_Definitions["mail"] = "";
+        kernel.m_Upload.m_Notices.m_When = TestNotices::When::Inside;
+        Begin(kernel);
+        Report(1); // before there is a kernel log
+        for (const FaultLog& log : CONFIGURED) {
+            const int before = log.IsDelivered() ? LAST_DELIVERED : 8;
+            EString name = Wide(log.m_Items.m_Name);
+            EString action = log.IsDelivered() ? ACTION_NAME_DELIVERY : ACTION_NAME_RESTART;
+            EONEVENTSTRUCT record = MakeRecord();
+            WriteRows(log, 1, before);
+            Do("Invoke", [&] { return m_pService->Invoke(action, name, nullptr, 1, &record, nullptr); });
+            WriteRows(log, before + 1, before + 1);
         }
-    };
-    std::ranges::for_each(kernel.m_Upload.m_Uploads, note, &Upload::m_Contents);
-    std::ranges::for_each(kernel.m_EMail.m_Sent, note, &SentMail::m_Contents);
-    outcome.m_Kept = Join(outcome.m_Files);
-    outcome.m_Sent = Join(sent);
-    return outcome;
-}
-
-const std::vector<FaultLog>& Scenario::Logs() {
-    // clang-format off
-    static const std::vector<FaultLog> logs{
-        {"plain", PLAIN, 1, 1, 1, 0, {11, 12}},      {"comma", COMMA, 0, 3, 1, 0, {7, 8, 9, 10, 11, 12}},
-        {"html", HTML, 0, 2, 1, 0, {9, 10, 11, 12}}, {"upKept", COMMA, 0, 2, 2, 1, {1, 2, 3, 4}},
-        {"upDeleted", PLAIN, 0, 2, 2, 0, {4}},       {"mailKept", HTML, 0, 2, 3, 1, {1, 2, 3, 4}},
-        {"mailDeleted", COMMA, 1, 3, 3, 0, {4}}};
-    // clang-format on
-    return logs;
-}
-
-void Scenario::WriteSection() {
-    std::vector<std::string> elements;
-    std::ranges::transform(Logs(), std::back_inserter(elements), &FaultLog::Items);
-    Workplace::WriteSection(elements);
-}
-
-Scenario::Scenario() {
-    WriteSection();
-    RunFirst();
-    RunSecond();
-}
-
-void Scenario::RunFirst() {
-    TestKernel kernel;
-    kernel.m_EMail.m_Definitions["mail"] = "";
-    kernel.m_Upload.m_Notices.m_When = TestNotices::When::Inside;
-    ELogFile* service = BeginService(kernel);
-    for (const FaultLog& log : Logs()) {
-        const int before = log.IsDelivered() ? LAST_DELIVERED : RESTART_AFTER;
-        WriteRows(service, log, 1, before);
-        Ask(service, log, log.IsDelivered() ? ACTION_NAME_DELIVERY : ACTION_NAME_RESTART);
-        WriteRows(service, log, before + 1, before + 1);
+        Process(kernel);
+        kernel.m_EMail.m_Notices.Deliver();
+        EXPECT_TRUE(m_pService->m_Deliveries.IsEmpty());
+        EXPECT_EQ(kernel.m_EMail.m_Definitions["mail"], "");
+        EXPECT_EQ(kernel.m_EMail.m_nRecords, 0);
+        Do("Start", [&] { return m_pService->Start(); });
+        Do("PrepareToStop", [&] { return m_pService->PrepareToStop(); });
+        Report(2); // writes both
+        for (const FaultLog& log : CONFIGURED) {
+            WriteRows(log, SAVED[0], log.IsDelivered() ? 0 : SAVED[1]);
+        }
+        Do("Save", [&] { return m_pService->WarmRestart(1, nullptr); });
+        NoteFiles(true, kernel);
+        Do("Stop", [&] { return m_pService->Stop(); });
     }
-    WorkAndStop(service);
-    kernel.m_EMail.m_Notices.Deliver();
-    for (const FaultLog& log : Logs()) {
-        WriteRows(service, log, SAVED, log.IsDelivered() ? 0 : SAVED + 1);
-    }
-    m_bSaveFailed = Failed(service->WarmRestart(WARM_SAVE, nullptr));
-    NoteFiles(true, kernel);
-    service->Stop();
-}
 
-void Scenario::RunSecond() {
-    TestKernel kernel;
-    kernel.m_Control.m_bRestoreWanted = true;
-    ELogFile* service = BeginService(kernel);
-    m_bRestoreFailed = kernel.m_Reporter.Count(138) == 1;
-    for (const FaultLog& log : Logs()) {
-        WriteRows(service, log, LAST, log.IsDelivered() ? 0 : LAST);
+    void RunSecond() {
+        TestKernel kernel;
+        kernel.m_Control.m_bRestoreWanted = true;
+        Begin(kernel);
+        for (const FaultLog& log : CONFIGURED) {
+            WriteRows(log, log.m_nLast, log.IsDelivered() ? 0 : log.m_nLast);
+        }
+        Do("Start", [&] { return m_pService->Start(); });
+        Report(3);
+        EXPECT_TRUE(Soon([&] {
+            const ELock lock(m_pService->m_QueueMutex, MUTEX_NAME);
+            return m_pService->m_LogQueue.IsEmpty();
+        }));
+        Do("PrepareToStop", [&] { return m_pService->PrepareToStop(); });
+        Report(4);
+        Do("GetAgentLogFile",
+           [this, file = EString(), format = 0]() mutable { return m_pService->GetAgentLogFile(file, format); });
+        WARM_RESTART_STRUCT sections{};
+        Do("ListSections", [&] { return m_pService->WarmRestart(3, &sections); });
+        delete[] sections.m_pszSections;
+        Do("Forget", [&] { return m_pService->WarmRestart(2, nullptr); });
+        NoteFiles(false, kernel);
+        Do("Stop", [&] { return m_pService->Stop(); });
     }
-    WorkAndStop(service);
-    service->WarmRestart(WARM_FORGET, nullptr);
-    NoteFiles(false, kernel);
-    service->Stop();
-}
 
-void Scenario::NoteFiles(bool delivered, const TestKernel& kernel) {
-    for (const FaultLog& log : Logs()) {
-        if (log.IsDelivered() == delivered) {
-            m_Outcomes[log.m_Name] = log.OutcomeOf(kernel);
+    // Has the module do something. What fails is asked for once more: nothing is in the way then.
+    template <class Operation>
+    void Do(const char* name, Operation operation) {
+        EResult result = RC_OK;
+        InKernel::Leave([&] { result = operation(); });
+        if (Failed(result)) {
+            m_Failed.emplace(result, name);
+            m_bTold = true;
+            InKernel::Leave([&] { result = operation(); });
+        }
+        EXPECT_EQ(result, RC_OK) << name;
+    }
+
+    // Makes a service that is prepared, configured and pre-started.
+    void Begin(TestKernel& kernel) {
+        Do("Construct", [&] {
+            return Guarded([&] { return (m_pService = kvLogFileInitService(&kernel)) == g_pELogFile ? RC_OK : 1; });
+        });
+        Do("PrepareToStart", [&] { return m_pService->PrepareToStart(); });
+        // What is left out, as the kernel was told, is read by a kernel that is started once more.
+        Do("Restore", [&] {
+            const EResult result = m_pService->Restore(0);
+            const bool complete = m_pService->m_FileSpecs.GetCount() == static_cast<int>(CONFIGURED.size()) &&
+                                  !m_pService->m_DateFormat.IsEmpty() && !m_pService->m_TimeFormat.IsEmpty();
+            return complete || Failed(result) ? result : RC_ITEM_MISSING;
+        });
+        Do("PreStart", [&] { return m_pService->PreStart(); });
+        if (kernel.m_Reporter.Count(138) != 0) {
+            m_Failed.emplace(RC_READ, "saved requests");
         }
     }
-    for (const std::string& path : Workplace::Tree()) {
-        const bool owned = std::ranges::any_of(Logs(), [&](const FaultLog& log) { return log.Owns(path); });
-        if (path.ends_with('/')) {
-            m_nJobDirectories += delivered && path.find("$tmp") != std::string::npos ? 1 : 0;
-        } else if (!owned && path != "kvLogFile.warm") {
-            m_Strays.push_back(path);
-        }
-    }
-}
 
-void WriteRows(ELogFile* service, const FaultLog& log, int first, int last) {
-    EString name = Wide(log.m_Name);
-    for (int number = first; number <= last; ++number) {
-        const EString rowName = Wide("r" + std::to_string(100 + number));
+    void Report(int row) {
+        const wchar_t rowName[] = {static_cast<wchar_t>(L'A' + row), L'\0'};
         EONEVENTSTRUCT record = MakeRecord(rowName);
-        EXPECT_EQ(service->LogAlarm(name, &record), RC_OK);
+        Do("ReportEvent", [&] { return m_pService->ReportEvent(&record); });
     }
-}
 
-EResult Ask(ELogFile* service, const FaultLog& log, const wchar_t* action) {
-    EString actionName = action;
-    EString name = Wide(log.m_Name);
-    EONEVENTSTRUCT record = MakeRecord();
-    return service->Invoke(actionName, name, nullptr, 1, &record, nullptr);
+    void WriteRows(const FaultLog& log, int first, int last) {
+        EString name = Wide(log.m_Items.m_Name);
+        for (int row = first; row <= last; ++row) {
+            const wchar_t rowName[] = {static_cast<wchar_t>(L'A' + row), L'\0'};
+            EONEVENTSTRUCT record = MakeRecord(rowName);
+            Do("LogAlarm", [&] { return m_pService->LogAlarm(name, &record); });
+        }
+    }
+
+    // What is queued, as the worker does it.
+    void Process(const TestKernel& kernel) {
+        while (auto* info = static_cast<ELogInfo*>(m_pService->m_LogQueue.RemoveHead())) {
+            const std::unique_ptr<ELogInfo> request(info);
+            EResult result = RC_OK;
+            InKernel::Leave([&] { result = Guarded([&] { return m_pService->ProcessLogFile(info); }); });
+            if (Failed(result)) {
+                const std::string log = Narrow(info->m_pFileSpec->m_Name);
+                const bool jobless = kernel.m_Reporter.Count(304) != 0;
+                m_Failed.emplace(result, info->m_Action != ACTION_DELIVERY ? "Row" : jobless ? log + " job" : log);
+            }
+        }
+    }
+
+    // Of the log files that are delivered, or of the others.
+    void NoteFiles(bool delivered, const TestKernel& kernel) {
+        Contents kept;
+        Contents sent;
+        for (const std::string& path : Workplace::Tree()) {
+            if (path.ends_with(".log")) {
+                kept[path] = ReadWhole(path);
+            } else if (path.ends_with('/') ? path.find("$tmp") != std::string::npos : path != "kvLogFile.warm") {
+                m_Strays.push_back(path);
+            }
+        }
+        const auto note = [&](Contents contents) { sent.merge(contents); };
+        std::ranges::for_each(kernel.m_Upload.m_Uploads, note, &Upload::m_Contents);
+        std::ranges::for_each(kernel.m_EMail.m_Sent, note, &SentMail::m_Contents);
+        for (const FaultLog& log : LOGS) {
+            if (log.IsDelivered() == delivered) {
+                m_Kept[log.m_Items.m_Name] = RowsIn(log, kept);
+                m_Sent[log.m_Items.m_Name] = RowsIn(log, sent);
+            }
+        }
+    }
+};
+
+} // namespace
+
+Scenario Scenario::Run() {
+    Life life;
+    return std::move(static_cast<Scenario&>(life));
 }

@@ -16,28 +16,15 @@ fail() {
     exit 1
 }
 
-# program native|arm NAME ARGUMENT...: runs a program of that build
-program() {
-    local build=$1 name=$2
-    shift 2
-    case $build in
-    native) "$native/$name" "$@" ;;
-    arm) qemu-arm -L /usr/arm-linux-gnueabihf "$arm/$name" "$@" ;;
-    esac
-}
+# in_native NAME ARGUMENT..., in_arm NAME ARGUMENT...: runs a program of that build
+in_native() { "$native/$1" "${@:2}"; }
+in_arm() { qemu-arm -L /usr/arm-linux-gnueabihf "$arm/$1" "${@:2}"; }
 
 # half BUILD save|restore DIRECTORY
 half() {
     mkdir -p "$work/$3"
     cd "$work/$3"
-    program "$1" kvPending "$2" || fail "$2 by the $1 build"
-}
-
-# The rows of the log files in UTF-8
-rows() {
-    iconv -f LATIN1 -t UTF-8 logs/alarms.csv
-    sed -n '/^<TBODY>/,$p' logs/trend.html | sed 1d
-    iconv -f UTF-16 -t UTF-8 logs/wide.txt
+    "in_$1" kvPending "$2" || fail "$2 by the $1 build"
 }
 
 expected='H956,H957,H958,H959,H960,H961,H962,H963,H964,H965
@@ -56,10 +43,13 @@ expected='H956,H957,H958,H959,H960,H961,H962,H963,H964,H965
 half native save from-native
 half arm save from-arm
 cmp "$work/from-native/kvLogFile.warm" "$work/from-arm/kvLogFile.warm" || fail "the builds save different bytes"
-half native restore from-arm
-diff -u <(printf '%s\n' "$expected") <(rows) || fail "rows saved by the ARM build, restored by the native one"
-half arm restore from-native
-diff -u <(printf '%s\n' "$expected") <(rows) || fail "rows saved by the native build, restored by the ARM one"
+for halves in 'native arm' 'arm native'; do
+    half "${halves% *}" restore "from-${halves#* }"
+    iconv -f LATIN1 -t UTF-8 logs/alarms.csv >rows
+    sed -n '/^<TBODY>/,$p' logs/trend.html | sed 1d >>rows
+    iconv -f UTF-16 -t UTF-8 logs/wide.txt >>rows
+    diff -u <(printf '%s\n' "$expected") rows || fail "rows restored by the ${halves/ / build, saved by the } one"
+done
 printf 'ok: %d bytes of pending requests, the same from both builds, restored by each other\n' \
     "$(stat -c %s "$work/from-native/kvLogFile.warm")"
 
@@ -70,7 +60,7 @@ for build in native arm; do
     mkdir -p "$work/$build/config"
     sed -E 's/"deliveryMode": [23]/"deliveryMode": 1/; s/%H%M%S-//' "$example/kvLogFile.json" \
         >"$work/$build/config/kvLogFile.json"
-    program "$build" kvgateway run --config "$work/$build/config" --directory "$work/$build" --input "$work/reports" \
+    "in_$build" kvgateway run --config "$work/$build/config" --directory "$work/$build" --input "$work/reports" \
         2>"$work/$build-messages" || fail "the example in the $build build: $(cat "$work/$build-messages")"
 done
 cd "$work"
