@@ -26,12 +26,9 @@ bool Soon(Condition condition) {
 // Runs `work(thread)` on so many threads, and returns when all have ended.
 template <class Work>
 void OnThreads(int count, Work work) {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int thread = 0; thread < count; ++thread) {
         threads.emplace_back(work, thread);
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
     }
 }
 

@@ -8,6 +8,21 @@
 
 #include <sstream>
 
+namespace {
+
+Sending ReadSending(const std::string& to, const std::string& paths, bool withRecord) {
+    Sending sending{to, paths, {}, withRecord};
+    std::istringstream each(paths);
+    for (std::string path; std::getline(each, path, ';');) {
+        if (std::filesystem::exists(path)) {
+            sending.m_Contents[path] = ReadWhole(path);
+        }
+    }
+    return sending;
+}
+
+} // namespace
+
 std::string Narrow(const wchar_t* text) {
     EByteArray bytes;
     EUtility::Utf8Encode(text, bytes);
@@ -21,8 +36,8 @@ void TestNotices::Take(const std::function<void()>& notice) {
         return;
     }
     const std::lock_guard<std::mutex> lock(m_Mutex);
-    const std::size_t times = when == When::Never ? 0 : when == When::Twice ? 2 : 1;
-    m_Waiting.insert(when == When::OutOfOrder ? m_Waiting.begin() : m_Waiting.end(), times, notice);
+    m_Waiting.insert(when == When::OutOfOrder ? m_Waiting.begin() : m_Waiting.end(), when == When::Twice ? 2 : 1,
+                     notice);
 }
 
 bool TestNotices::GiveNext() {
@@ -49,12 +64,7 @@ EResult TestEMail::SendMessage(EString name, EMailCompletion completion, void* c
     if (m_RefusedSends.count(m_nSends++) != 0) {
         return RC_MISSING;
     }
-    SentMail mail{Narrow(name), m_Definitions.at(Narrow(name)), {}, record != nullptr};
-    std::istringstream paths(mail.m_Attachments);
-    for (std::string path; m_bKeepContents && std::getline(paths, path, ';');) {
-        mail.m_Contents[path] = ReadWhole(path);
-    }
-    m_Sent.push_back(std::move(mail));
+    m_Sent.push_back(ReadSending(Narrow(name), m_Definitions.at(Narrow(name)), record != nullptr));
     m_Notices.Take([=] { completion(EMAIL_SENT, context); });
     return RC_OK;
 }
@@ -65,16 +75,15 @@ EResult TestUpload::UploadFiles(EUploadFiles* files, EString* parameter1, EStrin
     if (m_bRefuses) {
         return RC_MISSING;
     }
-    Upload upload;
+    std::string paths;
     for (auto position = files->GetHeadPosition(); position != nullptr;) {
-        const std::string path = Narrow(static_cast<EUploadFile*>(files->GetNext(position))->m_Path);
-        upload.m_Paths.push_back(path);
-        upload.m_Contents[path] = m_bKeepContents ? ReadWhole(path) : "";
+        paths += ';' + Narrow(static_cast<EUploadFile*>(files->GetNext(position))->m_Path);
     }
+    std::string parameters;
     for (const EString* parameter : {parameter1, parameter2, parameter3}) {
-        upload.m_Parameters.push_back(parameter != nullptr ? Narrow(*parameter) : "(null)");
+        parameters += parameter != nullptr ? Narrow(*parameter) + ' ' : "(null) ";
     }
-    m_Uploads.push_back(std::move(upload));
+    m_Sent.push_back(ReadSending(parameters, paths, false));
     m_nContext = context;
     m_Notices.Take([=] { listener->OnUploadComplete(context, 0); });
     return RC_OK;

@@ -14,6 +14,7 @@
 #include "tests/TempDir.h"
 #include "tests/kernel/InKernel.h"
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -47,12 +48,8 @@ public:
         const std::lock_guard<std::mutex> lock(m_Mutex);
         return m_Messages;
     }
-    int Count(int messageNumber) const {
-        int count = 0;
-        for (const ReportedMessage& message : Messages()) {
-            count += message.m_nNumber == messageNumber ? 1 : 0;
-        }
-        return count;
+    std::ptrdiff_t Count(int number) const {
+        return std::ranges::count(Messages(), number, &ReportedMessage::m_nNumber);
     }
 
 private:
@@ -131,18 +128,17 @@ class TestControl : public IKernelControl {
 public:
     EResult Operation3() override { return Note("3"); }
     EResult Operation5() override { return Note("5"); }
-    EResult Operation6(unsigned long value) override { return Note("6", value); }
+    EResult Operation6(unsigned long value) override { return Note("6(" + std::to_string(value) + ')'); }
     EResult IsRestoreWanted() override { return m_bRestoreWanted ? 1 : 0; }
-    EResult Operation9(unsigned long value) override { return Note("9", value); }
+    EResult Operation9(unsigned long value) override { return Note("9(" + std::to_string(value) + ')'); }
 
     bool m_bRestoreWanted = false;
     std::vector<std::string> m_Calls; // "9(1)", "6(0)", "3", "5"
 
 private:
-    template <class... Value>
-    EResult Note(const char* number, Value... value) {
+    EResult Note(const std::string& call) {
         const InKernel here;
-        m_Calls.push_back((std::string(number) + ... + ('(' + std::to_string(value) + ')')));
+        m_Calls.push_back(call);
         return RC_OK;
     }
 };
@@ -163,10 +159,9 @@ private:
 // When and where the notices of sendings are given.
 class TestNotices {
 public:
-    enum class When { Inside, Later, OutOfOrder, Twice, Never, Mixed };
+    enum class When { Inside, Later, OutOfOrder, Twice, Mixed };
 
-    // Inside: in the calling thread, at once. Never: not at all. Otherwise GiveNext or Deliver gives it. Mixed: each of
-    // the first four in turn.
+    // Inside: in the calling thread, at once. Otherwise GiveNext or Deliver gives it. Mixed: each of the others in turn.
     void Take(const std::function<void()>& notice);
     // Gives the next one that has been taken, in the calling thread; false when there is none.
     bool GiveNext();
@@ -181,10 +176,10 @@ private:
     int m_nTaken = 0;
 };
 
-struct SentMail {
-    std::string m_Name;
-    std::string m_Attachments;                     // as the definition stood
-    std::map<std::string, std::string> m_Contents; // attached file (as named) to its bytes
+struct Sending {
+    std::string m_To;                              // the definition's name, or the upload's parameters
+    std::string m_Paths;                           // of the attachments or files, each behind a ';'
+    std::map<std::string, std::string> m_Contents; // path to bytes
     bool m_bWithRecord;
 };
 
@@ -218,18 +213,11 @@ public:
     std::map<std::string, std::string> m_Definitions; // name to attachment list
     std::set<int> m_RefusedSends;                     // by their number, from 0
     bool m_bGivesRecords = true;
-    bool m_bKeepContents = true;
     TestNotices m_Notices;
 
-    std::vector<SentMail> m_Sent; // those that were started
-    int m_nSends = 0;             // and those that were refused
-    int m_nRecords = 0;           // created and not released
-};
-
-struct Upload {
-    std::vector<std::string> m_Paths;
-    std::map<std::string, std::string> m_Contents;
-    std::vector<std::string> m_Parameters; // "(null)" for null
+    std::vector<Sending> m_Sent; // those that were started
+    int m_nSends = 0;            // and those that were refused
+    int m_nRecords = 0;          // created and not released
 };
 
 class TestUpload : public IUploadService {
@@ -238,10 +226,9 @@ public:
                         unsigned long context, ISMListener* listener) override;
 
     bool m_bRefuses = false;
-    bool m_bKeepContents = true;
     TestNotices m_Notices;
-    std::vector<Upload> m_Uploads; // those that were started
-    unsigned long m_nContext = 0;  // of the last one
+    std::vector<Sending> m_Sent;  // those that were started
+    unsigned long m_nContext = 0; // of the last one
 };
 
 class TestKernel : public IKernelBase {
