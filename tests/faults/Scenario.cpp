@@ -160,8 +160,8 @@ FaultOutcome FaultLog::OutcomeOf(const TestKernel& kernel) const {
             }
         }
     };
-    std::ranges::for_each(kernel.m_Upload.m_Uploads, note, &Upload::m_Contents);
-    std::ranges::for_each(kernel.m_EMail.m_Sent, note, &SentMail::m_Contents);
+    std::ranges::for_each(kernel.m_Upload.m_Sent, note, &Sending::m_Contents);
+    std::ranges::for_each(kernel.m_EMail.m_Sent, note, &Sending::m_Contents);
     outcome.m_Kept = Join(outcome.m_Files);
     outcome.m_Sent = Join(sent);
     return outcome;
