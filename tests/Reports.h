@@ -75,9 +75,3 @@ inline std::string Utf16(const std::string& text) {
     }
     return bytes;
 }
-
-// Whether each thread's numbers ascend: nothing twice, nothing overtaken.
-inline bool InOrder(const Marks& marks) {
-    return std::all_of(marks.begin(), marks.end(),
-                       [](const auto& of) { return std::ranges::is_sorted(of.second, std::ranges::less_equal{}); });
-}

@@ -17,8 +17,6 @@ public:
         EPersistent::SetDirectory(Wide(m_Dir.Path()));
     }
     ~Workplace() { std::filesystem::current_path(m_Before); }
-    Workplace(const Workplace&) = delete;
-    Workplace& operator=(const Workplace&) = delete;
 
     // Writes the service's section, version 3, with these elements of the list ("type" is put in front of each).
     static void WriteSection(const std::vector<std::string>& specs) {

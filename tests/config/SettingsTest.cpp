@@ -74,23 +74,18 @@ TEST_F(SettingsTest, AlwaysHasOneKernelLogAndPointsToIt) {
         {'u', SpecItems{.m_Name = "KernelLog", .m_File = "upload.log", .m_nDelivery = 2}},
         {'r', R"("name": "KernelLog", "logPath": "", "fileName": false)"}};
     m_Kernel.m_Missing = {IID_UPLOAD_SERVICE};
-    for (const auto& [letters, file] : std::map<std::string, std::string>{
-             {"", "Kavro.log"},
-             {"gn", "good.log"},
-             {"s", "Kavro.log"},
-             {"sg", "good.log"},
-             {"gs", "good.log"},
-             {"r", "Kavro.log"},
-             {"rgr", "good.log"},
-             {"rsng", "Kavro-Kavro.log"},
-             {"gu", "good.log"},
-             {"ug", "Kavro.log"}}) { // the first that could be read is the kernel log, and has to go
+    // The first that could be read is the kernel log, even if it has to go.
+    for (const std::string each :
+         {"->Kavro.log", "gn->good.log", "s->Kavro.log", "sg->good.log", "gs->good.log", "r->Kavro.log",
+          "rgr->good.log", "rsng->Kavro-Kavro.log", "gu->good.log", "ug->Kavro.log"}) {
+        const std::size_t arrow = each.find("->");
+        const std::string file = each.substr(arrow + 2);
         Texts section;
-        for (const char letter : letters) {
+        for (const char letter : each.substr(0, arrow)) {
             section.push_back(specs.at(letter));
         }
         for (const int index : {-1, 4}) { // without names, and with names that are qualified
-            SCOPED_TRACE(letters);
+            SCOPED_TRACE(each);
             EXPECT_EQ(StartAnew(section, index), RC_OK);
             EString name;
             int format = -1;

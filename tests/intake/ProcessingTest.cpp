@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cmath>
 
+using namespace std::string_literals;
+
 namespace {
 
 using ProcessingTest = ServiceTest;
@@ -11,30 +13,44 @@ constexpr const char* FIRST = "logs/log-0.csv";
 const std::string ALARM_COLUMNS = "H956,H957,H958,H959,H960,H961,H962,H963,H964,H965\n";
 
 TEST_F(ProcessingTest, EachActionInEachFormatAndEncoding) {
-    const std::string alarm = ALARM_COLUMNS + "01-31-2024,13:05:09.042,N,T,S,D,Not Active,Not ACKED,7,17\n";
-    std::string plainAlarm = alarm;
-    std::erase(plainAlarm, ',');
-    const std::string event = "01-31-2024 13:05:09.042 S N: T\n";
-    const std::string page =
-        "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0 Transitional//EN\">\n<HTML><HEAD><TITLE></TITLE>\n"
-        "<META http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">\n</HEAD>\n<BODY>\n"
-        "<TABLE cellspacing=\"0\" cellpadding=\"4\" border=\"1\">\n<THEAD>\n<TR>\n</TR>\n</THEAD>\n<TBODY>\n"
-        "<TR>\n<TD>01-31-2024 13:05:09.042 S N: T</TD>\n</TR>\n";
-    const auto wide = [](const std::string& text) { return "\xFF\xFE" + Utf16(text); };
+    const std::string comma = ALARM_COLUMNS + "01-31-2024,13:05:09.042,N,~<&,S,,Not Active,Not ACKED,7,17\n";
+    std::string plain = comma;
+    std::erase(plain, ',');
+    const std::string event = "01-31-2024 13:05:09.042 S N: ~<&\n";
+    const auto narrow = [](std::string text) { return text.replace(text.find('~'), 1, "\xE9\xAC\0"s); };
+    const auto wide = [](const std::string& text) {
+        std::string bytes = "\xFF\xFE" + Utf16(text);
+        return bytes.replace(bytes.find('~'), 2, "\xE9\0\xAC\x20\0\xF6"s);
+    };
+    const auto page = [](const std::string& columns, const std::string& cells) {
+        const std::regex cell("([^,\n]*)[,\n]");
+        return "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0 Transitional//EN\">\n<HTML><HEAD><TITLE></TITLE>\n"
+               "<META http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">\n</HEAD>\n<BODY>\n"
+               "<TABLE cellspacing=\"0\" cellpadding=\"4\" border=\"1\">\n<THEAD>\n<TR>\n" +
+               std::regex_replace(columns, cell, "<TH>$1</TH>\n") + "</TR>\n</THEAD>\n<TBODY>\n<TR>\n" +
+               std::regex_replace(cells, cell, "<TD>$1</TD>\n") + "</TR>\n";
+    };
+    const std::string text = "\u00E9\u20AC\U0001F600<&";
     const std::tuple<const wchar_t*, int, int, Files> cases[] = {
-        {L"DoLogAlarmToFile", 0, 0, {{FIRST, plainAlarm}}},
-        {L"DoLogAlarmToFile", 0, 1, {{FIRST, wide(plainAlarm)}}},
-        {L"DoLogAlarmToFile", 1, 0, {{FIRST, alarm}}},
-        {L"DoLogAlarmToFile", 1, 1, {{FIRST, wide(alarm)}}},
+        {ACTION_NAME_ALARM, 0, 0, {{FIRST, narrow(plain)}}},
+        {ACTION_NAME_ALARM, 0, 1, {{FIRST, wide(plain)}}},
+        {ACTION_NAME_ALARM, 1, 0, {{FIRST, narrow(comma)}}},
+        {ACTION_NAME_ALARM, 1, 1, {{FIRST, wide(comma)}}},
+        {ACTION_NAME_ALARM,
+         2,
+         0,
+         {{FIRST, page(ALARM_COLUMNS, "01-31-2024,13:05:09.042,N," + text + ",S,&nbsp;,Not Active,Not ACKED,7,17\n")}}},
         // Events have no columns: a header of no bytes leaves the new file empty, and an empty file is replaced.
-        {L"DoLogEventToFile", 0, 0, {{FIRST, event}, {"logs/log-1.csv", ""}}},
-        {L"DoLogEventToFile", 1, 2, {{FIRST, event}, {"logs/log-1.csv", ""}}},
-        {L"DoLogEventToFile", 1, 1, {{FIRST, wide(event)}}},
-        {L"DoLogEventToFile", 2, 1, {{FIRST, page}}}};
+        {ACTION_NAME_EVENT, 0, 0, {{FIRST, narrow(event)}, {"logs/log-1.csv", ""}}},
+        {ACTION_NAME_EVENT, 1, 2, {{FIRST, narrow(event)}, {"logs/log-1.csv", ""}}},
+        {ACTION_NAME_EVENT, 1, 1, {{FIRST, wide(event)}}},
+        {ACTION_NAME_EVENT, 2, 1, {{FIRST, page("", "01-31-2024 13:05:09.042 S N: " + text + '\n')}}}};
     for (const auto& [action, format, unicode, files] : cases) {
         std::filesystem::remove_all("logs");
         StartAnew({SpecItems{.m_nFormat = format, .m_nUnicode = unicode}});
-        EONEVENTSTRUCT record = MakeRecord();
+        const EString wideText = Wide(text);
+        EONEVENTSTRUCT record = MakeRecord(L"N", wideText);
+        record.m_pszDetail = L"";
         record.m_nIdentifier = -1;
         EXPECT_EQ(Invoke(action, L"Log", &record), RC_OK);
         record.m_pszText = L"changed since"; // the request has texts of its own
@@ -80,24 +96,22 @@ TEST_F(ProcessingTest, AlarmsAndEventsAsTheirRecordsSay) {
 
 // Those of few decimals are printed in another way than the rest.
 TEST_F(ProcessingTest, DoublesAreTheShortestText) {
-    const auto print = [](double number) {
+    std::vector<double> numbers{99999.999, 0.001, -0.0};
+    for (int i = -1'000'000; i <= 1'000'000; i += 67) {
+        for (const double unit : {0.0001, 0.001, 0.1, 1.0}) {
+            const double number = i * unit; // not always the double next to the decimal number
+            numbers.insert(numbers.end(), {number, i / (1 / unit), std::nextafter(number, 1e9)});
+        }
+    }
+    for (const double number : numbers) {
         CDataValue value;
         value.SetDouble(number);
         EString text;
         value.GetString(text, 0, 0, 0);
-        return Narrow(text);
-    };
-    for (int i = -1'000'000; i <= 1'000'000; i += 67) {
-        for (const double unit : {0.0001, 0.001, 0.1, 1.0}) {
-            const double number = i * unit; // not always the double next to the decimal number
-            for (const double each : {number, i / (1 / unit), std::nextafter(number, 1e9)}) {
-                char shortest[32] = {};
-                std::to_chars(shortest, shortest + sizeof shortest, each);
-                ASSERT_EQ(print(each), shortest);
-            }
-        }
+        char shortest[32] = {};
+        std::to_chars(shortest, shortest + sizeof shortest, number);
+        ASSERT_EQ(Narrow(text), shortest);
     }
-    EXPECT_EQ(print(99999.999) + print(100000) + print(0.001) + print(-0.0), "99999.9991e+050.001-0");
 }
 
 TEST_F(ProcessingTest, ASnapshotIsOneRowAndTheFirstRowsColumnsStay) {

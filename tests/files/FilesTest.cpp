@@ -1,3 +1,4 @@
+#include "base/ETime.h"
 #include "tests/ServiceFixture.h"
 
 #include <climits>
@@ -6,7 +7,7 @@
 
 namespace {
 
-class RotationTest : public ServiceTest {
+class FilesTest : public ServiceTest {
 protected:
     // Another service, without files, with a heading line of "H\n" and rows of one cell: lengths that a test can count.
     void StartColumn(const SpecItems& spec) {
@@ -20,9 +21,50 @@ protected:
         row.SetAtGrow(0, Wide(text));
         m_pService->WriteToFile(Spec(), &row);
     }
+    // Each case: a pattern, and what it makes of 13:05:09.042 on the 31st of January 2024, behind what stands there.
+    void Expect(EString& pattern, EResult (ELogFile::*format)(ETime&, EString&), const Texts& cases) {
+        for (const std::string& each : cases) {
+            const std::size_t arrow = each.find("->");
+            pattern = Wide(each.substr(0, arrow));
+            ETime time(MakeRecord().m_TimeStamp);
+            EString out = L">";
+            EXPECT_EQ((m_pService->*format)(time, out) | (m_pService->*format)(time, out), RC_OK);
+            EXPECT_EQ(Narrow(out), '>' + each.substr(arrow + 2) + each.substr(arrow + 2)) << each;
+        }
+    }
 };
 
-TEST_F(RotationTest, KeepsToTheSizeLimit) {
+TEST_F(FilesTest, DatesAndTimesFollowTheirPatterns) {
+    Expect(m_pService->m_DateFormat, &ELogFile::FormatDateStr,
+           {"MM-DD-YYYY->01-31-2024", "DD.MM.YY->31.01.24", "->", "dd mm yyyy->dd mm yyyy", "YYYYY->2024",
+            "YYYYYY->202424", "YYY->2024", "YYY-MM->2024-01", "Y-Y->-", "YMMY->01", "MMM->01", "MMMM->0101", "MDMD->",
+            "D.DD->.31", "\u20AC%dDD->\u20AC%d31"});
+    Expect(m_pService->m_TimeFormat, &ELogFile::FormatTimeStr,
+           {"HH:mm:SS.sss->13:05:09.042", "H:m->:", "HH hours->13 hour", "->", "SS.ss->09.", "HHHH->1313", "HHH->13",
+            "HHmmSS->130509", "ssss->042", "ssssss->042042", "sHss->", "MM hh->MM hh", "s.sss->.042"});
+}
+
+TEST_F(FilesTest, FileNamesStayInTheirDirectory) {
+    Configure({SpecItems{}});
+    const ETimeStamp stamp = MakeRecord().m_TimeStamp;
+    for (const auto& [pattern, expected] : {std::pair<const char*, std::string>{"Kavro.log", "Kavro.log"},
+                                            {"a:b/c.txt", "a-b-c.txt"},
+                                            {"../%i/x%", "..-12-x%"},
+                                            {"%y%%i%i %q", "24%i12 %q"},
+                                            {"%Y-%m-%d %H:%M:%S.%s", "2024-01-31 13-05-09.042"},
+                                            {"\u00E9\U0001F600%i", "\u00E9\U0001F60012"},
+                                            {"", ""}}) {
+        Spec()->m_FileName = Wide(pattern);
+        EString name;
+        for (const bool withPath : {false, true}) {
+            m_pService->CalcFileName(Spec(), 12, &stamp, withPath, name);
+            EXPECT_EQ(Narrow(name), (withPath ? "logs/" : "") + expected);
+            EXPECT_STREQ(Spec()->m_CurrentFile, name);
+        }
+    }
+}
+
+TEST_F(FilesTest, KeepsToTheSizeLimit) {
     // Rows of so many bytes: the first one of 'a', the next of 'b'. The files by the first characters of their lines.
     // clang-format off
     struct Case { int m_nLimit, m_nFiles; std::vector<std::size_t> m_Rows; std::string m_Files; };
@@ -51,7 +93,7 @@ TEST_F(RotationTest, KeepsToTheSizeLimit) {
     }
 }
 
-TEST_F(RotationTest, MovesASetAlongUnderItsNewTime) {
+TEST_F(FilesTest, MovesASetAlongUnderItsNewTime) {
     for (const std::string file : {"a-%i.csv", "b-%Y%m%d%H%M%S%s-%i.csv", "%i at %H:%M:%S.%s"}) {
         StartColumn({.m_File = file, .m_nMaxSize = 12, .m_nFiles = 3});
         EString before;
@@ -70,7 +112,7 @@ TEST_F(RotationTest, MovesASetAlongUnderItsNewTime) {
     }
 }
 
-TEST_F(RotationTest, ContinuesTheFileOfAnEarlierRun) {
+TEST_F(FilesTest, ContinuesTheFileOfAnEarlierRun) {
     const EONEVENTSTRUCT record = MakeRecord();
     const std::string row = "01-31-2024 13:05:09.042 S N: T";
     for (int run = 0; run < 2; ++run) {
@@ -85,7 +127,7 @@ TEST_F(RotationTest, ContinuesTheFileOfAnEarlierRun) {
                     .ends_with("<TBODY>\n<TR>\n<TD>" + row + "</TD>\n</TR>\n<TR>\n<TH>" + row + "</TH>\n</TR>\n"));
 }
 
-TEST_F(RotationTest, StopsAndStartsPages) {
+TEST_F(FilesTest, StopsAndStartsPages) {
     const std::string end = "</TBODY>\n</TABLE>\n<P>\n</BODY>\n</HTML>\n";
     StartColumn({.m_File = "%i.html", .m_nFormat = 2});
     WriteRow("1");
@@ -98,7 +140,7 @@ TEST_F(RotationTest, StopsAndStartsPages) {
                               {"logs/1.html", begun + end + "<TR>\n<TD>2</TD>\n</TR>\n" + end}}));
 }
 
-TEST_F(RotationTest, AFullDiskIsNotLitteredWithEmptyFiles) {
+TEST_F(FilesTest, AFullDiskIsNotLitteredWithEmptyFiles) {
     StartColumn({.m_File = "a-%S%s.csv"});
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit before{};
@@ -110,7 +152,7 @@ TEST_F(RotationTest, AFullDiskIsNotLitteredWithEmptyFiles) {
     EXPECT_EQ(Found(), Files());
 }
 
-TEST_F(RotationTest, TakesFilesAsItFindsThem) {
+TEST_F(FilesTest, TakesFilesAsItFindsThem) {
     const std::string first = "logs/log-0.csv";
     const std::string second = "logs/log-1.csv";
     const std::string grown(50, 'x');
