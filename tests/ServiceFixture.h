@@ -102,6 +102,9 @@ protected:
         return queued;
     }
 
+    // The row of a reported event.
+    static std::string EventRow(const std::string& text) { return "01-31-2024 13:05:09.042 S N: " + text + '\n'; }
+
     // A text of paths, with every delivery job's directory called "JOB/".
     static std::string Known(const std::string& paths) {
         return std::regex_replace(paths, std::regex("Spool/\\$tmp[0-9a-f]{8}/"), "JOB/");

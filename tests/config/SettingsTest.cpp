@@ -86,17 +86,25 @@ TEST_F(SettingsTest, AlwaysHasOneKernelLogAndPointsToIt) {
         }
         for (const int index : {-1, 4}) { // without names, and with names that are qualified
             SCOPED_TRACE(each);
-            EXPECT_EQ(StartAnew(section, index), RC_OK);
+            End();
+            Make();
+            Event(L"early");
+            EXPECT_EQ(Configure(section, index), RC_OK);
             EString name;
             int format = -1;
             EXPECT_EQ(m_pService->GetAgentLogFile(name, format), Registered().empty() ? RC_NOT_FOUND : RC_OK);
             m_pService->Start();
             EXPECT_EQ(Registered(), Texts{"KernelLog=" + file});
-            EXPECT_EQ(Event(L"T"), RC_OK);
+            Event(L"queued"); // overtakes the early one, which waits until nobody else writes
             WriteAll();
+            Event(L"late");
             EXPECT_EQ(m_pService->GetAgentLogFile(name, format), RC_OK);
             EXPECT_EQ(Narrow(name), file);
-            EXPECT_TRUE(std::filesystem::exists(file));
+            const bool made = file == "Kavro.log"; // by the service, not configured
+            const std::string rows = EventRow("queued") + EventRow("early") + EventRow("late");
+            EXPECT_EQ(ReadWhole(file), made ? "\xFF\xFE" + Utf16(rows) : rows);
+            EXPECT_EQ(Spec(L"KernelLog")->m_MaxFileSize, made ? 512000 : 102400);
+            std::filesystem::remove(file);
         }
     }
 }
@@ -105,18 +113,13 @@ TEST_F(SettingsTest, MakesDirectoriesUnlessANameServiceDoes) {
     m_pService->PrepareToStart();
     WriteWhole("taken", "");
     EFileSpec spec;
-    const wchar_t* const cases[][2] = {{L"", L"./"},
-                                       {L"logs \t", L"logs/"},
-                                       {L"logs/ ", L"logs//"},
-                                       {L"a\\b", L"a/b/"},
-                                       {L"\u00E9\u20AC", L"\u00E9\u20AC/"},
-                                       {L"with blank/x/y", L"with blank/x/y/"},
-                                       {L"taken/logs", L""}};
-    for (const auto& [path, normal] : cases) {
-        EString made = path;
-        spec.SetLogPath(&made);
-        EXPECT_STREQ(made, normal);
-        EXPECT_TRUE(made.IsEmpty() || std::filesystem::is_directory(Narrow(made))) << Narrow(made);
+    for (const std::string each : {"->./", "logs \t->logs/", "logs/ ->logs//", "a\\b->a/b/",
+                                   "\u00E9\u20AC->\u00E9\u20AC/", "with blank/x/y->with blank/x/y/", "taken/logs->"}) {
+        const std::size_t arrow = each.find("->");
+        EString path = Wide(each.substr(0, arrow));
+        spec.SetLogPath(&path);
+        EXPECT_EQ(Narrow(path), each.substr(arrow + 2));
+        EXPECT_TRUE(path.IsEmpty() || std::filesystem::is_directory(Narrow(path))) << each;
     }
     const Texts made = Workplace::Tree();
     m_Kernel.m_Names.m_bPreparesPaths = false;

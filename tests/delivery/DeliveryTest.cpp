@@ -136,6 +136,7 @@ TEST_P(DeliveryOutcomeTest, FilesServiceAndMessages) {
     Spec()->m_FileTime = {1, 1};
     Row();
     EXPECT_GT(Spec()->m_FileTime.m_nSeconds, 1U); // a new file, by its name too
+    Process(ACTION_RESTART_FILE);
     EXPECT_TRUE(ReadWhole("Spool/log-0").starts_with("<!DOCTYPE"));
     End();
     EXPECT_EQ(Found(), done);

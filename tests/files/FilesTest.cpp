@@ -47,18 +47,15 @@ TEST_F(FilesTest, DatesAndTimesFollowTheirPatterns) {
 TEST_F(FilesTest, FileNamesStayInTheirDirectory) {
     Configure({SpecItems{}});
     const ETimeStamp stamp = MakeRecord().m_TimeStamp;
-    for (const auto& [pattern, expected] : {std::pair<const char*, std::string>{"Kavro.log", "Kavro.log"},
-                                            {"a:b/c.txt", "a-b-c.txt"},
-                                            {"../%i/x%", "..-12-x%"},
-                                            {"%y%%i%i %q", "24%i12 %q"},
-                                            {"%Y-%m-%d %H:%M:%S.%s", "2024-01-31 13-05-09.042"},
-                                            {"\u00E9\U0001F600%i", "\u00E9\U0001F60012"},
-                                            {"", ""}}) {
-        Spec()->m_FileName = Wide(pattern);
+    for (const std::string each :
+         {"Kavro.log->Kavro.log", "a:b/c.txt->a-b-c.txt", "../%i/x%->..-12-x%", "%y%%i%i %q->24%i12 %q",
+          "%Y-%m-%d %H:%M:%S.%s->2024-01-31 13-05-09.042", "\u00E9\U0001F600%i->\u00E9\U0001F60012", "->"}) {
+        const std::size_t arrow = each.find("->");
+        Spec()->m_FileName = Wide(each.substr(0, arrow));
         EString name;
-        for (const bool withPath : {false, true}) {
-            m_pService->CalcFileName(Spec(), 12, &stamp, withPath, name);
-            EXPECT_EQ(Narrow(name), (withPath ? "logs/" : "") + expected);
+        for (const char* path : {"", "logs/"}) {
+            m_pService->CalcFileName(Spec(), 12, &stamp, *path != '\0', name);
+            EXPECT_EQ(Narrow(name), path + each.substr(arrow + 2));
             EXPECT_STREQ(Spec()->m_CurrentFile, name);
         }
     }
@@ -112,32 +109,29 @@ TEST_F(FilesTest, MovesASetAlongUnderItsNewTime) {
     }
 }
 
-TEST_F(FilesTest, ContinuesTheFileOfAnEarlierRun) {
+TEST_F(FilesTest, ContinuesFilesAndPages) {
     const EONEVENTSTRUCT record = MakeRecord();
-    const std::string row = "01-31-2024 13:05:09.042 S N: T";
+    const std::string row = EventRow("T");
+    const std::string cell = row.substr(0, row.size() - 1);
+    const std::string end = "</TBODY>\n</TABLE>\n<P>\n</BODY>\n</HTML>\n";
     for (int run = 0; run < 2; ++run) {
-        StartAnew({SpecItems{.m_File = "a.csv"}, SpecItems{.m_Name = "Page", .m_File = "b.html", .m_nFormat = 2}});
-        WriteWhole("logs/a.csv", ReadWhole("logs/a.csv") + "x\n"); // as if rows stood there: never empty
+        StartAnew({SpecItems{.m_File = "a"}, SpecItems{.m_Name = "Page", .m_File = "%i.html", .m_nFormat = 2}});
+        WriteWhole("logs/a", ReadWhole("logs/a") + "x\n"); // as if rows stood there: never empty
         Process(ACTION_LOG_EVENT, &record);
         Process(ACTION_LOG_EVENT, &record, 1, L"Page");
     }
-    EXPECT_EQ(ReadWhole("logs/a.csv"), "x\n" + row + "\nx\n" + row + '\n');
+    EXPECT_EQ(m_pService->StopFile(Spec(L"Page")), 1);
+    EXPECT_EQ(m_pService->StopFile(Spec(L"Page")), 1) << "nothing more to end";
+    Process(ACTION_LOG_EVENT, &record, 1, L"Page"); // behind the end of the page: it is continued, whatever it holds
+    EXPECT_EQ(m_pService->RestartFile(Spec(L"Page")), 1);
+    const std::string head = ReadWhole("logs/0.html");
+    EXPECT_TRUE(head.ends_with("<TBODY>\n"));
     // A filter that has written no header makes heading cells.
-    EXPECT_TRUE(ReadWhole("logs/b.html")
-                    .ends_with("<TBODY>\n<TR>\n<TD>" + row + "</TD>\n</TR>\n<TR>\n<TH>" + row + "</TH>\n</TR>\n"));
-}
-
-TEST_F(FilesTest, StopsAndStartsPages) {
-    const std::string end = "</TBODY>\n</TABLE>\n<P>\n</BODY>\n</HTML>\n";
-    StartColumn({.m_File = "%i.html", .m_nFormat = 2});
-    WriteRow("1");
-    const std::string begun = ReadWhole("logs/0.html");
-    EXPECT_EQ(m_pService->StopFile(Spec()), 1);
-    EXPECT_EQ(m_pService->StopFile(Spec()), 1) << "nothing more to end";
-    WriteRow("2"); // behind the end of the page: the file is continued, whatever it holds
-    EXPECT_EQ(m_pService->RestartFile(Spec()), 1);
-    EXPECT_EQ(Found(), (Files{{"logs/0.html", begun.substr(0, begun.find("<TBODY>\n") + 8)},
-                              {"logs/1.html", begun + end + "<TR>\n<TD>2</TD>\n</TR>\n" + end}}));
+    const std::string headingRow = "<TR>\n<TH>" + cell + "</TH>\n</TR>\n";
+    EXPECT_EQ(Found(), (Files{{"logs/0.html", head},
+                              {"logs/1.html",
+                               head + "<TR>\n<TD>" + cell + "</TD>\n</TR>\n" + headingRow + end + headingRow + end},
+                              {"logs/a", "x\n" + row + "x\n" + row}}));
 }
 
 TEST_F(FilesTest, AFullDiskIsNotLitteredWithEmptyFiles) {

@@ -6,10 +6,6 @@ namespace {
 
 using Intake = ServiceTest;
 
-std::string EventRow(const std::string& text) {
-    return "01-31-2024 13:05:09.042 S N: " + text + '\n';
-}
-
 TEST_F(Intake, EachCallIsRefusedForItsFirstFault) {
     ASSERT_EQ(Configure({SpecItems{}, SpecItems{.m_Name = "Up", .m_nDelivery = 2},
                          SpecItems{.m_Name = "Mail", .m_nDelivery = 3}},
@@ -18,32 +14,25 @@ TEST_F(Intake, EachCallIsRefusedForItsFirstFault) {
     EONEVENTSTRUCT records[3] = {MakeRecord(L"N", L"a"), MakeRecord(L"N", L"b"), MakeRecord(L"N", L"c")};
     records[0].m_nIdentifier = 5;
     records[2].m_nIdentifier = 6;
-    struct Case {
-        const wchar_t* m_pszAction;
-        const wchar_t* m_pszName;
-        unsigned long m_nCount;
-        EONEVENTSTRUCT* m_pRecords;
-        EResult m_Result;
-        Texts m_Queued{};
-    };
-    const Case cases[] = {{L"?", L"?", 0, records, RC_NO_RECORD},
-                          {L"DoLogEventToFile", L"Log@5", 1, nullptr, RC_NO_RECORD},
-                          {L"?", L"?", 1, records, RC_NO_LOG_FILE},
-                          {L"DoLogEventToFile", L"log@5", 1, records, RC_NO_LOG_FILE},
-                          {L"dologeventtofile", L"Log@5", 1, records, RC_NO_ACTION},
-                          {L"DoLogEventToFile ", L"Log@5", 1, records, RC_NO_ACTION},
-                          {L"DoLogDelivery", L"Log@5", 1, records, RC_NO_ACTION},
-                          {L"DoLogDelivery", L"Up@5", 2, records, RC_OK, {"a,b"}},
-                          {L"DoLogDelivery", L"Mail@5", 1, records, RC_OK, {"a"}},
-                          // An alarm goes to the log file of its first record's identifier only.
-                          {L"DoLogAlarmToFile", L"Log@5", 3, records, RC_OK, {"a,b,c"}},
-                          {L"DoLogAlarmToFile", L"Log@5", 1, records + 1, RC_OK},
-                          {L"DoLogAlarmToFile", L"Log@5", 1, records + 2, RC_OK}};
-    Texts queued;
-    for (const Case& of : cases) {
-        EXPECT_EQ(Invoke(of.m_pszAction, of.m_pszName, of.m_pRecords, of.m_nCount), of.m_Result) << &of - cases;
-        queued.insert(queued.end(), of.m_Queued.begin(), of.m_Queued.end());
-        EXPECT_EQ(Queued(), queued) << &of - cases;
+    Texts expected;
+    for (const auto& [action, name, count, given, result, queued] :
+         {std::tuple{L"?", L"?", 0, &records[0], RC_NO_RECORD, Texts{}},
+          {L"DoLogEventToFile", L"Log@5", 1, nullptr, RC_NO_RECORD, {}},
+          {L"?", L"?", 1, records, RC_NO_LOG_FILE, {}},
+          {L"DoLogEventToFile", L"log@5", 1, records, RC_NO_LOG_FILE, {}},
+          {L"dologeventtofile", L"Log@5", 1, records, RC_NO_ACTION, {}},
+          {L"DoLogEventToFile ", L"Log@5", 1, records, RC_NO_ACTION, {}},
+          {L"DoLogDelivery", L"Log@5", 1, records, RC_NO_ACTION, {}},
+          {L"DoLogDelivery", L"Up@5", 2, records, RC_OK, {"a,b"}},
+          {L"DoLogDelivery", L"Mail@5", 1, records, RC_OK, {"a"}},
+          // An alarm goes to the log file of its first record's identifier only.
+          {L"DoLogAlarmToFile", L"Log@5", 3, records, RC_OK, {"a,b,c"}},
+          {L"DoLogAlarmToFile", L"Log@5", 1, records + 1, RC_OK, {}},
+          {L"DoLogAlarmToFile", L"Log@5", 1, records + 2, RC_OK, {}}}) {
+        SCOPED_TRACE(testing::PrintToString(action) + testing::PrintToString(name));
+        EXPECT_EQ(Invoke(action, name, given, static_cast<unsigned long>(count)), result);
+        expected.insert(expected.end(), queued.begin(), queued.end());
+        EXPECT_EQ(Queued(), expected);
     }
     EString name = L"Log@5";
     EString unknown = L"?";
@@ -100,18 +89,6 @@ TEST_F(Intake, EarlyEventsAreWrittenBeforeTheFirstThatCanBe) {
         EXPECT_EQ(MarksIn("k.log"), delivery == 1 ? FromThreads(8, 50) : Marks());
         std::filesystem::remove("k.log");
     }
-}
-
-TEST_F(Intake, EarlyEventsWaitWhileTheWorkerWritesTheDefaultKernelLog) {
-    Event(L"early");
-    Configure({});
-    m_pService->Start();
-    Event(L"queued");
-    WriteAll();
-    Event(L"late");
-    EXPECT_EQ(Found(),
-              (Files{{"Kavro.log", "\xFF\xFE" + Utf16(EventRow("queued") + EventRow("early") + EventRow("late"))}}));
-    EXPECT_EQ(Spec(L"KernelLog")->m_MaxFileSize, 512000);
 }
 
 // A reporter pays for the copy of its record, not for the place in the queue, and not for the other log files. Writing a

@@ -1,5 +1,6 @@
 #include "tests/ServiceFixture.h"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 
@@ -60,32 +61,25 @@ TEST_F(ProcessingTest, EachActionInEachFormatAndEncoding) {
 }
 
 TEST_F(ProcessingTest, AlarmsAndEventsAsTheirRecordsSay) {
-    struct Case {
-        std::uint16_t m_wState;
-        std::int32_t m_nNumber;
-        double m_Value;
-        const char* m_pszAlarm; // behind the texts
-        std::int32_t m_Prefix[4];
-        const char* m_pszEvent; // in front of the date
-    };
     Configure({SpecItems{}, SpecItems{.m_Name = "Event", .m_File = "event.csv"}}, 4);
     std::string alarms = ALARM_COLUMNS;
     std::string events;
-    for (const Case& each :
-         {Case{0x0006, 0, 0.1, "Active,ACKED,0,0.1\n", {0, 0, 0, 0}, ""},
+    using Prefix = std::array<std::int32_t, 4>;
+    for (const auto& [state, number, value, cells, prefix, inFront] :
+         {std::tuple{0x0006, 0, 0.1, "Active,ACKED,0,0.1\n", Prefix{0, 0, 0, 0}, ""},
           {0x0002, -1, 12.75, "Active,Not ACKED,-1,12.75\n", {1, 2, 3, 4}, "[ 1,  2,  3,   4] "},
           {0x0004, INT32_MAX, -1e300, "Not Active,ACKED,2147483647,-1e+300\n", {0, 0, 0, 5}, "[ 0,  0,  0,   5] "},
           {0xFFF9, INT32_MIN, 3, "Not Active,Not ACKED,-2147483648,3\n", {-1, 0, 0, 0}, "[-1,  0,  0,   0] "},
-          {0, 1, 1, "Not Active,Not ACKED,1,1\n", {123, -45, INT32_MIN, 12345}, "[123, -45, -2147483648, 12345] "}}) {
+          {0, 1, 1, "Not Active,Not ACKED,1,1\n", {123, -45, INT32_MIN, 5678}, "[123, -45, -2147483648, 5678] "}}) {
         EONEVENTSTRUCT record = MakeRecord(L"100%s@4", L"%d: a,b");
-        record.m_wState = each.m_wState;
-        record.m_nAlarmNumber = each.m_nNumber;
-        record.m_Value.SetDouble(each.m_Value);
-        std::copy_n(each.m_Prefix, 4, record.m_nPrefixNumbers);
+        record.m_wState = static_cast<std::uint16_t>(state);
+        record.m_nAlarmNumber = number;
+        record.m_Value.SetDouble(value);
+        std::ranges::copy(prefix, record.m_nPrefixNumbers);
         Process(ACTION_LOG_ALARM, &record, 1, L"Log@4");
         Process(ACTION_LOG_EVENT, &record, 1, L"Event@4");
-        alarms += std::string("01-31-2024,13:05:09.042,100%s@4,%d: a,b,S,D,") + each.m_pszAlarm;
-        events += std::string(each.m_pszEvent) + "01-31-2024 13:05:09.042 S 100%s@4: %d: a,b\n";
+        alarms += std::string("01-31-2024,13:05:09.042,100%s@4,%d: a,b,S,D,") + cells;
+        events += std::string(inFront) + "01-31-2024 13:05:09.042 S 100%s@4: %d: a,b\n";
     }
     const EONEVENTSTRUCT nothing{};
     Process(ACTION_LOG_ALARM, &nothing, 1, L"Log@4");

@@ -201,7 +201,11 @@ TEST_F(RawSlots, EveryOperationStandsAtItsNumber) {
     }
 
     EXPECT_EQ(Call(m_pService, 5), RC_OK); // PrepareToStart
-    EXPECT_EQ(m_Kernel.m_Actions.m_Registered.size(), 5U);
+    std::string registered;
+    for (const auto& [name, object] : m_Kernel.m_Actions.m_Registered) {
+        registered += name + (object == action ? " " : "?");
+    }
+    EXPECT_EQ(registered, "DoLogSnapShotToFile DoLogAlarmToFile DoLogEventToFile DoLogDelivery DoRestartLogFile ");
     m_Kernel.m_Missing = {IID_NAME_SERVICE};
     EXPECT_EQ(Call(m_pService, 4, 0UL, 0), 0xC0000002); // Restore with an index
     m_Kernel.m_Missing.clear();

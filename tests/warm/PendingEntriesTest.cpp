@@ -70,9 +70,10 @@ TEST_F(PendingEntries, TheKernelsOperations) {
     const std::string saved = SavedAlarm(L"stays");
     Alarm(L"stays");
     WARM_RESTART_STRUCT info;
+    const std::string old(10000, 'x');
     for (const auto& [operation, file] :
-         {std::pair{-1, "old"s}, {4, "old"}, {1000, "old"}, {3, "old"}, {0, ""}, {2, ""}, {SAVE, Number(1) + saved}}) {
-        WriteWhole(FILE_NAME, "old");
+         {std::pair{-1, old}, {4, old}, {1000, old}, {3, old}, {0, ""}, {2, ""}, {SAVE, Number(1) + saved}}) {
+        WriteWhole(FILE_NAME, old);
         EXPECT_EQ(m_pService->WarmRestart(operation, &info), RC_OK) << operation;
         EXPECT_EQ(Found(), file.empty() ? Files() : (Files{{FILE_NAME, file}})) << operation;
         EXPECT_EQ(Queued(), Texts{"stays"}) << operation;
