@@ -26,12 +26,9 @@ bool Soon(Condition condition) {
 // Runs `work(thread)` on so many threads, and returns when all have ended.
 template <class Work>
 void OnThreads(int count, Work work) {
-    std::vector<std::thread> threads;
+    std::vector<std::jthread> threads;
     for (int thread = 0; thread < count; ++thread) {
         threads.emplace_back(work, thread);
-    }
-    for (std::thread& thread : threads) {
-        thread.join();
     }
 }
 
@@ -77,10 +74,4 @@ inline std::string Utf16(const std::string& text) {
         bytes += {character, '\0'};
     }
     return bytes;
-}
-
-// Whether each thread's numbers ascend: nothing twice, nothing overtaken.
-inline bool InOrder(const Marks& marks) {
-    return std::all_of(marks.begin(), marks.end(),
-                       [](const auto& of) { return std::ranges::is_sorted(of.second, std::ranges::less_equal{}); });
 }

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "base/ELock.h"
+#include "base/Messages.h"
 #include "config/EFileSpec.h"
+#include "intake/Actions.h"
 #include "intake/ELogInfo.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"
@@ -11,9 +13,15 @@
 
 #include <gtest/gtest.h>
 
+#include <regex>
+
 // A service in this very program, with everything of it in reach, in a working directory of the test's own.
 class ServiceTest : public testing::Test {
 protected:
+    using Texts = std::vector<std::string>;
+    using Messages = std::vector<ReportedMessage>;
+    using Files = std::map<std::string, std::string>; // path to bytes
+
     ServiceTest() {
         setenv("TZ", "UTC", 1);
         tzset();
@@ -35,11 +43,20 @@ protected:
         }
     }
 
-    // Prepares, and restores these elements of the list; without a name service, unless an index is given.
-    EResult Configure(const std::vector<std::string>& specs) {
+    // Prepares, and restores these elements of the list; with a name service if an index is given.
+    EResult Configure(const Texts& specs, int index = -1) {
         Workplace::WriteSection(specs);
+        return Restore(index);
+    }
+    EResult Restore(int index = -1) {
         m_pService->PrepareToStart();
-        return m_pService->Restore(0);
+        return index == -1 ? m_pService->Restore(0) : m_pService->RTRestore(0, index);
+    }
+    // The same with another service.
+    EResult StartAnew(const Texts& specs, int index = -1) {
+        End();
+        Make();
+        return Configure(specs, index);
     }
 
     EFileSpec* Spec(const wchar_t* name = L"Log") { return m_pService->FindFileSpec(name); }
@@ -56,6 +73,13 @@ protected:
         return m_pService->Invoke(action, name, nullptr, count, records, nullptr);
     }
 
+    // Processes a request in this thread.
+    EResult Process(ActionType action, const EONEVENTSTRUCT* records = nullptr, unsigned long count = 1,
+                    const wchar_t* name = L"Log") {
+        ELogInfo request(Spec(name), action, count, records);
+        return m_pService->ProcessLogFile(&request);
+    }
+
     // Lets the worker write what waits, and stops it.
     void WriteAll() {
         m_pService->Start();
@@ -64,8 +88,8 @@ protected:
     }
 
     // The waiting requests, oldest first, each as the texts of its records: "first,second".
-    std::vector<std::string> Queued() {
-        std::vector<std::string> queued;
+    Texts Queued() {
+        Texts queued;
         const ELock lock(m_pService->m_QueueMutex, MUTEX_NAME);
         for (auto at = m_pService->m_LogQueue.GetHeadPosition(); at != nullptr;) {
             const auto* request = static_cast<ELogInfo*>(m_pService->m_LogQueue.GetNext(at));
@@ -76,6 +100,25 @@ protected:
             queued.push_back(texts);
         }
         return queued;
+    }
+
+    // The row of a reported event.
+    static std::string EventRow(const std::string& text) { return "01-31-2024 13:05:09.042 S N: " + text + '\n'; }
+
+    // A text of paths, with every delivery job's directory called "JOB/".
+    static std::string Known(const std::string& paths) {
+        return std::regex_replace(paths, std::regex("Spool/\\$tmp[0-9a-f]{8}/"), "JOB/");
+    }
+
+    // Every file by its known path, and every directory in a log or spool directory, which has no bytes.
+    static Files Found() {
+        Files files;
+        for (const std::string& path : Workplace::Tree()) {
+            if (path != "logs/" && path != "Spool/") {
+                files[Known(path)] = path.back() == '/' ? "" : ReadWhole(path);
+            }
+        }
+        return files;
     }
 
     Workplace m_Workplace;

@@ -17,18 +17,16 @@ public:
         EPersistent::SetDirectory(Wide(m_Dir.Path()));
     }
     ~Workplace() { std::filesystem::current_path(m_Before); }
-    Workplace(const Workplace&) = delete;
-    Workplace& operator=(const Workplace&) = delete;
 
     // Writes the service's section, version 3, with these elements of the list ("type" is put in front of each).
-    static void WriteSection(const std::vector<std::string>& specs, const std::string& dateFormat = "MM-DD-YYYY",
-                             const std::string& timeFormat = "HH:mm:SS.sss") {
+    static void WriteSection(const std::vector<std::string>& specs) {
         std::string list;
         for (const std::string& spec : specs) {
             list += (list.empty() ? "" : ",\n") + (R"({"type": "EFileSpec", )" + spec + "}");
         }
-        WriteWhole("kvLogFile.json", R"({"version": 3, "dateFormat": ")" + dateFormat + R"(", "timeFormat": ")" +
-                                         timeFormat + R"(", "fileSpecs": [)" + list + "]}");
+        WriteWhole("kvLogFile.json", R"({"version": 3, "dateFormat": "MM-DD-YYYY", "timeFormat": "HH:mm:SS.sss", )"
+                                     R"("fileSpecs": [)" +
+                                         list + "]}");
     }
 
     // Every file below the working directory but the configuration, sorted: "logs/a.csv". Directories end in '/'.

@@ -25,41 +25,29 @@ cleanup() {
 # directive NAME: the unit's lines of that name
 directive() { sed -n "s/^$1=//p" "$unit"; }
 
-# What the service manager does to start the unit
-start_unit() {
-    local line
+# run_unit TEXT...: does what the service manager does to start the unit, gives it events one by one, as programs do that
+# come and go, waits until exactly one row of the kernel log has the text of each, and stops it
+run_unit() {
+    local text tries
     mkdir -p "$state" "$runtime"
-    while IFS= read -r line; do
-        sh -c "$line" || fail "$line"
-    done < <(directive ExecStartPre)
+    sh -ec "$(directive ExecStartPre)" || fail "the preparation"
     sh -c "exec $(directive ExecStart)" 2>>"$work/messages" &
     gateway=$!
-}
-
-stop_unit() {
+    for text in "$@"; do
+        timeout 10 sh -c "printf '{\"event\": {\"text\": \"%s\"}}\n' '$text' >$runtime/reports" || fail "reporting $text"
+        for tries in {1..100}; do
+            [[ $(cat "$state"/logs/*.log 2>/dev/null | tr -d '\0' | grep -c ": $text$") == 1 ]] && continue 2
+            sleep 0.1
+        done
+        fail "the row '$text' after $tries tries: $(cat "$work/messages")"
+    done
     kill -TERM "$gateway"
     wait "$gateway" || fail "the program ends with $? after SIGTERM: $(cat "$work/messages")"
     gateway=
 }
 
-# report TEXT: gives one event to the pipe, as a program that comes and goes
-report() { timeout 10 sh -c "printf '{\"event\": {\"text\": \"%s\"}}\n' '$1' >$runtime/reports" || fail "reporting $1"; }
-
-# expect_row TEXT: waits until exactly one row of the kernel log has the text
-expect_row() {
-    local tries
-    for tries in {1..100}; do
-        [[ $(cat "$state"/logs/*.log 2>/dev/null | tr -d '\0' | grep -c "$1") == 1 ]] && return
-        sleep 0.1
-    done
-    fail "the row '$1' after $tries tries: $(cat "$work/messages")"
-}
-
-expect_nothing_left() {
-    local left
-    left=$(find /etc /usr /var /run -xdev -path '*kvgateway*' 2>/dev/null || true)
-    [[ -z $left ]] || fail "left behind: $left"
-}
+# package ARGUMENT...: calls dpkg
+package() { dpkg "$@" >"$work/dpkg.log" 2>&1 || fail "dpkg $*: $(cat "$work/dpkg.log")"; }
 
 [[ $EUID -eq 0 ]] || fail "installing a package needs root"
 ! dpkg -s kvgateway >/dev/null 2>&1 && [[ ! -e $state && ! -e /etc/kvgateway ]] ||
@@ -67,42 +55,33 @@ expect_nothing_left() {
 trap cleanup EXIT
 
 cpack --config "$build/CPackConfig.cmake" -B "$work" >"$work/cpack.log" 2>&1 || fail "cpack: $(cat "$work/cpack.log")"
-package=$(echo "$work"/kvgateway_*.deb)
-contents=$(dpkg-deb -c "$package" | awk '{ print $6 }')
-for file in usr/bin/kvgateway usr/lib/kvgateway/{kvgateway,kvLogFile.so,kvBase39.so} usr/share/man/man1/kvgateway.1 \
+file=$(echo "$work"/kvgateway_*.deb)
+contents=$(dpkg-deb -c "$file" | awk '{ print $6 }')
+for path in usr/bin/kvgateway usr/lib/kvgateway/{kvgateway,kvLogFile.so,kvBase39.so} usr/share/man/man1/kvgateway.1 \
     usr/lib/systemd/system/kvgateway.service usr/share/doc/kvgateway/README.md \
     usr/share/doc/kvgateway/examples/this-machine/kvLogFile.json; do
-    grep -qx "./$file" <<<"$contents" || fail "no $file in the package"
+    grep -qx "./$path" <<<"$contents" || fail "no $path in the package"
 done
-[[ $(dpkg-deb -f "$package" Depends) == *'libstdc++6 (>= '* ]] || fail "no dependency on the runtime libraries"
+[[ $(dpkg-deb -f "$file" Depends) == *'libstdc++6 (>= '* ]] || fail "no dependency on the runtime libraries"
 
-dpkg -i "$package" >"$work/dpkg.log" 2>&1 || fail "dpkg -i: $(cat "$work/dpkg.log")"
+package -i "$file"
 libraries=$(ldd /usr/lib/kvgateway/kvgateway)
 [[ $libraries != *'not found'* && $libraries == *'=> /usr/lib/kvgateway/kvBase39.so '* ]] ||
     fail "libraries of the installed program: $libraries"
 kvgateway check --config /etc/kvgateway >/dev/null || fail "the configuration that the package makes"
-
-start_unit
-report first
-expect_row ': first$'
-report second
-expect_row ': second$'
-stop_unit
-start_unit # as after a crash or an upgrade: the files are continued
-report third
-expect_row ': third$'
-expect_row ': first$'
-stop_unit
+run_unit first second
+run_unit third # as after a crash or an upgrade: the files are continued
+[[ $(cat "$state"/logs/*.log | tr -d '\0' | grep -c ': first$') == 1 ]] || fail "the first row does not outlive a restart"
 
 echo '// kept' >>/etc/kvgateway/gateway.json
-dpkg -i "$package" >"$work/dpkg.log" 2>&1 || fail "installing it once more: $(cat "$work/dpkg.log")"
+package -i "$file"
 grep -qx '// kept' /etc/kvgateway/gateway.json || fail "an upgrade overwrites the operator's configuration"
-
-dpkg -r kvgateway >"$work/dpkg.log" 2>&1 || fail "dpkg -r: $(cat "$work/dpkg.log")"
+package -r kvgateway
 [[ ! -e /usr/bin/kvgateway && ! -L /usr/bin/kvgateway ]] || fail "the program outlives its removal"
 grep -qx '// kept' /etc/kvgateway/gateway.json || fail "the configuration does not outlive the removal"
 [[ -n $(find "$state/logs" -type f) ]] || fail "the log files do not outlive the removal"
 rm -rf "$runtime" # the service manager's to remove
-dpkg -P kvgateway >"$work/dpkg.log" 2>&1 || fail "dpkg -P: $(cat "$work/dpkg.log")"
-expect_nothing_left
-printf 'ok: %s (%d bytes) installs, runs, upgrades and leaves nothing behind\n' "${package##*/}" "$(stat -c %s "$package")"
+package -P kvgateway
+left=$(find /etc /usr /var /run -xdev -path '*kvgateway*' 2>/dev/null || true)
+[[ -z $left ]] || fail "left behind: $left"
+printf 'ok: %s (%d bytes) installs, runs, upgrades and leaves nothing behind\n' "${file##*/}" "$(stat -c %s "$file")"

@@ -1,22 +1,10 @@
 #include "base/InterfaceIds.h"
-#include "base/Messages.h"
 #include "tests/ServiceFixture.h"
 
 namespace {
 
-using Texts = std::vector<std::string>;
-using Messages = std::vector<ReportedMessage>;
-
 class SettingsTest : public ServiceTest {
 protected:
-    // Another service, which restores the section; with a name service when an index is given.
-    EResult Restore(int index = -1) {
-        End();
-        Make();
-        m_pService->PrepareToStart();
-        return index == -1 ? m_pService->Restore(0) : m_pService->RTRestore(0, index);
-    }
-
     // The registered file specifications, each as its key and its file name: "Log=log.csv".
     Texts Registered() {
         Texts found;
@@ -30,9 +18,10 @@ protected:
     }
 };
 
-} // namespace
-
 TEST_F(SettingsTest, ReadsEveryVersionOfTheSection) {
+    EXPECT_EQ(Restore(), RC_OK);
+    EXPECT_EQ(Restore(3), RC_SECTION_NOT_FOUND); // only without names the service does without a section
+    EXPECT_EQ(Registered(), Texts{});
     const std::string begin = R"("list": [{"type": "EFileSpec", "name": "A", "path": "logs", "file": "a.txt", )";
     for (const auto& [head, items, result, expected] :
          {std::tuple{"\"version\": 1, ", R"("s": 5000, "c": 3, "x": 7, "y": 8, "z": 9, "u": 0)", RC_OK,
@@ -44,36 +33,34 @@ TEST_F(SettingsTest, ReadsEveryVersionOfTheSection) {
           {"", R"("s": 1, "c": 2, "x": 0, "y": 0, "z": 0, "u": 1)", RC_ITEM_TYPE,
            "MM-DD-YYYY HH:mm:SS.sss 1 2 1 1 1 0 "}}) { // the oldest then
         SCOPED_TRACE(head);
+        StartAnew({});
         WriteWhole("kvLogFile.json", '{' + (head + begin) + items + "}]}");
         EXPECT_EQ(Restore(), result);
         EXPECT_EQ(Registered(), Texts{"A=a.txt"});
-        const EFileSpec* spec = Spec(L"A");
-        std::string settings = Narrow(m_pService->m_DateFormat) + ' ' + Narrow(m_pService->m_TimeFormat) + ' ';
-        for (const EPersistentInt* item : {&spec->m_MaxFileSize, &spec->m_NumFiles, &spec->m_FileFormat,
-                                           &spec->m_Unicode, &spec->m_DeliveryMode, &spec->m_KeepCopy}) {
-            settings += std::to_string(*item) + ' ';
-        }
-        EXPECT_EQ(settings + Narrow(spec->m_MailName), expected);
+        const EFileSpec& spec = *Spec(L"A");
+        EString settings;
+        settings.Format(L"%s %s %d %d %d %d %d %d %s", static_cast<const wchar_t*>(m_pService->m_DateFormat),
+                        static_cast<const wchar_t*>(m_pService->m_TimeFormat), +spec.m_MaxFileSize, +spec.m_NumFiles,
+                        +spec.m_FileFormat, +spec.m_Unicode, +spec.m_DeliveryMode, +spec.m_KeepCopy,
+                        static_cast<const wchar_t*>(spec.m_MailName));
+        EXPECT_EQ(Narrow(settings), expected);
     }
 }
 
-TEST_F(SettingsTest, DoesWithoutASectionUnlessThereAreNames) {
-    EXPECT_EQ(m_pService->Restore(0), RC_OK);
-    EXPECT_EQ(m_pService->RTRestore(0, 3), RC_SECTION_NOT_FOUND);
-    EXPECT_EQ(Registered(), Texts{});
-}
-
 TEST_F(SettingsTest, RegistersTheFirstOfEachNameThatCanBeDelivered) {
-    Workplace::WriteSection(
-        {SpecItems{.m_File = "first"}, SpecItems{.m_File = "second"}, SpecItems{.m_Name = "log", .m_File = "other"},
-         SpecItems{.m_Name = "Strange", .m_nFormat = 3}, SpecItems{.m_Name = "Up", .m_File = "up", .m_nDelivery = 2},
-         R"("name": "Broken", "logPath": 5)", SpecItems{.m_Name = "Mail", .m_File = "m", .m_nDelivery = 3},
-         SpecItems{.m_Name = "Odd", .m_File = "odd", .m_nDelivery = 9}});
-    EXPECT_EQ(Restore(), RC_OK);
+    const Texts section{SpecItems{.m_File = "first"},
+                        SpecItems{.m_File = "second"},
+                        SpecItems{.m_Name = "log", .m_File = "other"},
+                        SpecItems{.m_Name = "Strange", .m_nFormat = 3},
+                        SpecItems{.m_Name = "Up", .m_File = "up", .m_nDelivery = 2},
+                        R"("name": "Broken", "logPath": 5)",
+                        SpecItems{.m_Name = "Mail", .m_File = "m", .m_nDelivery = 3},
+                        SpecItems{.m_Name = "Odd", .m_File = "odd", .m_nDelivery = 9}};
+    EXPECT_EQ(StartAnew(section), RC_OK);
     EXPECT_EQ(Registered(), (Texts{"Log=first", "log=other", "Up=up", "Mail=m", "Odd=odd"}));
     EXPECT_EQ(m_Kernel.m_Reporter.Messages(), Messages{});
     m_Kernel.m_Missing = {IID_UPLOAD_SERVICE, IID_EMAIL_SERVICE};
-    EXPECT_EQ(Restore(), RC_OK);
+    EXPECT_EQ(StartAnew(section), RC_OK);
     EXPECT_EQ(Registered(), (Texts{"Log=first", "log=other", "Odd=odd"}));
     EXPECT_EQ(m_Kernel.m_Reporter.Messages(), (Messages{{LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_UPLOAD_SERVICE, ""},
                                                         {LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_EMAIL_SERVICE, ""}}));
@@ -87,59 +74,62 @@ TEST_F(SettingsTest, AlwaysHasOneKernelLogAndPointsToIt) {
         {'u', SpecItems{.m_Name = "KernelLog", .m_File = "upload.log", .m_nDelivery = 2}},
         {'r', R"("name": "KernelLog", "logPath": "", "fileName": false)"}};
     m_Kernel.m_Missing = {IID_UPLOAD_SERVICE};
-    const char* const cases[][2] = {
-        {"", "Kavro.log"},  {"gn", "good.log"}, {"s", "Kavro.log"},  {"sg", "good.log"},
-        {"gs", "good.log"}, {"r", "Kavro.log"}, {"rgr", "good.log"}, {"rsng", "Kavro-Kavro.log"},
-        {"gu", "good.log"}, {"ug", "Kavro.log"}}; // the first that could be read is the kernel log, and has to go
-    for (const auto& [letters, file] : cases) {
+    // The first that could be read is the kernel log, even if it has to go.
+    for (const std::string each :
+         {"->Kavro.log", "gn->good.log", "s->Kavro.log", "sg->good.log", "gs->good.log", "r->Kavro.log",
+          "rgr->good.log", "rsng->Kavro-Kavro.log", "gu->good.log", "ug->Kavro.log"}) {
+        const std::size_t arrow = each.find("->");
+        const std::string file = each.substr(arrow + 2);
         Texts section;
-        for (const char letter : std::string(letters)) {
+        for (const char letter : each.substr(0, arrow)) {
             section.push_back(specs.at(letter));
         }
-        Workplace::WriteSection(section);
         for (const int index : {-1, 4}) { // without names, and with names that are qualified
-            SCOPED_TRACE(letters);
-            EXPECT_EQ(Restore(index), RC_OK);
+            SCOPED_TRACE(each);
+            End();
+            Make();
+            Event(L"early");
+            EXPECT_EQ(Configure(section, index), RC_OK);
             EString name;
             int format = -1;
             EXPECT_EQ(m_pService->GetAgentLogFile(name, format), Registered().empty() ? RC_NOT_FOUND : RC_OK);
             m_pService->Start();
-            EXPECT_EQ(Registered(), Texts{std::string("KernelLog=") + file});
-            EXPECT_EQ(Event(L"T"), RC_OK);
+            EXPECT_EQ(Registered(), Texts{"KernelLog=" + file});
+            Event(L"queued"); // overtakes the early one, which waits until nobody else writes
             WriteAll();
+            Event(L"late");
             EXPECT_EQ(m_pService->GetAgentLogFile(name, format), RC_OK);
             EXPECT_EQ(Narrow(name), file);
-            EXPECT_TRUE(std::filesystem::exists(file));
+            const bool made = file == "Kavro.log"; // by the service, not configured
+            const std::string rows = EventRow("queued") + EventRow("early") + EventRow("late");
+            EXPECT_EQ(ReadWhole(file), made ? "\xFF\xFE" + Utf16(rows) : rows);
+            EXPECT_EQ(Spec(L"KernelLog")->m_MaxFileSize, made ? 512000 : 102400);
+            std::filesystem::remove(file);
         }
     }
 }
 
-TEST_F(SettingsTest, MakesDirectories) {
+TEST_F(SettingsTest, MakesDirectoriesUnlessANameServiceDoes) {
     m_pService->PrepareToStart();
     WriteWhole("taken", "");
     EFileSpec spec;
-    const wchar_t* const cases[][2] = {{L"", L"./"},
-                                       {L"logs \t", L"logs/"},
-                                       {L"logs/ ", L"logs//"},
-                                       {L"a\\b", L"a/b/"},
-                                       {L"\u00E9\u20AC", L"\u00E9\u20AC/"},
-                                       {L"with blank/x/y", L"with blank/x/y/"},
-                                       {L"taken/logs", L""}};
-    for (const auto& [path, normal] : cases) {
-        EString made = path;
-        spec.SetLogPath(&made);
-        EXPECT_STREQ(made, normal);
-        EXPECT_TRUE(made.IsEmpty() || std::filesystem::is_directory(Narrow(made))) << Narrow(made);
+    for (const std::string each : {"->./", "logs \t->logs/", "logs/ ->logs//", "a\\b->a/b/",
+                                   "\u00E9\u20AC->\u00E9\u20AC/", "with blank/x/y->with blank/x/y/", "taken/logs->"}) {
+        const std::size_t arrow = each.find("->");
+        EString path = Wide(each.substr(0, arrow));
+        spec.SetLogPath(&path);
+        EXPECT_EQ(Narrow(path), each.substr(arrow + 2));
+        EXPECT_TRUE(path.IsEmpty() || std::filesystem::is_directory(Narrow(path))) << each;
     }
+    const Texts made = Workplace::Tree();
+    m_Kernel.m_Names.m_bPreparesPaths = false;
+    EXPECT_EQ(Configure({SpecItems{.m_Path = R"(c\\d )"}, SpecItems{.m_Name = "KernelLog", .m_Path = R"(e\\f )"}}, 2),
+              RC_OK);
+    EXPECT_EQ(Narrow(Spec(L"Log@2")->m_LogPath) + Narrow(Spec(L"KernelLog")->m_LogPath), "c/d/e\\f ");
+    EXPECT_EQ(Workplace::Tree(), made);
     EXPECT_EQ(m_Kernel.m_Reporter.Messages(),
-              (Messages{{LEVEL_WARNING, SOURCE_LOG_FILE, MSG_NOT_CREATED, "taken/logs/"}}));
+              (Messages{{LEVEL_WARNING, SOURCE_LOG_FILE, MSG_NOT_CREATED, "taken/logs/"},
+                        {LEVEL_ERROR, SOURCE_LOG_FILE, MSG_PATH_NOT_PREPARED, ""}}));
 }
 
-TEST_F(SettingsTest, LeavesDirectoriesToTheNameService) {
-    m_Kernel.m_Names.m_bPreparesPaths = false;
-    Workplace::WriteSection({SpecItems{.m_Path = R"(a\\b )"}, SpecItems{.m_Name = "KernelLog", .m_Path = R"(c\\d )"}});
-    EXPECT_EQ(Restore(2), RC_OK);
-    EXPECT_EQ(m_Kernel.m_Reporter.Messages(), (Messages{{LEVEL_ERROR, SOURCE_LOG_FILE, MSG_PATH_NOT_PREPARED, ""}}));
-    EXPECT_EQ(Narrow(Spec(L"Log@2")->m_LogPath) + Narrow(Spec(L"KernelLog")->m_LogPath), "a/b/c\\d ");
-    EXPECT_EQ(Workplace::Tree(), Texts{});
-}
+} // namespace

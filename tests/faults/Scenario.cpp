@@ -233,8 +233,8 @@ private:
             }
         }
         const auto note = [&](Contents contents) { sent.merge(contents); };
-        std::ranges::for_each(kernel.m_Upload.m_Uploads, note, &Upload::m_Contents);
-        std::ranges::for_each(kernel.m_EMail.m_Sent, note, &SentMail::m_Contents);
+        std::ranges::for_each(kernel.m_Upload.m_Sent, note, &Sending::m_Contents);
+        std::ranges::for_each(kernel.m_EMail.m_Sent, note, &Sending::m_Contents);
         for (const FaultLog& log : LOGS) {
             if (log.IsDelivered() == delivered) {
                 m_Kept[log.m_Items.m_Name] = RowsIn(log, kept);

@@ -4,47 +4,35 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
 using Intake = ServiceTest;
 
-std::string EventRow(const std::string& text) {
-    return "01-31-2024 13:05:09.042 S N: " + text + '\n';
-}
-
 TEST_F(Intake, EachCallIsRefusedForItsFirstFault) {
-    Workplace::WriteSection(
-        {SpecItems{}, SpecItems{.m_Name = "Up", .m_nDelivery = 2}, SpecItems{.m_Name = "Mail", .m_nDelivery = 3}});
-    m_pService->PrepareToStart();
-    ASSERT_EQ(m_pService->Restore(0, 5), RC_OK);
+    ASSERT_EQ(Configure({SpecItems{}, SpecItems{.m_Name = "Up", .m_nDelivery = 2},
+                         SpecItems{.m_Name = "Mail", .m_nDelivery = 3}},
+                        5),
+              RC_OK);
     EONEVENTSTRUCT records[3] = {MakeRecord(L"N", L"a"), MakeRecord(L"N", L"b"), MakeRecord(L"N", L"c")};
     records[0].m_nIdentifier = 5;
     records[2].m_nIdentifier = 6;
-    struct Case {
-        const wchar_t* m_pszAction;
-        const wchar_t* m_pszName;
-        unsigned long m_nCount;
-        EONEVENTSTRUCT* m_pRecords;
-        EResult m_Result;
-        Texts m_Queued{};
-    };
-    const Case cases[] = {{L"?", L"?", 0, records, RC_NO_RECORD},
-                          {L"DoLogEventToFile", L"Log@5", 1, nullptr, RC_NO_RECORD},
-                          {L"?", L"?", 1, records, RC_NO_LOG_FILE},
-                          {L"DoLogEventToFile", L"log@5", 1, records, RC_NO_LOG_FILE},
-                          {L"dologeventtofile", L"Log@5", 1, records, RC_NO_ACTION},
-                          {L"DoLogEventToFile ", L"Log@5", 1, records, RC_NO_ACTION},
-                          {L"DoLogDelivery", L"Log@5", 1, records, RC_NO_ACTION},
-                          {L"DoLogDelivery", L"Up@5", 2, records, RC_OK, {"a,b"}},
-                          {L"DoLogDelivery", L"Mail@5", 1, records, RC_OK, {"a"}},
-                          // An alarm goes to the log file of its first record's identifier only.
-                          {L"DoLogAlarmToFile", L"Log@5", 3, records, RC_OK, {"a,b,c"}},
-                          {L"DoLogAlarmToFile", L"Log@5", 1, records + 1, RC_OK},
-                          {L"DoLogAlarmToFile", L"Log@5", 1, records + 2, RC_OK}};
-    for (const Case& of : cases) {
-        const auto skipped = static_cast<std::ptrdiff_t>(Queued().size());
-        EXPECT_EQ(Invoke(of.m_pszAction, of.m_pszName, of.m_pRecords, of.m_nCount), of.m_Result) << &of - cases;
-        const Texts queued = Queued();
-        EXPECT_EQ(Texts(queued.begin() + skipped, queued.end()), of.m_Queued) << &of - cases;
+    Texts expected;
+    for (const auto& [action, name, count, given, result, queued] :
+         {std::tuple{L"?", L"?", 0, &records[0], RC_NO_RECORD, Texts{}},
+          {L"DoLogEventToFile", L"Log@5", 1, nullptr, RC_NO_RECORD, {}},
+          {L"?", L"?", 1, records, RC_NO_LOG_FILE, {}},
+          {L"DoLogEventToFile", L"log@5", 1, records, RC_NO_LOG_FILE, {}},
+          {L"dologeventtofile", L"Log@5", 1, records, RC_NO_ACTION, {}},
+          {L"DoLogEventToFile ", L"Log@5", 1, records, RC_NO_ACTION, {}},
+          {L"DoLogDelivery", L"Log@5", 1, records, RC_NO_ACTION, {}},
+          {L"DoLogDelivery", L"Up@5", 2, records, RC_OK, {"a,b"}},
+          {L"DoLogDelivery", L"Mail@5", 1, records, RC_OK, {"a"}},
+          // An alarm goes to the log file of its first record's identifier only.
+          {L"DoLogAlarmToFile", L"Log@5", 3, records, RC_OK, {"a,b,c"}},
+          {L"DoLogAlarmToFile", L"Log@5", 1, records + 1, RC_OK, {}},
+          {L"DoLogAlarmToFile", L"Log@5", 1, records + 2, RC_OK, {}}}) {
+        SCOPED_TRACE(testing::PrintToString(action) + testing::PrintToString(name));
+        EXPECT_EQ(Invoke(action, name, given, static_cast<unsigned long>(count)), result);
+        expected.insert(expected.end(), queued.begin(), queued.end());
+        EXPECT_EQ(Queued(), expected);
     }
     EString name = L"Log@5";
     EString unknown = L"?";
@@ -71,69 +59,64 @@ TEST_F(Intake, AFullQueueDropsTheNewest) {
     EXPECT_FALSE(std::filesystem::exists("kernel.log"));
 }
 
+// The kernel log's name is read first, and it is known from there on. The second one is refused in the end: the gateway
+// has no upload service.
 TEST_F(Intake, EarlyEventsAreWrittenBeforeTheFirstThatCanBe) {
-    Event(L"one");
-    Event(L"two");
-    Configure({SpecItems{.m_Name = "KernelLog", .m_Path = "", .m_File = "k.log", .m_nFiles = 1, .m_nFormat = 0}});
-    EXPECT_FALSE(std::filesystem::exists("k.log"));
-    Event(L"three"); // in this thread
-    EXPECT_EQ(ReadWhole("k.log"), EventRow("one") + EventRow("two") + EventRow("three"));
-
-    OnThreads(8, [&](int thread) {
-        for (const int number : UpTo(50)) {
-            EXPECT_EQ(Event(Mark(thread, number).c_str()), RC_OK);
-        }
-    });
-    EXPECT_EQ(MarksIn("k.log"), FromThreads(8, 50));
-}
-
-// Its name is read first, and it is known from there on.
-TEST_F(Intake, EventsWaitUntilTheKernelLogIsRead) {
-    for (const int delivery : {1, 2}) { // the second is refused: the gateway has no upload service
-        m_Kernel.m_Missing = {IID_UPLOAD_SERVICE};
-        m_Kernel.m_Names.m_OnQualify = [this] { Event(L"during"); };
-        Workplace::WriteSection({SpecItems{
-            .m_Name = "KernelLog", .m_Path = "", .m_File = "k.log", .m_nFormat = 0, .m_nDelivery = delivery}});
-        m_pService->PrepareToStart();
-        EXPECT_EQ(m_pService->Restore(0, 5), RC_OK);
-        EXPECT_EQ(Workplace::Tree(), Texts{});
-        Event(L"after");
-        const bool accepted = delivery == 1;
-        EXPECT_EQ(ReadWhole("k.log"), accepted ? EventRow("during") + EventRow("after") : "");
+    m_Kernel.m_Missing = {IID_UPLOAD_SERVICE};
+    m_Kernel.m_Names.m_OnQualify = [this] { Event(L"during"); };
+    for (const int delivery : {1, 2}) {
         End();
-        std::filesystem::remove("k.log");
         Make();
+        Event(L"one");
+        Event(L"two");
+        EXPECT_EQ(Configure({SpecItems{.m_Name = "KernelLog",
+                                       .m_Path = "",
+                                       .m_File = "k.log",
+                                       .m_nFiles = 1,
+                                       .m_nFormat = 0,
+                                       .m_nDelivery = delivery}},
+                            5),
+                  RC_OK);
+        EXPECT_EQ(Found(), Files());
+        Event(L"after"); // in this thread
+        const std::string rows = EventRow("one") + EventRow("two") + EventRow("during") + EventRow("after");
+        EXPECT_EQ(ReadWhole("k.log"), delivery == 1 ? rows : "");
+        OnThreads(8, [&](int thread) {
+            for (const int number : UpTo(50)) {
+                EXPECT_EQ(Event(Mark(thread, number).c_str()), RC_OK);
+            }
+        });
+        EXPECT_EQ(MarksIn("k.log"), delivery == 1 ? FromThreads(8, 50) : Marks());
+        std::filesystem::remove("k.log");
     }
 }
 
-TEST_F(Intake, EarlyEventsWaitWhileTheWorkerWritesTheDefaultKernelLog) {
-    Event(L"early");
-    Configure({});
-    m_pService->Start();
-    Event(L"queued");
-    WriteAll();
-    Event(L"late");
-    EXPECT_EQ(ReadWhole("Kavro.log"), "\xFF\xFE" + Utf16(EventRow("queued") + EventRow("early") + EventRow("late")));
-    EXPECT_EQ(Workplace::Tree(), Texts{"Kavro.log"});
-    EXPECT_EQ(Spec(L"KernelLog")->m_MaxFileSize, 512000);
-}
-
-// A reporter pays for the copy of its record, not for the place in the queue.
-TEST_F(Intake, AReportCostsTwoAllocationsHoweverManyLogFilesThereAre) {
-    std::vector<std::string> specs;
+// A reporter pays for the copy of its record, not for the place in the queue, and not for the other log files. Writing a
+// row costs nothing.
+TEST_F(Intake, AReportCostsTwoAllocationsAndARowNone) {
+    Texts specs;
     for (const int number : UpTo(200)) {
         specs.push_back(SpecItems{.m_Name = "Log" + std::to_string(number)});
     }
     Configure(specs);
     EString name = L"Log150";
-    EONEVENTSTRUCT record = MakeRecord();
+    EONEVENTSTRUCT record = MakeRecord(L"A name of usual length", L"A text that is a bit longer than that");
+    record.m_nAlarmNumber = 123456;
+    record.m_Value.SetDouble(-1234.5);
     for (int i = 0; i < 8; ++i) { // fills a block of the list
         m_pService->LogAlarm(name, &record);
     }
-    const AllocationCount counted;
+    const AllocationCount ofReport;
     delete static_cast<ELogInfo*>(m_pService->m_LogQueue.RemoveHead());
     m_pService->LogAlarm(name, &record);
-    EXPECT_LE(counted.Count(), 2U); // the request with its record, and the texts
+    EXPECT_LE(ofReport.Count(), 2U); // the request with its record, and the texts
+    for (const ActionType action : {ACTION_LOG_ALARM, ACTION_LOG_SNAPSHOT}) {
+        ELogInfo request(Spec(name), action, 1, &record);
+        m_pService->ProcessLogFile(&request);
+        const AllocationCount ofRow;
+        m_pService->ProcessLogFile(&request);
+        EXPECT_EQ(ofRow.Count(), 0U);
+    }
 }
 
 } // namespace

@@ -1,123 +1,111 @@
-#include "tests/AllocationCount.h"
-#include "tests/files/LogFiles.h"
+#include "tests/ServiceFixture.h"
 
+#include <array>
 #include <charconv>
 #include <cmath>
 
+using namespace std::string_literals;
+
 namespace {
 
-using ProcessingTest = LogFilesTest;
+using ProcessingTest = ServiceTest;
 
 constexpr const char* FIRST = "logs/log-0.csv";
 const std::string ALARM_COLUMNS = "H956,H957,H958,H959,H960,H961,H962,H963,H964,H965\n";
 
 TEST_F(ProcessingTest, EachActionInEachFormatAndEncoding) {
-    const std::string alarm = ALARM_COLUMNS + "01-31-2024,13:05:09.042,N,T,S,D,Not Active,Not ACKED,7,17\n";
-    std::string plainAlarm = alarm;
-    std::erase(plainAlarm, ',');
-    const std::string event = "01-31-2024 13:05:09.042 S N: T\n";
-    const std::string page =
-        "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0 Transitional//EN\">\n<HTML><HEAD><TITLE></TITLE>\n"
-        "<META http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">\n</HEAD>\n<BODY>\n"
-        "<TABLE cellspacing=\"0\" cellpadding=\"4\" border=\"1\">\n<THEAD>\n<TR>\n</TR>\n</THEAD>\n<TBODY>\n"
-        "<TR>\n<TD>01-31-2024 13:05:09.042 S N: T</TD>\n</TR>\n";
-    struct Case {
-        const wchar_t* m_pszAction;
-        int m_nFormat;
-        int m_nUnicode;
-        Files m_Files;
+    const std::string comma = ALARM_COLUMNS + "01-31-2024,13:05:09.042,N,~<&,S,,Not Active,Not ACKED,7,17\n";
+    std::string plain = comma;
+    std::erase(plain, ',');
+    const std::string event = "01-31-2024 13:05:09.042 S N: ~<&\n";
+    const auto narrow = [](std::string text) { return text.replace(text.find('~'), 1, "\xE9\xAC\0"s); };
+    const auto wide = [](const std::string& text) {
+        std::string bytes = "\xFF\xFE" + Utf16(text);
+        return bytes.replace(bytes.find('~'), 2, "\xE9\0\xAC\x20\0\xF6"s);
     };
-    const Case cases[] = {
-        {L"DoLogAlarmToFile", 0, 0, {{FIRST, plainAlarm}}},
-        {L"DoLogAlarmToFile", 0, 1, {{FIRST, "\xFF\xFE" + Utf16(plainAlarm)}}},
-        {L"DoLogAlarmToFile", 1, 0, {{FIRST, alarm}}},
-        {L"DoLogAlarmToFile", 1, 1, {{FIRST, "\xFF\xFE" + Utf16(alarm)}}},
+    const auto page = [](const std::string& columns, const std::string& cells) {
+        const std::regex cell("([^,\n]*)[,\n]");
+        return "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0 Transitional//EN\">\n<HTML><HEAD><TITLE></TITLE>\n"
+               "<META http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">\n</HEAD>\n<BODY>\n"
+               "<TABLE cellspacing=\"0\" cellpadding=\"4\" border=\"1\">\n<THEAD>\n<TR>\n" +
+               std::regex_replace(columns, cell, "<TH>$1</TH>\n") + "</TR>\n</THEAD>\n<TBODY>\n<TR>\n" +
+               std::regex_replace(cells, cell, "<TD>$1</TD>\n") + "</TR>\n";
+    };
+    const std::string text = "\u00E9\u20AC\U0001F600<&";
+    const std::tuple<const wchar_t*, int, int, Files> cases[] = {
+        {ACTION_NAME_ALARM, 0, 0, {{FIRST, narrow(plain)}}},
+        {ACTION_NAME_ALARM, 0, 1, {{FIRST, wide(plain)}}},
+        {ACTION_NAME_ALARM, 1, 0, {{FIRST, narrow(comma)}}},
+        {ACTION_NAME_ALARM, 1, 1, {{FIRST, wide(comma)}}},
+        {ACTION_NAME_ALARM,
+         2,
+         0,
+         {{FIRST, page(ALARM_COLUMNS, "01-31-2024,13:05:09.042,N," + text + ",S,&nbsp;,Not Active,Not ACKED,7,17\n")}}},
         // Events have no columns: a header of no bytes leaves the new file empty, and an empty file is replaced.
-        {L"DoLogEventToFile", 0, 0, {{FIRST, event}, {"logs/log-1.csv", ""}}},
-        {L"DoLogEventToFile", 1, 2, {{FIRST, event}, {"logs/log-1.csv", ""}}},
-        {L"DoLogEventToFile", 1, 1, {{FIRST, "\xFF\xFE" + Utf16(event)}}},
-        {L"DoLogEventToFile", 2, 1, {{FIRST, page}}}};
-    for (const Case& each : cases) {
+        {ACTION_NAME_EVENT, 0, 0, {{FIRST, narrow(event)}, {"logs/log-1.csv", ""}}},
+        {ACTION_NAME_EVENT, 1, 2, {{FIRST, narrow(event)}, {"logs/log-1.csv", ""}}},
+        {ACTION_NAME_EVENT, 1, 1, {{FIRST, wide(event)}}},
+        {ACTION_NAME_EVENT, 2, 1, {{FIRST, page("", "01-31-2024 13:05:09.042 S N: " + text + '\n')}}}};
+    for (const auto& [action, format, unicode, files] : cases) {
         std::filesystem::remove_all("logs");
-        StartAnew({SpecItems{.m_nFormat = each.m_nFormat, .m_nUnicode = each.m_nUnicode}});
-        EONEVENTSTRUCT record = MakeRecord();
+        StartAnew({SpecItems{.m_nFormat = format, .m_nUnicode = unicode}});
+        const EString wideText = Wide(text);
+        EONEVENTSTRUCT record = MakeRecord(L"N", wideText);
+        record.m_pszDetail = L"";
         record.m_nIdentifier = -1;
-        EXPECT_EQ(Invoke(each.m_pszAction, L"Log", &record), RC_OK);
+        EXPECT_EQ(Invoke(action, L"Log", &record), RC_OK);
         record.m_pszText = L"changed since"; // the request has texts of its own
         WriteAll();
-        EXPECT_EQ(Found(), each.m_Files) << &each - cases;
+        EXPECT_EQ(Found(), files) << format << unicode;
     }
 }
 
-TEST_F(ProcessingTest, AlarmCells) {
-    struct Case {
-        std::uint16_t m_wState;
-        std::int32_t m_nNumber;
-        double m_Value;
-        const char* m_pszCells; // behind the texts
-    };
-    Workplace::WriteSection({SpecItems{}});
-    m_pService->PrepareToStart();
-    m_pService->RTRestore(0, 4);
-    std::string expected = ALARM_COLUMNS;
-    for (const Case& each : {Case{0x0006, 0, 0.1, "Active,ACKED,0,0.1\n"},
-                             {0x0002, -1, 12.75, "Active,Not ACKED,-1,12.75\n"},
-                             {0x0004, INT32_MAX, -1e300, "Not Active,ACKED,2147483647,-1e+300\n"},
-                             {0xFFF9, INT32_MIN, 3, "Not Active,Not ACKED,-2147483648,3\n"}}) {
-        EONEVENTSTRUCT record = MakeRecord(L"Pump@4", L"a,b");
-        record.m_wState = each.m_wState;
-        record.m_nAlarmNumber = each.m_nNumber;
-        record.m_Value.SetDouble(each.m_Value);
+TEST_F(ProcessingTest, AlarmsAndEventsAsTheirRecordsSay) {
+    Configure({SpecItems{}, SpecItems{.m_Name = "Event", .m_File = "event.csv"}}, 4);
+    std::string alarms = ALARM_COLUMNS;
+    std::string events;
+    using Prefix = std::array<std::int32_t, 4>;
+    for (const auto& [state, number, value, cells, prefix, inFront] :
+         {std::tuple{0x0006, 0, 0.1, "Active,ACKED,0,0.1\n", Prefix{0, 0, 0, 0}, ""},
+          {0x0002, -1, 12.75, "Active,Not ACKED,-1,12.75\n", {1, 2, 3, 4}, "[ 1,  2,  3,   4] "},
+          {0x0004, INT32_MAX, -1e300, "Not Active,ACKED,2147483647,-1e+300\n", {0, 0, 0, 5}, "[ 0,  0,  0,   5] "},
+          {0xFFF9, INT32_MIN, 3, "Not Active,Not ACKED,-2147483648,3\n", {-1, 0, 0, 0}, "[-1,  0,  0,   0] "},
+          {0, 1, 1, "Not Active,Not ACKED,1,1\n", {123, -45, INT32_MIN, 5678}, "[123, -45, -2147483648, 5678] "}}) {
+        EONEVENTSTRUCT record = MakeRecord(L"100%s@4", L"%d: a,b");
+        record.m_wState = static_cast<std::uint16_t>(state);
+        record.m_nAlarmNumber = number;
+        record.m_Value.SetDouble(value);
+        std::ranges::copy(prefix, record.m_nPrefixNumbers);
         Process(ACTION_LOG_ALARM, &record, 1, L"Log@4");
-        expected += std::string("01-31-2024,13:05:09.042,Pump@4,a,b,S,D,") + each.m_pszCells;
+        Process(ACTION_LOG_EVENT, &record, 1, L"Event@4");
+        alarms += std::string("01-31-2024,13:05:09.042,100%s@4,%d: a,b,S,D,") + cells;
+        events += std::string(inFront) + "01-31-2024 13:05:09.042 S 100%s@4: %d: a,b\n";
     }
     const EONEVENTSTRUCT nothing{};
     Process(ACTION_LOG_ALARM, &nothing, 1, L"Log@4");
-    EXPECT_EQ(ReadWhole(FIRST), expected + "01-01-1970,00:00:00.000,,,,,Not Active,Not ACKED,0,\n");
+    Process(ACTION_LOG_EVENT, &nothing, 1, L"Event@4");
+    EXPECT_EQ(ReadWhole(FIRST), alarms + "01-01-1970,00:00:00.000,,,,,Not Active,Not ACKED,0,\n");
+    EXPECT_EQ(ReadWhole("logs/event.csv"), events + "01-01-1970 00:00:00.000  : \n");
 }
 
 // Those of few decimals are printed in another way than the rest.
-TEST(ValueTest, DoublesAreTheShortestText) {
-    const auto print = [](double number) {
+TEST_F(ProcessingTest, DoublesAreTheShortestText) {
+    std::vector<double> numbers{99999.999, 0.001, -0.0};
+    for (int i = -1'000'000; i <= 1'000'000; i += 67) {
+        for (const double unit : {0.0001, 0.001, 0.1, 1.0}) {
+            const double number = i * unit; // not always the double next to the decimal number
+            numbers.insert(numbers.end(), {number, i / (1 / unit), std::nextafter(number, 1e9)});
+        }
+    }
+    for (const double number : numbers) {
         CDataValue value;
         value.SetDouble(number);
         EString text;
         value.GetString(text, 0, 0, 0);
-        return Narrow(text);
-    };
-    for (int i = -1'000'000; i <= 1'000'000; i += 67) {
-        for (const double unit : {0.0001, 0.001, 0.1, 1.0}) {
-            const double number = i * unit; // not always the double next to the decimal number
-            for (const double each : {number, i / (1 / unit), std::nextafter(number, 1e9)}) {
-                char shortest[32] = {};
-                std::to_chars(shortest, shortest + sizeof shortest, each);
-                ASSERT_EQ(print(each), shortest);
-            }
-        }
+        char shortest[32] = {};
+        std::to_chars(shortest, shortest + sizeof shortest, number);
+        ASSERT_EQ(Narrow(text), shortest);
     }
-    EXPECT_EQ(print(99999.999) + print(100000) + print(0.001) + print(-0.0), "99999.9991e+050.001-0");
-}
-
-TEST_F(ProcessingTest, PrefixNumbersStandInFrontOfEvents) {
-    struct Case {
-        std::int32_t m_Numbers[4];
-        const char* m_pszPrefix;
-    };
-    Configure({SpecItems{}});
-    std::string expected;
-    for (const Case& each : {Case{{0, 0, 0, 0}, ""},
-                             {{1, 2, 3, 4}, "[ 1,  2,  3,   4] "},
-                             {{0, 0, 0, 5}, "[ 0,  0,  0,   5] "},
-                             {{-1, 0, 0, 0}, "[-1,  0,  0,   0] "},
-                             {{123, -4567, INT32_MIN, 12345}, "[123, -4567, -2147483648, 12345] "}}) {
-        EONEVENTSTRUCT record = MakeRecord(L"100%s", L"%d: x");
-        std::copy_n(each.m_Numbers, 4, record.m_nPrefixNumbers);
-        Process(ACTION_LOG_EVENT, &record);
-        expected += std::string(each.m_pszPrefix) + "01-31-2024 13:05:09.042 S 100%s: %d: x\n";
-    }
-    const EONEVENTSTRUCT bare{};
-    Process(ACTION_LOG_EVENT, &bare);
-    EXPECT_EQ(ReadWhole(FIRST), expected + "01-01-1970 00:00:00.000  : \n");
 }
 
 TEST_F(ProcessingTest, ASnapshotIsOneRowAndTheFirstRowsColumnsStay) {
@@ -154,24 +142,10 @@ TEST_F(ProcessingTest, NothingIsDoneWhenThereIsNothingToDo) {
     EXPECT_EQ(m_pService->ProcessLogFile(nullptr), RC_NO_RECORD);
     for (const auto& [action, count] : {std::pair{0, 0U}, {1, 0U}, {4, 1U}, {5, 1U}, {-1, 1U}, {2, 0U}}) {
         EXPECT_EQ(Process(static_cast<ActionType>(action), &record, count), RC_OK) << action;
-        EXPECT_EQ(Found(), Files{}) << action;
+        EXPECT_EQ(Found(), Files()) << action;
     }
     Process(ACTION_LOG_ALARM, &record); // the snapshot without a cell has settled the columns, and nothing before it
     EXPECT_EQ(ReadWhole(FIRST).substr(0, 10), "H956,H957\n");
-}
-
-TEST_F(ProcessingTest, ARowAllocatesNothing) {
-    Configure({SpecItems{}});
-    EONEVENTSTRUCT record = MakeRecord(L"A name of usual length", L"A text that is a bit longer than that");
-    record.m_nAlarmNumber = 123456;
-    record.m_Value.SetDouble(-1234.5);
-    for (const ActionType action : {ACTION_LOG_ALARM, ACTION_LOG_SNAPSHOT}) {
-        ELogInfo request(Spec(), action, 1, &record);
-        m_pService->ProcessLogFile(&request);
-        const AllocationCount allocations;
-        m_pService->ProcessLogFile(&request);
-        EXPECT_EQ(allocations.Count(), 0U);
-    }
 }
 
 } // namespace

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "base/EMailMessage.h"
-#include "base/EString.h"
+#include "base/EUploadFile.h"
+#include "base/EUploadFiles.h"
+#include "base/EUtility.h"
 #include "base/IActionRegistry.h"
 #include "base/IEMailService.h"
 #include "base/IErrorReporter.h"
@@ -11,21 +13,25 @@
 #include "base/ISMListener.h"
 #include "base/IStringTable.h"
 #include "base/IUploadService.h"
-#include "tests/TempDir.h"
+#include "base/InterfaceIds.h"
+#include "tests/Reports.h"
 #include "tests/kernel/InKernel.h"
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <mutex>
 #include <set>
-#include <string>
-#include <thread>
-#include <vector>
+#include <sstream>
 
 // A kernel for tests: serves every interface that the module asks for, does what the test has scripted, and keeps what
 // it was told. All texts are UTF-8. The scripts are set before the threads start; the records are read after they ended.
 
-std::string Narrow(const wchar_t* text); // UTF-8
+inline std::string Narrow(const wchar_t* text) {
+    EByteArray bytes;
+    EUtility::Utf8Encode(text, bytes);
+    return {bytes.GetData(), bytes.GetData() + bytes.GetSize()};
+}
 
 struct ReportedMessage {
     int m_nLevel;
@@ -47,12 +53,8 @@ public:
         const std::lock_guard<std::mutex> lock(m_Mutex);
         return m_Messages;
     }
-    int Count(int messageNumber) const {
-        int count = 0;
-        for (const ReportedMessage& message : Messages()) {
-            count += message.m_nNumber == messageNumber ? 1 : 0;
-        }
-        return count;
+    std::ptrdiff_t Count(int number) const {
+        return std::ranges::count(Messages(), number, &ReportedMessage::m_nNumber);
     }
 
 private:
@@ -61,8 +63,7 @@ private:
 };
 
 // name@id, as the gateway qualifies names.
-class TestNames : public INameService {
-public:
+struct TestNames : INameService {
     EResult QualifyName(int id, EString* name) override {
         const InKernel here;
         if (m_OnQualify) {
@@ -114,13 +115,11 @@ public:
     std::function<void()> m_OnQualify; // called while a log file's items are read
 };
 
-class TestActions : public IActionRegistry {
-public:
+struct TestActions : IActionRegistry {
     EResult RegisterAction(const wchar_t* name, IAction* action) override {
         const InKernel here;
         m_Registered.emplace_back(Narrow(name), action);
-        const auto refused = m_Refused.find(Narrow(name));
-        return refused != m_Refused.end() ? refused->second : RC_OK;
+        return m_Refused[Narrow(name)];
     }
 
     std::map<std::string, EResult> m_Refused;
@@ -131,18 +130,17 @@ class TestControl : public IKernelControl {
 public:
     EResult Operation3() override { return Note("3"); }
     EResult Operation5() override { return Note("5"); }
-    EResult Operation6(unsigned long value) override { return Note("6", value); }
+    EResult Operation6(unsigned long value) override { return Note("6(" + std::to_string(value) + ')'); }
     EResult IsRestoreWanted() override { return m_bRestoreWanted ? 1 : 0; }
-    EResult Operation9(unsigned long value) override { return Note("9", value); }
+    EResult Operation9(unsigned long value) override { return Note("9(" + std::to_string(value) + ')'); }
 
     bool m_bRestoreWanted = false;
     std::vector<std::string> m_Calls; // "9(1)", "6(0)", "3", "5"
 
 private:
-    template <class... Value>
-    EResult Note(const char* number, Value... value) {
+    EResult Note(const std::string& call) {
         const InKernel here;
-        m_Calls.push_back((std::string(number) + ... + ('(' + std::to_string(value) + ')')));
+        m_Calls.push_back(call);
         return RC_OK;
     }
 };
@@ -163,15 +161,38 @@ private:
 // When and where the notices of sendings are given.
 class TestNotices {
 public:
-    enum class When { Inside, Later, OutOfOrder, Twice, Never, Mixed };
+    enum class When { Inside, Later, OutOfOrder, Twice, Mixed };
 
-    // Inside: in the calling thread, at once. Never: not at all. Otherwise GiveNext or Deliver gives it. Mixed: each of
-    // the first four in turn.
-    void Take(const std::function<void()>& notice);
+    // Inside: in the calling thread, at once. Otherwise GiveNext or Deliver gives it. Mixed: each of the others in turn.
+    void Take(const std::function<void()>& notice) {
+        const When when = m_When == When::Mixed ? static_cast<When>(m_nTaken++ % 4) : m_When;
+        if (when == When::Inside) {
+            InKernel::Leave(notice);
+            return;
+        }
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        m_Waiting.insert(when == When::OutOfOrder ? m_Waiting.begin() : m_Waiting.end(), when == When::Twice ? 2 : 1,
+                         notice);
+    }
     // Gives the next one that has been taken, in the calling thread; false when there is none.
-    bool GiveNext();
+    bool GiveNext() {
+        std::unique_lock<std::mutex> lock(m_Mutex);
+        if (m_Waiting.empty()) {
+            return false;
+        }
+        const std::function<void()> notice = std::move(m_Waiting.front());
+        m_Waiting.erase(m_Waiting.begin());
+        lock.unlock();
+        notice();
+        return true;
+    }
     // Gives what has been taken, from `threads` other threads at a time, and returns when all are given.
-    void Deliver(int threads = 1);
+    void Deliver(int threads = 1) {
+        OnThreads(threads, [this](int /*thread*/) {
+            while (GiveNext()) {
+            }
+        });
+    }
 
     When m_When = When::Later;
 
@@ -181,16 +202,34 @@ private:
     int m_nTaken = 0;
 };
 
-struct SentMail {
-    std::string m_Name;
-    std::string m_Attachments;                     // as the definition stood
-    std::map<std::string, std::string> m_Contents; // attached file (as named) to its bytes
+struct Sending {
+    std::string m_To;                              // the definition's name, or the upload's parameters
+    std::string m_Paths;                           // of the attachments or files, each behind a ';'
+    std::map<std::string, std::string> m_Contents; // path to bytes
     bool m_bWithRecord;
 };
 
-class TestEMail : public IEMailService {
-public:
-    EResult SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* record) override;
+inline Sending ReadSending(const std::string& to, const std::string& paths, bool withRecord) {
+    Sending sending{to, paths, {}, withRecord};
+    std::istringstream each(paths);
+    for (std::string path; std::getline(each, path, ';');) {
+        if (std::filesystem::exists(path)) {
+            sending.m_Contents[path] = ReadWhole(path);
+        }
+    }
+    return sending;
+}
+
+struct TestEMail : IEMailService {
+    EResult SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* record) override {
+        const InKernel here;
+        if (m_RefusedSends.count(m_nSends++) != 0) {
+            return RC_MISSING;
+        }
+        m_Sent.push_back(ReadSending(Narrow(name), m_Definitions.at(Narrow(name)), record != nullptr));
+        m_Notices.Take([=] { completion(EMAIL_SENT, context); });
+        return RC_OK;
+    }
     EMailMessage* CreateMessage() override {
         const InKernel here;
         m_nRecords += m_bGivesRecords ? 1 : 0;
@@ -218,35 +257,60 @@ public:
     std::map<std::string, std::string> m_Definitions; // name to attachment list
     std::set<int> m_RefusedSends;                     // by their number, from 0
     bool m_bGivesRecords = true;
-    bool m_bKeepContents = true;
     TestNotices m_Notices;
 
-    std::vector<SentMail> m_Sent; // those that were started
-    int m_nSends = 0;             // and those that were refused
-    int m_nRecords = 0;           // created and not released
+    std::vector<Sending> m_Sent; // those that were started
+    int m_nSends = 0;            // and those that were refused
+    int m_nRecords = 0;          // created and not released
 };
 
-struct Upload {
-    std::vector<std::string> m_Paths;
-    std::map<std::string, std::string> m_Contents;
-    std::vector<std::string> m_Parameters; // "(null)" for null
-};
-
-class TestUpload : public IUploadService {
-public:
+struct TestUpload : IUploadService {
     EResult UploadFiles(EUploadFiles* files, EString* parameter1, EString* parameter2, EString* parameter3,
-                        unsigned long context, ISMListener* listener) override;
+                        unsigned long context, ISMListener* listener) override {
+        const InKernel here;
+        if (m_bRefuses) {
+            return RC_MISSING;
+        }
+        std::string paths;
+        for (auto position = files->GetHeadPosition(); position != nullptr;) {
+            paths += ';' + Narrow(static_cast<EUploadFile*>(files->GetNext(position))->m_Path);
+        }
+        std::string parameters;
+        for (const EString* parameter : {parameter1, parameter2, parameter3}) {
+            parameters += parameter != nullptr ? Narrow(*parameter) + ' ' : "(null) ";
+        }
+        m_Sent.push_back(ReadSending(parameters, paths, false));
+        m_nContext = context;
+        m_Notices.Take([=] { listener->OnUploadComplete(context, 0); });
+        return RC_OK;
+    }
 
     bool m_bRefuses = false;
-    bool m_bKeepContents = true;
     TestNotices m_Notices;
-    std::vector<Upload> m_Uploads; // those that were started
-    unsigned long m_nContext = 0;  // of the last one
+    std::vector<Sending> m_Sent;  // those that were started
+    unsigned long m_nContext = 0; // of the last one
 };
 
-class TestKernel : public IKernelBase {
-public:
-    EResult GetInterface(unsigned long id, void** out) override;
+struct TestKernel : IKernelBase {
+    EResult GetInterface(unsigned long id, void** out) override {
+        const InKernel here;
+        if (m_OnLookUp) {
+            m_OnLookUp(id);
+        }
+        const std::map<unsigned long, void*> interfaces{
+            {IID_ERROR_REPORTER, static_cast<IErrorReporter*>(&m_Reporter)},
+            {IID_EMAIL_SERVICE, static_cast<IEMailService*>(&m_EMail)},
+            {IID_ACTION_REGISTRY, static_cast<IActionRegistry*>(&m_Actions)},
+            {IID_NAME_SERVICE, static_cast<INameService*>(&m_Names)},
+            {IID_KERNEL_CONTROL, static_cast<IKernelControl*>(&m_Control)},
+            {IID_STRING_TABLE, static_cast<IStringTable*>(&m_Strings)},
+            {IID_UPLOAD_SERVICE, static_cast<IUploadService*>(&m_Upload)},
+        };
+        const auto found = interfaces.find(id);
+        const bool answered = found != interfaces.end() && m_Missing.count(id) == 0;
+        *out = answered ? found->second : nullptr;
+        return answered ? RC_OK : RC_MISSING;
+    }
 
     TestReporter m_Reporter;
     TestNames m_Names;

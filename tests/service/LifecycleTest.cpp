@@ -7,15 +7,11 @@
 
 namespace {
 
-using Texts = std::vector<std::string>;
 using Lifecycle = ServiceTest;
 
-int Workers() {
-    int count = 0;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        count += ReadWhole(task.path() / "comm") == "LogFileThrd\n" ? 1 : 0;
-    }
-    return count;
+std::ptrdiff_t Workers() {
+    return std::count_if(std::filesystem::directory_iterator("/proc/self/task"), {},
+                         [](const auto& task) { return ReadWhole(task.path() / "comm") == "LogFileThrd\n"; });
 }
 
 // Lets those go on who write to a pipe that nobody has read so far, and waits for their end.
@@ -28,78 +24,50 @@ void ReadPipe(const char* path, const std::vector<std::thread*>& writers) {
 }
 
 TEST_F(Lifecycle, PreparationNeedsThreeInterfacesAndTheLastRegistration) {
-    struct Case {
-        std::set<unsigned long> m_Missing;
-        std::string m_Refused;
-        EResult m_Result;
-        std::size_t m_nRegistered;
-    };
     const EResult refusal = 0xC0010022;
-    const Case cases[] = {{{IID_KERNEL_CONTROL}, "", RC_MISSING, 0},
-                          {{IID_ERROR_REPORTER}, "", RC_MISSING, 0},
-                          {{IID_STRING_TABLE}, "", RC_MISSING, 5},
-                          {{}, "DoRestartLogFile", refusal, 5},
-                          {{}, "DoLogDelivery", RC_OK, 5},
-                          {{IID_ACTION_REGISTRY, IID_UPLOAD_SERVICE, IID_EMAIL_SERVICE}, "", RC_OK, 0}};
-    const Texts all{"DoLogSnapShotToFile", "DoLogAlarmToFile", "DoLogEventToFile", "DoLogDelivery", "DoRestartLogFile"};
+    const std::tuple<std::set<unsigned long>, const char*, EResult, bool> cases[] = {
+        // and whether it gets to register
+        {{IID_KERNEL_CONTROL}, "", RC_MISSING, false},
+        {{IID_ERROR_REPORTER}, "", RC_MISSING, false},
+        {{IID_STRING_TABLE}, "", RC_MISSING, true},
+        {{}, "DoRestartLogFile", refusal, true},
+        {{}, "DoLogDelivery", RC_OK, true},
+        {{IID_ACTION_REGISTRY, IID_UPLOAD_SERVICE, IID_EMAIL_SERVICE}, "", RC_OK, false}};
     auto& registered = m_Kernel.m_Actions.m_Registered;
-    Workplace::WriteSection({SpecItems{}});
-    for (const Case& of : cases) {
-        SCOPED_TRACE(&of - cases);
-        End();
+    for (const auto& [missing, refused, result, registers] : cases) {
+        SCOPED_TRACE(testing::PrintToString(missing) + refused);
         EPersistent::RemoveFactories();
-        m_Kernel.m_Missing = of.m_Missing;
-        m_Kernel.m_Actions.m_Refused = {{of.m_Refused, refusal}};
+        m_Kernel.m_Missing = missing;
+        m_Kernel.m_Actions.m_Refused = {{refused, refusal}};
+        StartAnew({SpecItems{}});
+        EXPECT_EQ(Spec() != nullptr, result == RC_OK); // made only once the factory is known
         registered.clear();
-        Make();
-        EXPECT_EQ(m_pService->PrepareToStart(), of.m_Result);
-        ASSERT_EQ(registered.size(), of.m_nRegistered);
-        for (std::size_t i = 0; i < registered.size(); ++i) {
-            EXPECT_EQ(registered[i], std::pair(all[i], static_cast<IAction*>(m_pService)));
-        }
-        m_pService->Restore(0);
-        EXPECT_EQ(Spec() != nullptr, of.m_Result == RC_OK); // made only once the factory is known
-
+        EXPECT_EQ(m_pService->PrepareToStart(), result); // the second attempt, or nothing any more
+        EXPECT_EQ(registered.size(), registers && result != RC_OK ? 5U : 0U);
         m_Kernel.m_Missing.clear();
         m_Kernel.m_Actions.m_Refused.clear();
-        EXPECT_EQ(m_pService->PrepareToStart(), RC_OK); // the second attempt, or nothing any more
-        EXPECT_EQ(registered.size(), of.m_nRegistered + (of.m_Result == RC_OK ? 0 : 5));
+        EXPECT_EQ(m_pService->PrepareToStart(), RC_OK);
     }
 }
 
 TEST_F(Lifecycle, EveryOperationInEveryState) {
-    using Of = ELogFile;
-    EXPECT_EQ(m_pService->m_State, 0U);
-    int step = 0;
-    for (const auto& [operation, state] : {std::pair{&Of::PrepareToStart, 1U},
-                                           {&Of::PrepareToStart, 1U},
-                                           {&Of::PrepareToStop, 1U},
-                                           {&Of::PreStart, 3U},
-                                           {&Of::PrepareToStart, 3U},
-                                           {&Of::PrepareToStop, 3U},
-                                           {&Of::Start, 7U},
-                                           {&Of::Start, 7U},
-                                           {&Of::PreStart, 7U},
-                                           {&Of::PrepareToStop, 8U},
-                                           {&Of::PrepareToStop, 8U},
-                                           {&Of::Start, 7U},
-                                           {&Of::PrepareToStop, 8U}}) {
-        SCOPED_TRACE(step++);
-        EXPECT_EQ((m_pService->*operation)(), RC_OK);
-        EXPECT_EQ(m_pService->m_State, state);
-        const int workers = state == 7U ? 1 : 0;
-        EXPECT_TRUE(Soon([&] { return Workers() == workers; }));
+    const std::map<char, EResult (ELogFile::*)()> operations{{'p', &ELogFile::PrepareToStart},
+                                                             {'r', &ELogFile::PreStart},
+                                                             {'s', &ELogFile::Start},
+                                                             {'e', &ELogFile::PrepareToStop}};
+    std::string states = "0";
+    for (const char letter : std::string("pperpessreese")) {
+        EXPECT_EQ((m_pService->*operations.at(letter))(), RC_OK);
+        states += std::to_string(m_pService->m_State);
+        EXPECT_TRUE(Soon([&] { return Workers() == (states.back() == '7' ? 1 : 0); })) << states;
     }
+    EXPECT_EQ(states, "01113337778878");
 }
 
-TEST_F(Lifecycle, AStopFinishesTheRequestInHandAndTheEndRemovesOnlyFilesOfDelivery) {
-    Configure({SpecItems{}, SpecItems{.m_Name = "Pipe", .m_File = "pipe"},
-               SpecItems{.m_Name = "Up", .m_File = "up-%i.csv", .m_nDelivery = 2, .m_nKeepCopy = 1}});
+TEST_F(Lifecycle, AStopFinishesTheRequestInHandAndTheEndNoMore) {
+    Configure({SpecItems{}, SpecItems{.m_Name = "Pipe", .m_File = "pipe"}});
     ASSERT_EQ(mkfifo("logs/pipe", 0600), 0);
     Event(L"early");
-    EONEVENTSTRUCT record = MakeRecord();
-    Alarm(L"T", L"Up");
-    Invoke(L"DoRestartLogFile", L"Up", &record);
     m_pService->Start();
     Alarm(L"held", L"Pipe");
     EXPECT_TRUE(Soon([&] { return Queued().empty(); }));
@@ -111,13 +79,13 @@ TEST_F(Lifecycle, AStopFinishesTheRequestInHandAndTheEndRemovesOnlyFilesOfDelive
     EXPECT_EQ(m_pService->m_State, 7U); // it waits
     ReadPipe("logs/pipe", {&stopper});
     EXPECT_EQ(Queued(), (Texts{"r0#0;", "r0#1;", "r0#2;"}));
-    EXPECT_EQ(Workplace::Tree(), (Texts{"Spool/", "Spool/up-0.csv", "Spool/up-1.csv", "logs/", "logs/pipe"}));
     WriteAll();
     Alarm(L"waits, and is never written");
+    std::filesystem::remove("logs/pipe");
+    const Files written = Found();
     End();
+    EXPECT_EQ(Found(), written);
     EXPECT_EQ(MarksIn("logs/log-0.csv"), (Marks{{0, UpTo(3)}}));
-    EXPECT_EQ(ReadWhole("logs/log-0.csv").find("waits"), std::string::npos);
-    EXPECT_EQ(Workplace::Tree(), (Texts{"Spool/", "logs/", "logs/log-0.csv", "logs/pipe"}));
 }
 
 // The worker must not write while a reporting thread does.
