@@ -85,12 +85,9 @@ public:
         }
         Console::ShowProgress("");
         const bool saved = m_Gateway.End(m_bStopped);
-        if (!saved) {
-            Console::Say("error: the waiting requests could not be saved, and are lost");
-        }
         WaitForTransports();
         Summarize();
-        return !saved ? EXIT_NOT_DONE : m_nSkipped > 0 ? EXIT_FOUND : EXIT_WELL;
+        return !saved ? EXIT_NOT_DONE : m_nSkipped + Gateway::FailedWrites() > 0 ? EXIT_FOUND : EXIT_WELL;
     }
 
 private:
@@ -225,6 +222,9 @@ private:
                      (m_Options.m_bReportLive ? "; without flow control some of the rows may have been dropped" : ""));
         for (const auto& [log, rows] : counters.m_Rows) {
             line(log, rows, " rows");
+        }
+        if (Gateway::FailedWrites() > 0) {
+            line("rows that could not be written", Gateway::FailedWrites(), "");
         }
         if (counters.m_nSaved > 0) {
             line("saved for the next start", counters.m_nSaved, " requests");

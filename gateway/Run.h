@@ -6,7 +6,7 @@
 
 // Exit statuses of the program.
 constexpr int EXIT_WELL = 0;
-constexpr int EXIT_FOUND = 1;    // lines that could not be used, a configuration with errors
+constexpr int EXIT_FOUND = 1;    // lines that could not be used, rows not written, a configuration with errors
 constexpr int EXIT_NOT_DONE = 2; // the command could not be carried out
 
 struct RunOptions {

@@ -189,6 +189,20 @@ TEST(ServiceTest, CutsOffUnfinishedRowsBeforeItGoesOn) {
     }
 }
 
+TEST(ServiceTest, SaysThatRowsCannotBeWritten) {
+    const Place place({Spec{"Full", "full-%i.csv"}, Spec{"Well", "well-%i.csv"}});
+    std::filesystem::create_directory(place.Path("logs"));
+    std::filesystem::create_symlink("/dev/full", place.Path("logs/full-0.csv"));
+    Program program = Program::Run(place);
+    program.Write(R"({"alarm": {}, "log": "Full"}
+{"alarm": {}, "log": "Full"}
+{"alarm": {}, "log": "Well"})");
+    EXPECT_EQ(program.Wait(), 1);
+    EXPECT_THAT(program.Errors(), AllOf(HasSubstr("/dev/full: No space left on device; rows are lost, 1 so far"),
+                                        HasSubstr("rows that could not be written: 2\n")));
+    EXPECT_THAT(place.Rows("logs/well-", ".csv"), testing::SizeIs(2));
+}
+
 TEST(ServiceTest, RefusesToStart) {
     const Place place({{"A", "a-%i.log", 0}});
     const std::pair<std::vector<std::string>, std::string> cases[] = {
