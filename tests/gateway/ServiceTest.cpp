@@ -176,6 +176,10 @@ TEST(ServiceTest, CutsOffUnfinishedRowsBeforeItGoesOn) {
         {{"A", "a-%i.html", 2}, "a-0.html", page, "<TR>", "<TR>\n<TH>2023-11-1"},
         {{"A", "a-%i.html", 2}, "a-0.html", "", head + "</THEAD>\n<TB", "<!DOCTYPE HTML"},
         {{"A", "a-%i.html", 2}, "a-0.html", "", head.substr(0, 20), "<!DOCTYPE HTML"},
+        // Written with another configuration.
+        {{"A", "a-%i.log", 0, 1}, "a-0.log", "one\n", "", std::string("2\0", 2)},
+        {{"A", "a-%i.log", 0}, "a-0.log", std::string("\xFF\xFEx\0\n\0", 6), "", "2023-11-1"},
+        {{"A", "a-%i.html", 2}, "a-0.html", "Date\n1\n", "", "<TR>\n<TH>2023-11-1"},
     };
     for (const auto& test : cases) {
         const Place place({test.m_Spec});
