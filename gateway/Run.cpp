@@ -23,21 +23,14 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-[[noreturn]] void Fail(int error, const std::string& what) {
-    throw std::system_error(error, std::generic_category(), what);
+[[noreturn]] void Fail(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
 }
 
 // Makes the file the standard input.
 void OpenInput(const std::string& name) {
-    struct stat state {};
-    if (name == "-") {
-        return;
-    }
-    if (std::freopen(name.c_str(), "r", stdin) == nullptr || fstat(STDIN_FILENO, &state) != 0) {
-        Fail(errno, name);
-    }
-    if (S_ISDIR(state.st_mode)) {
-        Fail(EISDIR, name);
+    if (name != "-" && std::freopen(name.c_str(), "r", stdin) == nullptr) {
+        Fail(name);
     }
 }
 
@@ -53,7 +46,7 @@ int OpenSignals() {
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     const int file = signalfd(-1, &signals, SFD_CLOEXEC);
     if (file < 0) {
-        Fail(errno, "signals");
+        Fail("signals");
     }
     return file;
 }
