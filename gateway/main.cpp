@@ -7,6 +7,10 @@
 #include <cstdio>
 #include <exception>
 #include <fstream>
+#include <tuple>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -71,6 +75,12 @@ int Dispatch(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // Where one of the standard files is closed, a log file would become it, and get the messages.
+    for (int file = STDIN_FILENO; file <= STDERR_FILENO; ++file) {
+        if (fcntl(file, F_GETFD) < 0) {
+            std::ignore = open("/dev/null", O_RDWR); // takes the lowest number that is free
+        }
+    }
     try {
         return Dispatch(argc, argv);
     } catch (const std::exception& error) {
