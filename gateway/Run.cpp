@@ -38,10 +38,16 @@ void OpenInput(const std::string& name) {
 // that the signals are blocked.
 int OpenSignals() {
     std::signal(SIGPIPE, SIG_IGN); // the reader of stderr may go, the logging goes on
+    std::signal(SIGXFSZ, SIG_IGN); // a file too large for the system's limits is one that cannot be written
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : {SIGINT, SIGTERM}) {
         sigaddset(&signals, number);
+    }
+    struct sigaction hangUp {};
+    sigaction(SIGHUP, nullptr, &hangUp);
+    if (hangUp.sa_handler != SIG_IGN) { // nohup(1) ignores it; a blocked signal would come nevertheless
+        sigaddset(&signals, SIGHUP);
     }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     const int file = signalfd(-1, &signals, SFD_CLOEXEC);
