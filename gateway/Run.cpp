@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <stdexcept>
 #include <system_error>
 
 #include <poll.h>
@@ -172,16 +173,29 @@ private:
         return files[1].revents != 0;
     }
 
-    // What was read from a pipe would be lost with this process.
+    // What was read from a pipe would be lost with this process, and what stands in it, too, if its writer has gone.
     void FeedRest() {
-        while (TakeLine() || HasDue()) {
-            Feed();
-            Sleep(m_Flow.UntilRoom(Clock::now()), false);
+        for (bool isLast = false;; isLast = true) {
+            while ((TakeLine() || HasDue()) && !m_Flow.IsBlind(Clock::now())) {
+                Feed();
+                Sleep(m_Flow.UntilRoom(Clock::now()), false);
+            }
+            if (isLast || m_bLine || m_Reader.AtEnd() || !Sleep(microseconds(0), true)) {
+                break;
+            }
+            m_Reader.Read();
+        }
+        if (m_bLine) {
+            Console::Say("error: line " + std::to_string(m_Reader.LineNumber()) +
+                         " and what was read behind it is lost");
         }
     }
 
     void WaitForEmptyQueue() {
         while (!m_bStopped && !m_Flow.IsEmpty(Clock::now())) {
+            if (m_Flow.IsBlind(Clock::now())) {
+                throw std::runtime_error("whether every row is written cannot be told");
+            }
             Sleep(m_Flow.UntilLook(Clock::now()), false);
         }
     }
