@@ -101,9 +101,12 @@ void Gateway::Start() {
 // Directories of deliveries that a kill has interrupted. Whether the transports had taken their files over nobody knows.
 void Gateway::ReportInterruptedDeliveries() const {
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator("Spool", error)) {
-        if (entry.is_directory(error) && entry.path().filename().string().starts_with("$tmp")) {
-            Console::Say(entry.path().string() + ": left by an interrupted delivery; its files may not have been sent");
+    for (const char* const spool : {"Spool", "."}) { // the latter is the kernel log's
+        for (const auto& entry : std::filesystem::directory_iterator(spool, error)) {
+            if (entry.is_directory(error) && entry.path().filename().string().starts_with("$tmp")) {
+                Console::Say(entry.path().string() +
+                             ": left by an interrupted delivery; its files may not have been sent");
+            }
         }
     }
 }
