@@ -246,11 +246,10 @@ private:
             line("deliveries asked for", counters.m_nDeliveries, "");
         }
         if (ETransports* const transports = m_Gateway.Transports(); transports != nullptr) {
-            const TransportCounters sent = transports->Counters();
-            line("mails", sent.m_nMailsSent, " sent, " + std::to_string(sent.m_nMailsWaiting) + " waiting");
-            line("uploads", sent.m_nFilesSent, " files sent, " + std::to_string(sent.m_nFilesWaiting) + " waiting");
-            if (sent.m_nRefused > 0) {
-                line("not accepted for sending", sent.m_nRefused, "");
+            for (const TransportCounters& sent : transports->Counters()) {
+                const std::string refused = std::to_string(sent.m_nRefused) + " not accepted";
+                line(sent.m_Subject, sent.m_nSent,
+                     " sent, " + std::to_string(sent.m_nWaiting) + " waiting, " + refused);
             }
         }
     }
