@@ -203,7 +203,7 @@ private:
     // Only at the end of the input: a signal does not want to wait, and what is under way is sent after the next start.
     void WaitForTransports() {
         ETransports* const transports = m_Gateway.Transports();
-        const auto end = Clock::now() + std::chrono::seconds(m_Options.m_nPatience);
+        const auto end = Clock::now() + std::chrono::seconds(10);
         while (transports != nullptr && !m_bStopped && Clock::now() < end && !transports->Drain(milliseconds(100))) {
             Sleep(microseconds(0), false);
         }

@@ -56,9 +56,6 @@ int Dispatch(int argc, char** argv) {
     run.add_option("--module", options.m_Module, "the service's shared object (default: beside this program)");
     run.add_flag("--no-flow-control", options.m_bReportLive,
                  "report as live components do; a full queue drops reports");
-    run.add_option("--patience", options.m_nPatience, "seconds to wait for mails and uploads at the end of the input")
-        ->check(CLI::Range(0U, 86400U))
-        ->capture_default_str();
     CLI::App& check = *app.add_subcommand("check", "say everything that is wrong with a configuration");
     AddConfiguration(check, options);
     CLI::App& init = *app.add_subcommand("init", "write a starting configuration");
