@@ -3,6 +3,7 @@
 #include "base/EUtility.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -80,6 +81,24 @@ bool MoveAcross(const char* source, const char* target) {
     return !error;
 }
 
+std::atomic<EFileIO::FailureHook> g_Hook = nullptr;
+
+void TellFailure(const char* name, int error) {
+    if (const EFileIO::FailureHook hook = g_Hook) {
+        hook(name, error);
+    }
+}
+
+// For an open file, whose name nobody has kept.
+void TellFailure(int file, int error) {
+    char link[32];
+    char name[PATH_MAX];
+    std::snprintf(link, sizeof link, "/proc/self/fd/%d", file);
+    const ssize_t length = readlink(link, name, sizeof name - 1);
+    name[std::max<ssize_t>(length, 0)] = '\0';
+    TellFailure(name, error);
+}
+
 int OpenFlags(unsigned long mode) {
     const bool reads = (mode & EFileIO::MODE_READ) != 0;
     const bool writes = (mode & EFileIO::MODE_WRITE) != 0;
@@ -92,6 +111,9 @@ int OpenFlags(unsigned long mode) {
 EFileIO::EFileIO(const wchar_t* name, unsigned long mode) {
     const Name path(name);
     m_nFile = Uninterrupted([&] { return open(path, OpenFlags(mode), FILE_MODE); });
+    if (m_nFile < 0 && (mode & MODE_WRITE) != 0) {
+        TellFailure(path, errno);
+    }
 }
 
 EFileIO::~EFileIO() {
@@ -134,9 +156,11 @@ int EFileIO::WriteToFile(const void* data, unsigned long length, unsigned long& 
         const ssize_t count = Uninterrupted(
             [&] { return pwrite(m_nFile, bytes + done, length - done, m_nPosition + static_cast<off_t>(done)); });
         if (count <= 0) {
+            const int error = errno;
             if (done > 0) {
                 (void)Uninterrupted([&] { return ftruncate(m_nFile, before); });
             }
+            TellFailure(m_nFile, error);
             return 0;
         }
         done += static_cast<unsigned long>(count);
@@ -236,6 +260,10 @@ int EFileIO::CreateRecursiveDir(const wchar_t* path) {
 int EFileIO::RemoveDir(const wchar_t* path) {
     const Name name(path);
     return Uninterrupted([&] { return rmdir(name); }) == 0 ? 1 : 0;
+}
+
+void EFileIO::SetFailureHook(FailureHook hook) {
+    g_Hook = hook;
 }
 
 void EFileIO::ConvertPathString(wchar_t* path) {

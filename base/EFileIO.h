@@ -65,6 +65,11 @@ public:
     static int CreateRecursiveDir(const wchar_t* path);          // an existing directory is a success
     static int RemoveDir(const wchar_t* path);                   // only an empty directory is removed
 
+    // Is told of every file that cannot be opened for writing or that a write fails on, on the thread that tried: its
+    // name as it is on disk, and errno. Set while nobody writes.
+    using FailureHook = void (*)(const char* name, int error);
+    static void SetFailureHook(FailureHook hook); // null, the default: nobody listens
+
     // Turns '\' into the platform's '/', in place.
     static void ConvertPathString(wchar_t* path);
 

@@ -74,6 +74,7 @@ void TakeLogin(JsonObject& object, std::string& user, std::string& password) {
         if (!std::getline(file, password)) {
             object.Refuse("passwordFile", "a readable file whose first line is the password");
         }
+        password.erase(password.find_last_not_of('\r') + 1); // of a file with the line ends of other systems
     }
 }
 
@@ -85,13 +86,17 @@ void TakeTarget(JsonObject& object, std::string& url, std::string& user, std::st
     TakeLogin(object, user, password);
 }
 
-SpoolSettings TakeSpool(JsonObject& parent, const char* directory) {
+void TakeDirectory(JsonObject& object, const char* name, std::string& directory) {
+    if (object.Text(name, directory) && directory.empty()) {
+        object.Refuse(name, "a directory");
+    }
+}
+
+SpoolSettings TakeSpool(JsonObject& parent, const char* directory, unsigned stallTimeout) {
     constexpr std::uint64_t DEFAULT_LIMIT = 256U << 20U; // bytes
-    SpoolSettings spool{directory, DEFAULT_LIMIT, 5, 600, 30, 60};
+    SpoolSettings spool{directory, DEFAULT_LIMIT, 5, 600, 30, stallTimeout};
     parent.Object("spool", [&](JsonObject& object) {
-        if (object.Text("directory", spool.m_Directory) && spool.m_Directory.empty()) {
-            object.Refuse("directory", "a directory");
-        }
+        TakeDirectory(object, "directory", spool.m_Directory);
         object.Integer("limit", spool.m_nLimit, 0, std::numeric_limits<std::int64_t>::max());
         const std::pair<const char*, unsigned&> spans[] = {{"retryMin", spool.m_nRetryMin},
                                                            {"retryMax", spool.m_nRetryMax},
@@ -157,8 +162,9 @@ void ReadMail(JsonObject& object, MailSettings& mail) {
     }
     object.Text("caFile", mail.m_CaFile);
     mail.m_Outbox = "outbox";
-    object.Text("outbox", mail.m_Outbox);
-    mail.m_Spool = TakeSpool(object, "outgoing/mail");
+    TakeDirectory(object, "outbox", mail.m_Outbox);
+    // A server may take long to look through a mail before it confirms it. Given up, it would go out again and again.
+    mail.m_Spool = TakeSpool(object, "outgoing/mail", 600);
     object.Objects("definitions", "definition",
                    [&](JsonObject& definition) { ReadDefinition(definition, mail.m_Definitions); });
 }
@@ -166,12 +172,12 @@ void ReadMail(JsonObject& object, MailSettings& mail) {
 void ReadUpload(JsonObject& object, UploadSettings& upload) {
     TakeTarget(object, upload.m_Url, upload.m_User, upload.m_Password);
     upload.m_Directory = "uploads";
-    object.Text("directory", upload.m_Directory);
+    TakeDirectory(object, "directory", upload.m_Directory);
     object.Text("caFile", upload.m_CaFile);
     object.Text("knownHosts", upload.m_KnownHosts);
     object.Text("keyFile", upload.m_KeyFile);
     object.Boolean("requireTls", upload.m_bRequireTls);
-    upload.m_Spool = TakeSpool(object, "outgoing/upload");
+    upload.m_Spool = TakeSpool(object, "outgoing/upload", 60);
 }
 
 // Loads an object in place of the empty one; false, and a finding, when the file holds none, or is missing and may not.

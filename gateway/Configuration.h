@@ -30,9 +30,10 @@ struct LogFile {
 
     bool IsKernelLog() const { return m_Name == "KernelLog"; }
     bool Delivers() const { return m_nDeliveryMode != 1; }
-    std::string Directory() const; // where it is written, put in front of the file's name as it stands
-    std::string Pattern() const;   // of its files' names, as the module uses it
-    std::string Describe() const;  // in one line
+    std::string Directory() const;    // where it is written, put in front of the file's name as it stands
+    std::string LogDirectory() const; // the configured one, in the same way: delivered files may be kept there
+    std::string Pattern() const;      // of its files' names, as the module uses it
+    std::string Describe() const;     // in one line
 
     // Puts right what a kill may leave at the end of the file that was being written: a row that the system had only
     // taken in part, or the end of an HTML page that the next rows are to stand before. Before the module starts; says

@@ -1,7 +1,8 @@
 #include "gateway/FlowControl.h"
 
+#include "gateway/Console.h"
+
 #include <algorithm>
-#include <stdexcept>
 #include <utility>
 
 using std::chrono::microseconds;
@@ -10,7 +11,6 @@ namespace {
 
 constexpr microseconds SHORTEST_PAUSE{200};
 constexpr microseconds LONGEST_PAUSE{50'000};
-constexpr std::chrono::seconds BLIND_LIMIT{10};
 
 } // namespace
 
@@ -23,10 +23,11 @@ std::optional<std::uint32_t> FlowControl::Look(Steady now) {
     }
     const std::optional<std::uint32_t> waiting = m_Count();
     m_NextLook = now + (waiting ? m_Pause : LONGEST_PAUSE);
-    m_BlindSince = waiting ? std::nullopt : std::optional(m_BlindSince.value_or(now));
-    if (m_BlindSince && now - *m_BlindSince > BLIND_LIMIT) {
-        throw std::runtime_error("the module's queue cannot be watched: its file in the configuration directory cannot "
-                                 "be written");
+    if (waiting.has_value() == m_BlindSince.has_value()) {
+        m_BlindSince = waiting ? std::nullopt : std::optional(now);
+        Console::Say(waiting ? "goes on"
+                             : "error: the list of what waits cannot be written in the configuration "
+                               "directory; the input stands still until it can");
     }
     return waiting;
 }

@@ -17,16 +17,19 @@ public:
     // control always has room.
     FlowControl(std::function<std::optional<std::uint32_t>()> count, std::uint32_t limit, bool on);
 
-    // Whether a report may be handed over. Throws std::runtime_error when the queue has been out of sight for long.
-    bool HasRoom(Steady now);
+    bool HasRoom(Steady now);                            // whether a report may be handed over
     void Take() { m_nRoom -= m_nRoom > 0 ? 1 : 0; }      // a report was handed over
-    bool IsEmpty(Steady now) { return Look(now) == 0U; } // whether nothing waits any more; throws as HasRoom
+    bool IsEmpty(Steady now) { return Look(now) == 0U; } // whether nothing waits any more
+    // Whether the queue has been out of sight for long, which is said when it begins. There is no room then.
+    bool IsBlind(Steady now) const { return m_BlindSince && now - *m_BlindSince > BLIND_LIMIT; }
 
     // How long to do something else before HasRoom or IsEmpty can have another answer.
     std::chrono::microseconds UntilRoom(Steady now) const;
     std::chrono::microseconds UntilLook(Steady now) const;
 
 private:
+    static constexpr std::chrono::seconds BLIND_LIMIT{10};
+
     std::optional<std::uint32_t> Look(Steady now);
 
     std::function<std::optional<std::uint32_t>()> m_Count;

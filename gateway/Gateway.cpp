@@ -1,5 +1,6 @@
 #include "gateway/Gateway.h"
 
+#include "base/EFileIO.h"
 #include "base/EJsonText.h"
 #include "base/EPersistent.h"
 #include "base/IAction.h"
@@ -7,8 +8,12 @@
 #include "gateway/Console.h"
 #include "gateway/Text.h"
 
+#include <atomic>
+#include <chrono>
 #include <cstdio>
+#include <mutex>
 #include <stdexcept>
+#include <system_error>
 
 namespace {
 
@@ -23,6 +28,24 @@ void Demand(EResult result, const std::string& what) {
         char code[16];
         std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(result));
         throw std::runtime_error(what + " failed (" + code + ")");
+    }
+}
+
+std::atomic<std::uint64_t> g_nFailedWrites = 0;
+
+// The module drops a row that cannot be written, and says nothing.
+void OnFailedWrite(const char* name, int error) {
+    static std::mutex mutex;
+    static std::chrono::steady_clock::time_point next;
+    if (std::string_view(name).find(WorkDirectory::NAME) != std::string_view::npos) {
+        return; // the list of what waits: no row
+    }
+    ++g_nFailedWrites;
+    const std::lock_guard<std::mutex> lock(mutex);
+    if (const auto now = std::chrono::steady_clock::now(); now >= next) { // a full disk fails every row
+        next = now + std::chrono::seconds(10);
+        Console::Say("error: " + std::string(name) + ": " + std::generic_category().message(error) +
+                     "; rows are lost, " + std::to_string(g_nFailedWrites) + " so far");
     }
 }
 
@@ -57,6 +80,7 @@ Gateway::Gateway(const Configuration& configuration, const std::filesystem::path
 void Gateway::Start() {
     IKernelService& service = m_Module.Service();
     EPersistent::SetErrorHook([](const wchar_t* message) { Console::Say("error: " + Narrow(message)); });
+    EFileIO::SetFailureHook(&OnFailedWrite);
     EPersistent::SetDirectory(Widen(m_Directory.string()));
     Demand(service.PrepareToStart(), "preparing the module");
     Demand(service.Restore(0, NO_IDENTIFIER), "preparing the module"); // for the names; reads nothing
@@ -77,9 +101,12 @@ void Gateway::Start() {
 // Directories of deliveries that a kill has interrupted. Whether the transports had taken their files over nobody knows.
 void Gateway::ReportInterruptedDeliveries() const {
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator("Spool", error)) {
-        if (entry.is_directory(error) && entry.path().filename().string().starts_with("$tmp")) {
-            Console::Say(entry.path().string() + ": left by an interrupted delivery; its files may not have been sent");
+    for (const char* const spool : {"Spool", "."}) { // the latter is the kernel log's
+        for (const auto& entry : std::filesystem::directory_iterator(spool, error)) {
+            if (entry.is_directory(error) && entry.path().filename().string().starts_with("$tmp")) {
+                Console::Say(entry.path().string() +
+                             ": left by an interrupted delivery; its files may not have been sent");
+            }
         }
     }
 }
@@ -193,16 +220,25 @@ bool Gateway::End(bool save) {
     m_Module.Service().PrepareToStop();
     m_bRunning = false;
     const std::optional<std::uint32_t> waiting = save ? CountWaiting() : 0;
-    if (waiting.value_or(0) == 0) {
-        return waiting.has_value();
+    if (waiting == 0U) {
+        return true;
     }
-    bool whole = false;
-    for (const SavedRequest& request : SavedRequests::Read(m_Waiting, whole)) {
-        CountRequest(request, false);
+    std::error_code error = std::make_error_code(std::errc::io_error);
+    if (waiting) {
+        bool whole = false;
+        for (const SavedRequest& request : SavedRequests::Read(m_Waiting, whole)) {
+            CountRequest(request, false);
+        }
+        std::filesystem::rename(m_Waiting, m_Saved, error); // complete, or not there at all
     }
-    std::error_code error;
-    std::filesystem::rename(m_Waiting, m_Saved, error); // complete, or not there at all
+    if (error) {
+        Console::Say("error: the waiting requests could not be saved, and are lost");
+    }
     return !error;
+}
+
+std::uint64_t Gateway::FailedWrites() {
+    return g_nFailedWrites;
 }
 
 Gateway::~Gateway() {

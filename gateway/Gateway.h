@@ -27,7 +27,7 @@ public:
     std::optional<std::uint32_t> CountWaiting();
 
     // Ends the worker after the request that it is at. With `save`, what still waits is saved for the next start;
-    // otherwise it is dropped. False when it could not be saved.
+    // otherwise it is dropped. False, which is said, when it could not be saved.
     bool End(bool save);
 
     ETransports* Transports() { return m_pTransports.get(); } // may be null
@@ -40,6 +40,7 @@ public:
         std::map<std::string, std::int64_t> m_Rows; // by log file
     };
     const Counters& GetCounters() const { return m_Counters; }
+    static std::uint64_t FailedWrites(); // of log files, so far; each is a row that is lost
     int Messages() const { return m_Kernel.Messages(); }
 
 private:

@@ -1,6 +1,7 @@
 #include "gateway/LineReader.h"
 
 #include <cerrno>
+#include <system_error>
 
 #include <unistd.h>
 
@@ -11,12 +12,12 @@ void LineReader::Read() {
     m_nBegin = 0;
     const std::size_t size = m_Buffer.size();
     m_Buffer.resize(size + CHUNK);
-    ssize_t read = 0;
-    do {
-        read = ::read(m_nFile, m_Buffer.data() + size, CHUNK);
-    } while (read < 0 && errno == EINTR);
+    const ssize_t read = ::read(m_nFile, m_Buffer.data() + size, CHUNK);
     m_Buffer.resize(size + static_cast<std::size_t>(read > 0 ? read : 0));
-    m_bEnd = read <= 0; // an input that cannot be read any more has ended
+    m_bEnd = read == 0;
+    if (read < 0 && errno != EAGAIN && errno != EINTR) {
+        throw std::system_error(errno, std::generic_category(), "the input cannot be read");
+    }
 }
 
 LineReader::Result LineReader::Take(std::string& line) {

@@ -12,7 +12,8 @@ public:
 
     explicit LineReader(int file) : m_nFile(file) {} // stays the caller's
 
-    void Read(); // what there is; waits when there is nothing. To be called when no line is left
+    // Reads what there is; waits when there is nothing. To be called when no line is left. Throws std::system_error.
+    void Read();
 
     // The next line, without its end. Of a line that is too long nothing is kept. The last line needs no end.
     Result Take(std::string& line);

@@ -83,8 +83,11 @@ LogFile ReadLogFile(JsonObject& object) {
     if (object.Text("type", type) && type != "EFileSpec") {
         object.Refuse("type", "\"EFileSpec\"");
     }
+    std::string plainName;
     if (object.Text("name", file.m_Name) && file.m_Name.empty()) {
         object.Refuse("name", "a name");
+    } else if (plainName = file.m_Name; SplitName(plainName) >= 0 && plainName == "KernelLog") {
+        object.Refuse("name", "\"KernelLog\", which has no identifier");
     }
     if (object.Text("logPath", file.m_LogPath) && file.IsKernelLog() && !file.m_LogPath.empty() &&
         file.m_LogPath.back() != '/') {
@@ -120,7 +123,7 @@ std::set<std::string> NamesOf(const LogFile& file) {
     const ETimeStamp moment{86400, 0};
     std::vector<std::string> directories{file.Directory()};
     if (file.Delivers() && file.m_nKeepCopy != 0) {
-        directories.push_back(file.m_LogPath + '/');
+        directories.push_back(file.LogDirectory());
     }
     std::set<std::string> names;
     for (int i = 0; i < std::max(file.m_nNumFiles, 1); ++i) {
@@ -226,12 +229,14 @@ void Configuration::CheckDelivery(const LogFile& file, JsonObject& object) const
     }
 }
 
+// The module gives the kernel log no directory of its own to deliver from.
 std::string LogFile::Directory() const {
-    if (IsKernelLog()) {
-        return m_LogPath;
-    }
-    const std::string directory = Delivers() ? "./Spool" : m_LogPath.empty() ? "." : m_LogPath;
-    return directory.back() == '/' ? directory : directory + '/';
+    return !Delivers() ? LogDirectory() : IsKernelLog() ? "" : "./Spool/";
+}
+
+std::string LogFile::LogDirectory() const {
+    const std::string directory = m_LogPath.empty() ? "." : m_LogPath;
+    return IsKernelLog() ? m_LogPath : directory.back() == '/' ? directory : directory + '/';
 }
 
 std::string LogFile::Pattern() const {
@@ -243,14 +248,14 @@ std::string LogFile::Pattern() const {
 }
 
 std::string LogFile::Describe() const {
-    const char* const formats[] = {"plain text", "comma-separated", "HTML"};
+    const char* const formats[] = {"plain text", IsKernelLog() ? "plain text" : "comma-separated", "HTML"};
     const char* const deliveries[] = {"", ", uploaded on request", ", mailed on request"};
     std::string text = m_Name + ": " + Directory() + Pattern() + ", " + formats[m_nFileFormat];
     text += m_nFileFormat == 2 ? "" : m_nUnicode == 1 ? " in UTF-16" : " in 8 bits";
     text += ", " + std::to_string(m_nNumFiles) + (m_nNumFiles == 1 ? " file" : " files");
     text += m_nMaxFileSize > 0 ? " of up to " + std::to_string(m_nMaxFileSize) + " bytes" : " without a size limit";
     text += deliveries[m_nDeliveryMode - 1];
-    return text + (Delivers() && m_nKeepCopy != 0 ? ", then kept in " + m_LogPath : "");
+    return text + (Delivers() && m_nKeepCopy != 0 ? ", then kept in " + LogDirectory() : "");
 }
 
 const LogFile* Configuration::FindLogFile(const std::string& name) const {

@@ -50,13 +50,24 @@ std::size_t EndOfRows(const LogFile& file, std::string_view text, bool all) {
     return isHeadMissing ? 0 : std::max(head, EndOfLast("</TR>\n", false, text));
 }
 
+// Whether a file that begins so has the log file's format and encoding. One from before the configuration was changed has
+// not, and ends in another way. A power failure leaves zeros.
+bool IsOwn(const LogFile& file, std::string_view begin) {
+    constexpr std::string_view UTF16_MARK = "\xFF\xFE";
+    return begin.front() == '\0' || (file.m_nFileFormat == 2 ? begin.front() == '<'
+                                     : file.m_nUnicode == 1  ? UTF16_MARK.starts_with(begin)
+                                                             : begin != UTF16_MARK);
+}
+
 void CutTail(const LogFile& file, const std::filesystem::path& path) {
     const std::uintmax_t size = std::filesystem::file_size(path);
     const std::uintmax_t begin = (size > LONGEST_ROW ? size - LONGEST_ROW : 0) & ~std::uintmax_t(1);
     std::string tail(static_cast<std::size_t>(size - begin), '\0');
     std::ifstream stream(path, std::ios::binary);
+    std::string first(std::min<std::size_t>(tail.size(), 2), '\0');
+    stream.read(first.data(), static_cast<std::streamsize>(first.size()));
     stream.seekg(static_cast<std::streamoff>(begin));
-    if (!stream.read(tail.data(), static_cast<std::streamsize>(tail.size()))) {
+    if (!stream.read(tail.data(), static_cast<std::streamsize>(tail.size())) || first.empty() || !IsOwn(file, first)) {
         return;
     }
     const std::size_t end = EndOfRows(file, tail, begin == 0);

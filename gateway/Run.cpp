@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <stdexcept>
 #include <system_error>
 
 #include <poll.h>
@@ -23,21 +24,14 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-[[noreturn]] void Fail(int error, const std::string& what) {
-    throw std::system_error(error, std::generic_category(), what);
+[[noreturn]] void Fail(const std::string& what) {
+    throw std::system_error(errno, std::generic_category(), what);
 }
 
 // Makes the file the standard input.
 void OpenInput(const std::string& name) {
-    struct stat state {};
-    if (name == "-") {
-        return;
-    }
-    if (std::freopen(name.c_str(), "r", stdin) == nullptr || fstat(STDIN_FILENO, &state) != 0) {
-        Fail(errno, name);
-    }
-    if (S_ISDIR(state.st_mode)) {
-        Fail(EISDIR, name);
+    if (name != "-" && std::freopen(name.c_str(), "r", stdin) == nullptr) {
+        Fail(name);
     }
 }
 
@@ -45,15 +39,21 @@ void OpenInput(const std::string& name) {
 // that the signals are blocked.
 int OpenSignals() {
     std::signal(SIGPIPE, SIG_IGN); // the reader of stderr may go, the logging goes on
+    std::signal(SIGXFSZ, SIG_IGN); // a file too large for the system's limits is one that cannot be written
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (const int number : {SIGINT, SIGTERM}) {
         sigaddset(&signals, number);
+    }
+    struct sigaction hangUp {};
+    sigaction(SIGHUP, nullptr, &hangUp);
+    if (hangUp.sa_handler != SIG_IGN) { // nohup(1) ignores it; a blocked signal would come nevertheless
+        sigaddset(&signals, SIGHUP);
     }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     const int file = signalfd(-1, &signals, SFD_CLOEXEC);
     if (file < 0) {
-        Fail(errno, "signals");
+        Fail("signals");
     }
     return file;
 }
@@ -85,12 +85,9 @@ public:
         }
         Console::ShowProgress("");
         const bool saved = m_Gateway.End(m_bStopped);
-        if (!saved) {
-            Console::Say("error: the waiting requests could not be saved, and are lost");
-        }
         WaitForTransports();
         Summarize();
-        return !saved ? EXIT_NOT_DONE : m_nSkipped > 0 ? EXIT_FOUND : EXIT_WELL;
+        return !saved ? EXIT_NOT_DONE : m_nSkipped + Gateway::FailedWrites() > 0 ? EXIT_FOUND : EXIT_WELL;
     }
 
 private:
@@ -176,16 +173,29 @@ private:
         return files[1].revents != 0;
     }
 
-    // What was read from a pipe would be lost with this process.
+    // What was read from a pipe would be lost with this process, and what stands in it, too, if its writer has gone.
     void FeedRest() {
-        while (TakeLine() || HasDue()) {
-            Feed();
-            Sleep(m_Flow.UntilRoom(Clock::now()), false);
+        for (bool isLast = false;; isLast = true) {
+            while ((TakeLine() || HasDue()) && !m_Flow.IsBlind(Clock::now())) {
+                Feed();
+                Sleep(m_Flow.UntilRoom(Clock::now()), false);
+            }
+            if (isLast || m_bLine || m_Reader.AtEnd() || !Sleep(microseconds(0), true)) {
+                break;
+            }
+            m_Reader.Read();
+        }
+        if (m_bLine) {
+            Console::Say("error: line " + std::to_string(m_Reader.LineNumber()) +
+                         " and what was read behind it is lost");
         }
     }
 
     void WaitForEmptyQueue() {
         while (!m_bStopped && !m_Flow.IsEmpty(Clock::now())) {
+            if (m_Flow.IsBlind(Clock::now())) {
+                throw std::runtime_error("whether every row is written cannot be told");
+            }
             Sleep(m_Flow.UntilLook(Clock::now()), false);
         }
     }
@@ -193,7 +203,7 @@ private:
     // Only at the end of the input: a signal does not want to wait, and what is under way is sent after the next start.
     void WaitForTransports() {
         ETransports* const transports = m_Gateway.Transports();
-        const auto end = Clock::now() + std::chrono::seconds(m_Options.m_nPatience);
+        const auto end = Clock::now() + std::chrono::seconds(10);
         while (transports != nullptr && !m_bStopped && Clock::now() < end && !transports->Drain(milliseconds(100))) {
             Sleep(microseconds(0), false);
         }
@@ -226,6 +236,9 @@ private:
         for (const auto& [log, rows] : counters.m_Rows) {
             line(log, rows, " rows");
         }
+        if (Gateway::FailedWrites() > 0) {
+            line("rows that could not be written", Gateway::FailedWrites(), "");
+        }
         if (counters.m_nSaved > 0) {
             line("saved for the next start", counters.m_nSaved, " requests");
         }
@@ -233,11 +246,10 @@ private:
             line("deliveries asked for", counters.m_nDeliveries, "");
         }
         if (ETransports* const transports = m_Gateway.Transports(); transports != nullptr) {
-            const TransportCounters sent = transports->Counters();
-            line("mails", sent.m_nMailsSent, " sent, " + std::to_string(sent.m_nMailsWaiting) + " waiting");
-            line("uploads", sent.m_nFilesSent, " files sent, " + std::to_string(sent.m_nFilesWaiting) + " waiting");
-            if (sent.m_nRefused > 0) {
-                line("not accepted for sending", sent.m_nRefused, "");
+            for (const TransportCounters& sent : transports->Counters()) {
+                const std::string refused = std::to_string(sent.m_nRefused) + " not accepted";
+                line(sent.m_Subject, sent.m_nSent,
+                     " sent, " + std::to_string(sent.m_nWaiting) + " waiting, " + refused);
             }
         }
     }

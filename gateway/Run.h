@@ -6,7 +6,7 @@
 
 // Exit statuses of the program.
 constexpr int EXIT_WELL = 0;
-constexpr int EXIT_FOUND = 1;    // lines that could not be used, a configuration with errors
+constexpr int EXIT_FOUND = 1;    // lines that could not be used, rows not written, a configuration with errors
 constexpr int EXIT_NOT_DONE = 2; // the command could not be carried out
 
 struct RunOptions {
@@ -15,7 +15,6 @@ struct RunOptions {
     std::string m_Input = "-";             // a file, or "-" for standard input
     std::filesystem::path m_Directory;     // the working directory to go to; empty: stay
     bool m_bReportLive = false;            // without flow control
-    unsigned m_nPatience = 10;             // seconds to wait at the end of the input for mails and uploads under way
 };
 
 // Both go to the working directory, and say on stderr what is wrong with the configuration; the exit status. What

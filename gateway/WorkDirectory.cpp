@@ -7,8 +7,7 @@
 #include <sys/file.h>
 
 WorkDirectory::WorkDirectory(const std::filesystem::path& configuration)
-    : m_Path(std::filesystem::absolute(configuration) / "kvgateway.work"),
-      m_Lock(opendir(configuration.c_str()), &closedir) {
+    : m_Path(std::filesystem::absolute(configuration) / NAME), m_Lock(opendir(configuration.c_str()), &closedir) {
     if (m_Lock == nullptr || flock(dirfd(m_Lock.get()), LOCK_EX | LOCK_NB) != 0) {
         const std::error_code error(errno, std::generic_category());
         const bool isTaken = error == std::errc::operation_would_block;

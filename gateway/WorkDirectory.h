@@ -10,6 +10,8 @@
 // being, written to the log files: only what a clean stop has moved out of it may be taken up again.
 class WorkDirectory {
 public:
+    static constexpr const char* NAME = "kvgateway.work";
+
     explicit WorkDirectory(const std::filesystem::path& configuration); // throws std::runtime_error for the operator
     WorkDirectory(const WorkDirectory&) = delete;
     WorkDirectory& operator=(const WorkDirectory&) = delete;

@@ -7,6 +7,10 @@
 #include <cstdio>
 #include <exception>
 #include <fstream>
+#include <tuple>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 
@@ -52,9 +56,6 @@ int Dispatch(int argc, char** argv) {
     run.add_option("--module", options.m_Module, "the service's shared object (default: beside this program)");
     run.add_flag("--no-flow-control", options.m_bReportLive,
                  "report as live components do; a full queue drops reports");
-    run.add_option("--patience", options.m_nPatience, "seconds to wait for mails and uploads at the end of the input")
-        ->check(CLI::Range(0U, 86400U))
-        ->capture_default_str();
     CLI::App& check = *app.add_subcommand("check", "say everything that is wrong with a configuration");
     AddConfiguration(check, options);
     CLI::App& init = *app.add_subcommand("init", "write a starting configuration");
@@ -71,6 +72,12 @@ int Dispatch(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
+    // Where one of the standard files is closed, a log file would become it, and get the messages.
+    for (int file = STDIN_FILENO; file <= STDERR_FILENO; ++file) {
+        if (fcntl(file, F_GETFD) < 0) {
+            std::ignore = open("/dev/null", O_RDWR); // takes the lowest number that is free
+        }
+    }
     try {
         return Dispatch(argc, argv);
     } catch (const std::exception& error) {

@@ -57,8 +57,8 @@ void LinkOrCopy(const fs::path& from, const fs::path& to) {
 
 void CopyInto(const fs::path& from, const fs::path& directory, const std::string& name) {
     fs::create_directories(directory);
-    // Not a longer form of the name, which may be as long as names can be.
-    const fs::path part = directory / (PART + from.parent_path().filename().string() + from.filename().string());
+    // Not a longer form of the name, which may be as long as names can be, and not one that another program's spool has.
+    const fs::path part = directory / (PART + std::to_string(fs::hash_value(from)));
     fs::copy_file(from, part, fs::copy_options::overwrite_existing);
     SyncPath(part);
     fs::rename(part, directory / name);

@@ -30,6 +30,6 @@ void WriteWholly(const std::filesystem::path& path, std::string_view bytes);
 // Makes `to` a second name of the file, or a copy of it where that is not possible. `to` must not exist.
 void LinkOrCopy(const std::filesystem::path& from, const std::filesystem::path& to);
 
-// Copies the file into the directory, which is made when it is missing, in place of an older file of that name: one of
-// the two is there at any moment. Files of one name, from directories of one name, have to be copied one by one.
+// Copies the file, whose path is absolute, into the directory, which is made when it is missing, in place of an older file
+// of that name: one of the two is there at any moment.
 void CopyInto(const std::filesystem::path& from, const std::filesystem::path& directory, const std::string& name);

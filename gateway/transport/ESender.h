@@ -3,6 +3,7 @@
 #include "base/EThread.h"
 #include "gateway/transport/ESpool.h"
 #include "gateway/transport/ETransfer.h"
+#include "gateway/transport/Transports.h"
 
 #include <atomic>
 #include <chrono>
@@ -35,9 +36,7 @@ public:
     // again at once; were it every call, one that waits in small steps would not leave a dead server alone.
     bool Drain(Clock::time_point end);
 
-    std::uint64_t CountSent() const { return m_nSent; }
-    std::uint64_t CountWaiting() const { return m_Spool.Count(); }
-    std::uint64_t CountRefused() const { return m_nRefused; }
+    TransportCounters Counters() const { return {m_Subject, m_nSent, m_Spool.Count(), m_nRefused}; }
 
 protected:
     void Start(); // the last thing that a derived class does while it is made

@@ -3,16 +3,18 @@
 #include "gateway/transport/EMailService.h"
 #include "gateway/transport/EUploadService.h"
 
+#include <algorithm>
+
 namespace {
 
 class Transports : public ETransports {
 public:
     Transports(const MailSettings* mail, const UploadSettings* upload, const Reporter& report) {
         if (mail != nullptr) {
-            m_pMail = std::make_unique<EMailService>(*mail, report);
+            m_Senders.push_back((m_pMail = std::make_unique<EMailService>(*mail, report)).get());
         }
         if (upload != nullptr) {
-            m_pUpload = std::make_unique<EUploadService>(*upload, report);
+            m_Senders.push_back((m_pUpload = std::make_unique<EUploadService>(*upload, report)).get());
         }
     }
 
@@ -21,30 +23,17 @@ public:
 
     bool Drain(std::chrono::milliseconds time) override {
         const auto end = ESender::Clock::now() + time;
-        const bool isMailSent = m_pMail == nullptr || m_pMail->Drain(end);
-        return (m_pUpload == nullptr || m_pUpload->Drain(end)) && isMailSent;
+        return std::count_if(m_Senders.begin(), m_Senders.end(), [&](ESender* i) { return !i->Drain(end); }) == 0;
     }
 
     void Stop() override {
-        if (m_pMail != nullptr) {
-            m_pMail->Stop();
-        }
-        if (m_pUpload != nullptr) {
-            m_pUpload->Stop();
-        }
+        std::for_each(m_Senders.begin(), m_Senders.end(), [](ESender* i) { i->Stop(); });
     }
 
-    TransportCounters Counters() override {
-        TransportCounters counters;
-        if (m_pMail != nullptr) {
-            counters.m_nMailsSent = m_pMail->CountSent();
-            counters.m_nMailsWaiting = m_pMail->CountWaiting();
-            counters.m_nRefused += m_pMail->CountRefused();
-        }
-        if (m_pUpload != nullptr) {
-            counters.m_nFilesSent = m_pUpload->CountSent();
-            counters.m_nFilesWaiting = m_pUpload->CountWaiting();
-            counters.m_nRefused += m_pUpload->CountRefused();
+    std::vector<TransportCounters> Counters() override {
+        std::vector<TransportCounters> counters;
+        for (const ESender* const sender : m_Senders) {
+            counters.push_back(sender->Counters());
         }
         return counters;
     }
@@ -52,6 +41,7 @@ public:
 private:
     std::unique_ptr<EMailService> m_pMail;
     std::unique_ptr<EUploadService> m_pUpload;
+    std::vector<ESender*> m_Senders; // both, as far as they are there
 };
 
 } // namespace

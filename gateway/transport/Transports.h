@@ -5,17 +5,18 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <vector>
 
 class IEMailService;
 class IUploadService;
 
-// What the transports did since they were made; what an earlier run left in the spool counts when it is sent.
+// What a transport did since it was made; what an earlier run left in the spool counts when it is sent.
 struct TransportCounters {
-    std::uint64_t m_nMailsSent = 0;
-    std::uint64_t m_nMailsWaiting = 0; // in the spool now
-    std::uint64_t m_nFilesSent = 0;    // uploads, file by file
-    std::uint64_t m_nFilesWaiting = 0;
-    std::uint64_t m_nRefused = 0; // mails and files that did not get into their spool
+    std::string m_Subject; // "e-mail", or "upload", which counts file by file
+    std::uint64_t m_nSent;
+    std::uint64_t m_nWaiting; // in the spool now
+    std::uint64_t m_nRefused; // did not get into the spool
 };
 
 // The gateway's sending services, their spools and the threads that send. One thread makes, stops and frees them; the
@@ -38,7 +39,7 @@ public:
     // start. What waits stays in the spool. The services still accept afterwards, into the spool.
     virtual void Stop() = 0;
 
-    virtual TransportCounters Counters() = 0; // any thread
+    virtual std::vector<TransportCounters> Counters() = 0; // of those that are configured; any thread
 };
 
 // Makes the services that are configured (a null pointer: not configured) and begins to send what their spools hold.

@@ -70,6 +70,7 @@ const Fault FAULTS[] = {
     {"'name': 'Trend', 'logPath': 'logs'", "^'logPath': 'logs', 'name': 'Trend'", "found 'logPath', expected 'name'"},
     {"'name': 'Trend'", "'name': ^''", "expected a name"},
     {"'name': 'Trend'", "'name': ^'a\\u0000'", "null character"},
+    {"'Alarms@7', 'log", "^'KernelLog@7', 'log", "no identifier"},
     {"'Alarms@7', 'log", "^'Trend', 'log", "found 'Trend' again"},
     {"'Alarms@7', 'log", "^'Alarms@8', 'log", "an identifier that gateway.json lists"},
     {"'trend-%i.csv'", "^''", "a pattern"},
@@ -104,6 +105,7 @@ const Fault FAULTS[] = {
     {"{ 'directory': 'out/u', 'limit': 1000, 'retryMin': 1,", "^{ 'retryMin': '2m',", "below 'retryMin'"},
     {"'smtps://host'", "^'http://host'", "smtp:// smtps://"},
     {"'requireTls': true", "'requireTls': ^1", "true or false"},
+    {"'requireTls': true", "'outbox': ^''", "a directory"},
     {"'g@example.com'", "^'gateway'", "an address"},
     {"['a@example.com']", "[^'a@example.com, b']", "an address"},
     {"{ 'name': 'daily@7', 'to': ['a@example.com']", "^{ 'name': 'daily@7', 'to': []", "no recipient"},
@@ -207,7 +209,7 @@ TEST_F(CheckTest, DescribesEveryLogFileOfAConfigurationWithoutFaults) {
     EXPECT_EQ(m_Errors, "");
     EXPECT_EQ(m_Output, "KernelLog: Kavro.log, plain text in UTF-16, 1 file of up to 512000 bytes\n"
                         "Trend: ./Spool/trend-%i.csv, comma-separated in 8 bits, 3 files of up to 1000 bytes, "
-                        "uploaded on request, then kept in logs\n"
+                        "uploaded on request, then kept in logs/\n"
                         "Alarms@7: ./Spool/alarms-%i.html, HTML, 1 file without a size limit, mailed on request\n");
     EXPECT_EQ(Program(m_Place, {"init", m_Place.Path("new/config")}).Wait(), 0);
     EXPECT_EQ(Check("new/config"), 0);

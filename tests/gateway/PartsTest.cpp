@@ -129,7 +129,7 @@ TEST(FlowControlTest, NeverLetsMoreWaitThanTheQueueHolds) {
     EXPECT_GT(fed, 60'000U) << "the worker hardly got anything to do";
     waiting.reset();
     EXPECT_FALSE(flow.HasRoom(now + seconds(1)));
-    EXPECT_THROW(flow.HasRoom(now + seconds(12)), std::runtime_error) << "the queue cannot be seen";
+    EXPECT_FALSE(flow.HasRoom(now + seconds(12)) || !flow.IsBlind(now + seconds(12))) << "the queue cannot be seen";
 }
 
 TEST(ReportTest, TakesEveryMember) {

@@ -176,6 +176,10 @@ TEST(ServiceTest, CutsOffUnfinishedRowsBeforeItGoesOn) {
         {{"A", "a-%i.html", 2}, "a-0.html", page, "<TR>", "<TR>\n<TH>2023-11-1"},
         {{"A", "a-%i.html", 2}, "a-0.html", "", head + "</THEAD>\n<TB", "<!DOCTYPE HTML"},
         {{"A", "a-%i.html", 2}, "a-0.html", "", head.substr(0, 20), "<!DOCTYPE HTML"},
+        // Written with another configuration.
+        {{"A", "a-%i.log", 0, 1}, "a-0.log", "one\n", "", std::string("2\0", 2)},
+        {{"A", "a-%i.log", 0}, "a-0.log", std::string("\xFF\xFEx\0\n\0", 6), "", "2023-11-1"},
+        {{"A", "a-%i.html", 2}, "a-0.html", "Date\n1\n", "", "<TR>\n<TH>2023-11-1"},
     };
     for (const auto& test : cases) {
         const Place place({test.m_Spec});
@@ -187,6 +191,20 @@ TEST(ServiceTest, CutsOffUnfinishedRowsBeforeItGoesOn) {
         EXPECT_THAT(place.Read("logs/" + test.m_Name), StartsWith(test.m_Whole + test.m_Next));
         EXPECT_EQ(program.Errors().find("is cut off") != std::string::npos, !test.m_Torn.empty());
     }
+}
+
+TEST(ServiceTest, SaysThatRowsCannotBeWritten) {
+    const Place place({Spec{"Full", "full-%i.csv"}, Spec{"Well", "well-%i.csv"}});
+    std::filesystem::create_directory(place.Path("logs"));
+    std::filesystem::create_symlink("/dev/full", place.Path("logs/full-0.csv"));
+    Program program = Program::Run(place);
+    program.Write(R"({"alarm": {}, "log": "Full"}
+{"alarm": {}, "log": "Full"}
+{"alarm": {}, "log": "Well"})");
+    EXPECT_EQ(program.Wait(), 1);
+    EXPECT_THAT(program.Errors(), AllOf(HasSubstr("/dev/full: No space left on device; rows are lost, 1 so far"),
+                                        HasSubstr("rows that could not be written: 2\n")));
+    EXPECT_THAT(place.Rows("logs/well-", ".csv"), testing::SizeIs(2));
 }
 
 TEST(ServiceTest, RefusesToStart) {

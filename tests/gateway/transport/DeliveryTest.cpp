@@ -92,7 +92,7 @@ TEST_P(UploadDelivery, EveryByteArrivesAndReplacesAnOlderFile) {
         EXPECT_THAT(EntriesOf(place), ElementsAre());
         EXPECT_THAT(EntriesOf(SpoolPath()), ElementsAre("lock"));
     }
-    EXPECT_EQ(m_pTransports->Counters().m_nFilesSent, 8U);
+    EXPECT_EQ(m_pTransports->Counters().front().m_nSent, 8U);
 }
 
 INSTANTIATE_TEST_SUITE_P(Ways, UploadDelivery, testing::Values("directory", "ftp", "http", "sftp"), NameOf);

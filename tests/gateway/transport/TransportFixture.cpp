@@ -107,7 +107,7 @@ EResult TransportFixture::Send(const std::string& name, const std::string& bytes
 }
 
 std::uint64_t TransportFixture::Waiting() const {
-    return m_pTransports->Counters().m_nMailsWaiting + m_pTransports->Counters().m_nFilesWaiting;
+    return m_pTransports->Counters().front().m_nWaiting;
 }
 
 bool TransportFixture::WaitUntilWaiting(std::uint64_t count) const {
