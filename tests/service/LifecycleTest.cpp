@@ -1,9 +1,8 @@
+#include "base/EFileIO.h"
 #include "base/InterfaceIds.h"
 #include "tests/ServiceFixture.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 namespace {
 
@@ -14,19 +13,10 @@ std::ptrdiff_t Workers() {
                          [](const auto& task) { return ReadWhole(task.path() / "comm") == "LogFileThrd\n"; });
 }
 
-// Lets those go on who write to a pipe that nobody has read so far, and waits for their end.
-void ReadPipe(const char* path, const std::vector<std::thread*>& writers) {
-    const int reader = open(path, O_RDONLY | O_NONBLOCK);
-    for (std::thread* writer : writers) {
-        writer->join();
-    }
-    close(reader);
-}
-
 TEST_F(Lifecycle, PreparationNeedsThreeInterfacesAndTheLastRegistration) {
     const EResult refusal = 0xC0010022;
+    // What is missing, the registration that is refused, the result, and whether anything is registered.
     const std::tuple<std::set<unsigned long>, const char*, EResult, bool> cases[] = {
-        // and whether it gets to register
         {{IID_KERNEL_CONTROL}, "", RC_MISSING, false},
         {{IID_ERROR_REPORTER}, "", RC_MISSING, false},
         {{IID_STRING_TABLE}, "", RC_MISSING, true},
@@ -76,8 +66,9 @@ TEST_F(Lifecycle, AStopFinishesTheRequestInHandAndTheEndNoMore) {
     }
     std::thread stopper([&] { m_pService->PrepareToStop(); });
     EXPECT_TRUE(Soon([&] { return !m_pService->m_bRunning; }));
-    EXPECT_EQ(m_pService->m_State, 7U); // it waits
-    ReadPipe("logs/pipe", {&stopper});
+    EXPECT_EQ(m_pService->m_State, 7U);                            // it waits
+    const EFileIO reader(L"logs/pipe", EFileIO::OPEN_FOR_READING); // who writes to the pipe goes on
+    stopper.join();
     EXPECT_EQ(Queued(), (Texts{"r0#0;", "r0#1;", "r0#2;"}));
     WriteAll();
     Alarm(L"waits, and is never written");
@@ -100,7 +91,9 @@ TEST_F(Lifecycle, AStartWaitsForTheEventInHand) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(m_pService->m_State, 1U);
     EXPECT_EQ(Workers(), 0);
-    ReadPipe("pipe", {&reporter, &starter});
+    const EFileIO reader(L"pipe", EFileIO::OPEN_FOR_READING); // who writes to the pipe goes on
+    reporter.join();
+    starter.join();
     EXPECT_EQ(m_pService->m_State, 7U);
 }
 
