@@ -2,10 +2,11 @@
 
 #include <algorithm>
 #include <iterator>
-#include <sstream>
 #include <utility>
 
 #include <sys/wait.h>
+
+namespace fs = std::filesystem;
 
 std::vector<std::string> Lines(const std::string& text) {
     std::istringstream stream(text);
@@ -16,28 +17,35 @@ std::vector<std::string> Lines(const std::string& text) {
     return lines;
 }
 
-Place::Place(const std::vector<Spec>& specs, const std::string& gateway) {
-    std::ostringstream list;
-    for (const Spec& spec : specs) {
-        list << (&spec == &specs.front() ? "" : ",\n") << R"({"type": "EFileSpec", "name": ")" << spec.m_Name
-             << R"(", "logPath": "logs", "fileName": ")" << spec.m_FileName << R"(", "maxFileSize": )"
-             << spec.m_nMaxFileSize << R"(, "numFiles": )" << spec.m_nNumFiles << R"(, "fileFormat": )"
-             << spec.m_nFileFormat << R"(, "unicode": )" << spec.m_nUnicode << R"(, "deliveryMode": )"
-             << spec.m_nDeliveryMode << R"(, "keepCopy": 0, "mailName": ""})";
+std::vector<std::vector<std::string>> Table(const std::string& name) {
+    const std::string between = " => ";
+    std::vector<std::vector<std::string>> rows;
+    for (std::string line : Lines(ReadWhole(KVTEST_SOURCES + name))) {
+        if (line.empty() || line.starts_with('#')) {
+            continue;
+        }
+        rows.emplace_back();
+        for (std::size_t end = 0; end != std::string::npos; line.erase(0, end + between.size())) {
+            end = line.find(between);
+            rows.back().push_back(line.substr(0, end));
+        }
     }
-    std::filesystem::create_directory(Path("config"));
-    Write("config/kvLogFile.json", R"({"version": 3, "dateFormat": "YYYY-MM-DD", "timeFormat": "HH:mm:SS.sss",
-"fileSpecs": [)" + list.str() + "]}");
+    return rows;
+}
+
+Place::Place(const std::vector<SpecItems>& specs, const std::string& gateway) {
+    WriteSection({specs.begin(), specs.end()});
+    fs::create_directory("config");
+    fs::rename("kvLogFile.json", "config/kvLogFile.json");
     if (!gateway.empty()) {
-        Write("config/gateway.json", gateway);
+        WriteWhole("config/gateway.json", gateway);
     }
 }
 
-std::vector<std::string> Place::Rows(const std::string& prefix, const std::string& suffix,
-                                     const std::string& header) const {
+std::vector<std::string> Rows(const std::string& prefix, const std::string& suffix, const std::string& header) {
     std::vector<std::string> rows;
-    for (int index = 0; Has(prefix + std::to_string(index) + suffix); ++index) {
-        const std::vector<std::string> older = Lines(Read(prefix + std::to_string(index) + suffix));
+    for (int index = 0; fs::exists(prefix + std::to_string(index) + suffix); ++index) {
+        const std::vector<std::string> older = Lines(ReadWhole(prefix + std::to_string(index) + suffix));
         std::copy_if(older.rbegin(), older.rend(), std::back_inserter(rows),
                      [&](const std::string& row) { return header.empty() || row != header; });
     }
@@ -45,24 +53,19 @@ std::vector<std::string> Place::Rows(const std::string& prefix, const std::strin
     return rows;
 }
 
-Program::Program(const Place& place, const std::vector<std::string>& arguments) {
+Program::Program(const std::string& command) {
     static int number = 0;
-    m_Files = place.Path("run" + std::to_string(++number));
-    std::string command = "echo $$ >" + m_Files + ".pid; exec " KVGATEWAY_EMULATOR " " KVGATEWAY_PATH;
-    for (const std::string& argument : arguments) {
-        command += " '" + argument + "'";
-    }
+    m_Files = fs::absolute("run" + std::to_string(++number));
+    const std::string line = "echo $$ >" + m_Files + ".pid; exec " + command;
     std::signal(SIGPIPE, SIG_IGN);
-    m_pInput = popen((command + " >" + m_Files + ".out 2>" + m_Files + ".err").c_str(), "we");
+    m_pInput = popen((line + " >" + m_Files + ".out 2>" + m_Files + ".err").c_str(), "we");
     if (m_pInput == nullptr || !Eventually([this] { return ReadWhole(m_Files + ".pid").ends_with('\n'); })) {
         throw std::runtime_error("not started: " + command);
     }
 }
 
-Program Program::Run(const Place& place, const std::vector<std::string>& more) {
-    std::vector<std::string> arguments{"run", "--config", place.Path("config"), "--directory", place.Path()};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    return Program(place, arguments);
+Program Program::Gateway(const std::string& arguments) {
+    return Program(KVGATEWAY_EMULATOR " " KVGATEWAY_PATH " " + arguments);
 }
 
 Program::~Program() {

@@ -6,7 +6,7 @@
 
 namespace {
 
-const std::string PROGRAM = "exec /usr/bin/python3 " KVTEST_SERVER " ";
+const std::string PROGRAM = "exec /usr/bin/python3 " KVTEST_SOURCES "transport/server.py ";
 
 } // namespace
 
