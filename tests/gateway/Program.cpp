@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <regex>
 #include <utility>
 
 #include <sys/wait.h>
@@ -18,16 +19,12 @@ std::vector<std::string> Lines(const std::string& text) {
 }
 
 std::vector<std::vector<std::string>> Table(const std::string& name) {
-    const std::string between = " => ";
+    const std::regex between(" => ");
     std::vector<std::vector<std::string>> rows;
-    for (std::string line : Lines(ReadWhole(KVTEST_SOURCES + name))) {
-        if (line.empty() || line.starts_with('#')) {
-            continue;
-        }
-        rows.emplace_back();
-        for (std::size_t end = 0; end != std::string::npos; line.erase(0, end + between.size())) {
-            end = line.find(between);
-            rows.back().push_back(line.substr(0, end));
+    for (const std::string& line : Lines(ReadWhole(KVTEST_SOURCES + name))) {
+        if (!line.empty() && !line.starts_with('#')) {
+            rows.emplace_back(std::sregex_token_iterator(line.begin(), line.end(), between, -1),
+                              std::sregex_token_iterator());
         }
     }
     return rows;
@@ -76,14 +73,7 @@ Program::~Program() {
 }
 
 bool Program::Write(const std::string& text) {
-    for (std::size_t done = 0; done < text.size();) {
-        const ssize_t written = write(fileno(m_pInput), text.data() + done, text.size() - done);
-        if (written <= 0) {
-            return false;
-        }
-        done += static_cast<std::size_t>(written);
-    }
-    return true;
+    return std::fwrite(text.data(), 1, text.size(), m_pInput) == text.size() && std::fflush(m_pInput) == 0;
 }
 
 void Program::Signal(int number) const {
