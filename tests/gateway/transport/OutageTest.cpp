@@ -15,37 +15,27 @@ using testing::UnorderedElementsAreArray;
 
 namespace {
 
-struct OutageCase {
-    const char* m_Kind;
-    const char* m_Fault;
-    bool m_bRestart;
-};
-
-class Outage : public TransportFixture, public testing::WithParamInterface<OutageCase> {};
+// A kind of server, and what is wrong with it.
+class Outage : public TransportFixture, public testing::WithParamInterface<std::tuple<const char*, const char*>> {};
 
 TEST_P(Outage, EverythingArrivesOnceAfterwards) {
-    const auto [kind, fault, restart] = GetParam();
+    const auto [kind, fault] = GetParam();
     TestServer server(kind);
     server.SetFault(fault);
     OpenFor(server);
-    const std::vector<std::string> names{"first.csv", "second.csv", "third.csv"};
+    const Names names{"first.csv", "second.csv", "third.csv"};
     const std::string bytes = BinaryBytes(100'000);
     for (const auto& name : names) {
         ASSERT_EQ(Send(name, bytes), RC_OK);
-        ASSERT_FALSE(fs::exists(m_Directory.Path("job/" + name)));
     }
     ASSERT_TRUE(WaitUntilReported("tried again in"));
+    EXPECT_FALSE(Drain(300));
+    OpenFor(server); // what an earlier run left goes out as well
     EXPECT_FALSE(Drain(300));
     EXPECT_EQ(Waiting(), 3U);
     EXPECT_THAT(server.Arrivals(), IsEmpty());
 
-    if (restart) {
-        Close();
-    }
     server.SetFault("");
-    if (restart) {
-        OpenFor(server);
-    }
     EXPECT_TRUE(Drain());
     EXPECT_EQ(Waiting(), 0U);
     EXPECT_THAT(server.Arrivals(), UnorderedElementsAreArray(names));
@@ -59,31 +49,22 @@ TEST_P(Outage, EverythingArrivesOnceAfterwards) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Faults, Outage,
-                         testing::Values(OutageCase{"smtp", "down", true}, OutageCase{"smtp", "refuse to@", false},
-                                         OutageCase{"smtp", "stall 20000", true},
-                                         OutageCase{"smtp", "cut 20000", false}, OutageCase{"ftp", "down", false},
-                                         OutageCase{"ftp", "refuse .csv", true}, OutageCase{"ftp", "stall 40", false},
-                                         OutageCase{"ftp", "cut 20000", true}, OutageCase{"http", "down", true},
-                                         OutageCase{"http", "refuse", false}, OutageCase{"http", "stall 20000", true},
-                                         OutageCase{"http", "cut 20000", false},
-                                         OutageCase{"sftp", "cut 20000", false}),
+                         testing::Combine(testing::Values("smtp", "ftp", "http", "sftp"),
+                                          testing::Values("down", "refuse", "stall", "cut")),
                          [](const auto& outage) {
-                             const std::string fault = outage.param.m_Fault;
-                             return outage.param.m_Kind + ("_" + fault.substr(0, fault.find(' ')));
+                             return std::get<0>(outage.param) + std::string("_") + std::get<1>(outage.param);
                          });
 
 TEST_F(Outage, StoppingDoesNotWaitForAHangingServer) {
-    for (const auto& [kind, fault] : {std::pair("smtp", "stall 20000"), {"ftp", "stall 40"}, {"http", "stall 20000"}}) {
+    m_Spool.m_nStallTimeout = 3600;
+    for (const char* const kind : {"smtp", "ftp", "http"}) {
         TestServer server(kind);
-        server.SetFault(fault);
-        m_Spool.m_nStallTimeout = 120;
+        server.SetFault("stall");
         OpenFor(server);
         ASSERT_EQ(Send("a.csv", BinaryBytes(100'000)), RC_OK);
         std::this_thread::sleep_for(std::chrono::milliseconds(500)); // the transfer has begun, and hangs
-        const auto begin = std::chrono::steady_clock::now();
         Close();
-        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30)) << kind;
-        fs::remove_all(SpoolPath());
+        fs::remove_all("spool");
     }
 }
 
@@ -109,10 +90,10 @@ TEST_F(Outage, WhatIsRefusedHoldsUpNothingElse) {
     ASSERT_EQ(SendMail({"first.csv"}, "1", L"Gone"), RC_OK);
     ASSERT_TRUE(WaitUntilReported("550 5.1.1 no such mailbox"));
     ASSERT_EQ(SendMail({"second.csv"}, "2"), RC_OK);
-    EXPECT_TRUE(WaitUntilWaiting(1));
+    EXPECT_TRUE(Eventually([this] { return Waiting() == 1; }));
     EXPECT_THAT(mailServer.Arrivals(), ElementsAre("second.csv"));
     Close();
-    fs::remove_all(SpoolPath());
+    fs::remove_all("spool");
 
     // The younger version of a file must not be replaced by the older one that was held up.
     TestServer server("ftp");
@@ -122,7 +103,7 @@ TEST_F(Outage, WhatIsRefusedHoldsUpNothingElse) {
     ASSERT_EQ(Upload({"held.csv"}, "younger"), RC_OK);
     ASSERT_EQ(Upload({"other.csv"}, "other"), RC_OK);
     ASSERT_TRUE(WaitUntilReported("550 Not here"));
-    EXPECT_TRUE(WaitUntilWaiting(2));
+    EXPECT_TRUE(Eventually([this] { return Waiting() == 2; }));
     EXPECT_THAT(server.Arrivals(), ElementsAre("with-it.csv", "other.csv"));
     server.SetFault("");
     EXPECT_TRUE(Drain());
@@ -140,7 +121,7 @@ TEST_F(Outage, AFullSpoolRefusesUntilThereIsRoom) {
     ASSERT_EQ(Upload({"second.csv"}, bytes), RC_OK);
     for (const char* const name : {"third.csv", "fourth.csv"}) {
         EXPECT_EQ(Upload({name}, bytes), RC_WRITE);
-        EXPECT_TRUE(fs::exists(m_Directory.Path(std::string("job/") + name)));
+        EXPECT_TRUE(fs::exists(std::string("job/") + name));
         EXPECT_EQ(CountReports(std::string("upload: ") + name), 1);
         OpenFor(server); // what an earlier run left takes its room
     }
@@ -162,37 +143,34 @@ TEST_F(Outage, LeftoversOfACrashAreClearedAndDamageIsSetAside) {
         << "two programs must not send the same jobs";
     Close();
     for (const char* const name : {"0000000000000008.data", "0000000000000009.json.part-", "0000000000000005.data"}) {
-        WriteWhole(SpoolPath(name), "left");
+        WriteWhole(std::string("spool/") + name, "left");
     }
-    WriteWhole(SpoolPath("0000000000000005.json"), "{\"version\": 1, \"name\": ");
+    WriteWhole("spool/0000000000000005.json", "{\"version\": 1, \"name\": ");
 
     Open(UploadTo());
     EXPECT_TRUE(Drain());
-    EXPECT_THAT(EntriesOf(m_Directory.Path("uploads")), ElementsAre("first.csv", "second.csv"));
-    EXPECT_THAT(EntriesOf(SpoolPath()), ElementsAre("0000000000000005.bad", "0000000000000005.data", "lock"));
+    EXPECT_THAT(EntriesOf("uploads"), ElementsAre("first.csv", "second.csv"));
+    EXPECT_THAT(EntriesOf("spool"), ElementsAre("0000000000000005.bad", "0000000000000005.data", "lock"));
     EXPECT_EQ(CountReports("0000000000000005.bad"), 1);
 }
 
 // Children are killed while mails are handed over and written into the outbox; each that was accepted is there once.
 TEST_F(Outage, WhatWasAcceptedBeforeAKillArrivesOnce) {
     constexpr int ROUNDS = 10;
-    const std::string accepted = m_Directory.Path("accepted");
     std::mt19937 random(7);
     for (int round = 0; round < ROUNDS; ++round) {
+        const std::string before = ReadWhole("accepted");
         const pid_t child = fork();
         if (child == 0) {
             Open(MailTo());
             for (int i = 0;; ++i) {
                 const std::string name = "mail-" + std::to_string(round) + '-' + std::to_string(i) + ".csv";
                 if (SendMail({name}, BinaryBytes(5000)) == RC_OK) {
-                    std::ofstream(accepted, std::ios::app) << name + '\n';
+                    std::ofstream("accepted", std::ios::app) << name + '\n';
                 }
             }
         }
-        const auto size = [&] { return fs::exists(accepted) ? fs::file_size(accepted) : 0; };
-        for (const auto before = size(); size() == before;) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+        Eventually([&] { return ReadWhole("accepted") != before; });
         std::this_thread::sleep_for(std::chrono::milliseconds(random() % 100));
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
@@ -200,21 +178,20 @@ TEST_F(Outage, WhatWasAcceptedBeforeAKillArrivesOnce) {
     Open(MailTo());
     EXPECT_TRUE(Drain());
 
-    std::map<std::string, int> arrived;
-    for (const auto& mail : EntriesOf(m_Directory.Path("outbox"))) {
+    std::multiset<std::string> arrived;
+    for (const auto& mail : EntriesOf("outbox")) {
         if (mail.ends_with(".eml")) {
-            const std::string text = ReadWhole(m_Directory.Path("outbox/" + mail));
+            const std::string text = ReadWhole("outbox/" + mail);
             const std::size_t name = text.find("filename=") + 9;
-            ++arrived[text.substr(name, text.find("\r\n", name) - name)];
+            arrived.insert(text.substr(name, text.find("\r\n", name) - name));
         }
     }
-    std::ifstream names(accepted);
-    std::size_t count = 0;
-    for (std::string name; std::getline(names, name); ++count) {
-        EXPECT_EQ(arrived[name], 1) << name;
+    const Names accepted = Lines(ReadWhole("accepted"));
+    for (const auto& name : accepted) {
+        EXPECT_EQ(arrived.count(name), 1U) << name;
     }
     // A mail may have been accepted without the killed child's coming to say so.
-    EXPECT_LE(arrived.size(), count + ROUNDS);
+    EXPECT_LE(arrived.size(), accepted.size() + ROUNDS);
 }
 
 } // namespace

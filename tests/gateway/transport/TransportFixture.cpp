@@ -1,34 +1,66 @@
 #include "tests/gateway/transport/TransportFixture.h"
 
+#include "base/EMailMessage.h"
 #include "base/EUploadFiles.h"
+#include "base/IEMailService.h"
+#include "base/IUploadService.h"
 
 #include <algorithm>
+#include <list>
 #include <random>
-#include <thread>
 
 namespace fs = std::filesystem;
 
 constexpr unsigned long CONTEXT = 4711;
+const std::string SERVER = "/usr/bin/python3 " KVTEST_SOURCES "transport/server.py ";
 
-MailSettings TransportFixture::MailTo(const Server& server) const {
-    MailSettings settings;
-    static_cast<Server&>(settings) = server;
-    settings.m_From = "gateway@example.com";
-    settings.m_Outbox = m_Directory.Path("outbox");
-    settings.m_Spool = m_Spool;
-    settings.m_Definitions = {{"Report", {"to@example.com"}, {}, {}, "Report", "See below.", {}}};
-    return settings;
+void TestServer::SetFault(const std::string& fault) {
+    WriteWhole(m_Directory.Path("fault"), fault);
+    if (fault == "down" && m_pProgram != nullptr) {
+        m_pProgram->Wait();
+        m_pProgram.reset();
+    } else if (fault != "down" && m_pProgram == nullptr) {
+        m_pProgram = std::make_unique<Program>(SERVER + m_Kind + ' ' + m_Directory.Path() + ' ' + m_Port);
+        Eventually([this] { return m_pProgram->Output().ends_with('\n'); });
+        m_Port = Lines(m_pProgram->Output()).at(0);
+    }
 }
 
-UploadSettings TransportFixture::UploadTo(const Server& server) const {
-    return {server, m_Directory.Path("uploads"), m_Spool};
+Server TestServer::Target(const std::string& host) const {
+    const bool later = m_Kind.ends_with("_tls");
+    const std::string scheme = m_Kind.substr(0, m_Kind.find('_'));
+    return {scheme + "://" + host + ':' + m_Port + '/',
+            later,
+            "kavro",
+            "s3cret-word",
+            m_Directory.Path("certificate.pem"),
+            m_Directory.Path("known_hosts"),
+            m_Directory.Path("client")};
+}
+
+Names TestServer::Arrivals() const {
+    Names arrivals = Lines(ReadWhole(m_Directory.Path("arrivals")));
+    for (std::string& line : arrivals) {
+        line.erase(0, line.rfind('/') + 1);
+    }
+    return arrivals;
+}
+
+void TestServer::Parse(const std::string& mail, const std::string& directory) {
+    fs::create_directory(directory + "/data");
+    EXPECT_EQ(Program(SERVER + "parse " + mail + ' ' + directory).Wait(), 0);
+}
+
+MailSettings TransportFixture::MailTo(const Server& server) const {
+    const MailDefinition definition{"Report", {"to@example.com"}, {}, {}, "Report", "See below.", {}};
+    return {server, "gateway@example.com", "outbox", m_Spool, {definition}};
 }
 
 void TransportFixture::Open(const MailSettings* mail, const UploadSettings* upload) {
     Close();
     m_pTransports = MakeTransports(mail, upload, [this](const std::string& line) {
         const std::lock_guard lock(m_Mutex);
-        m_Reports += line + '\n';
+        m_Reports.push_back(line);
     });
 }
 
@@ -36,39 +68,32 @@ void TransportFixture::OpenFor(const TestServer& server, const Server& target) {
     server.IsForMails() ? Open(MailTo(target)) : Open(UploadTo(target));
 }
 
-void TransportFixture::MakeFiles(const std::vector<std::string>& names, const std::string& bytes) {
-    fs::create_directory(m_Directory.Path("job"));
-    m_Paths.clear();
+void TransportFixture::MakeFiles(const Names& names, const std::string& bytes) {
+    fs::create_directory("job");
     m_nCompleted = 0;
     for (const auto& name : names) {
-        m_Paths.push_back(m_Directory.Path("job/" + name));
-        WriteWhole(m_Paths.back(), bytes);
+        WriteWhole("job/" + name, bytes);
     }
 }
 
 void TransportFixture::Complete() {
     ++m_nCompleted;
-    for (const auto& path : m_Paths) {
-        fs::remove(path);
-    }
+    fs::remove_all("job");
 }
 
-EResult TransportFixture::SendMail(const std::vector<std::string>& names, const std::string& bytes,
-                                   const wchar_t* name) {
+EResult TransportFixture::SendMail(const Names& names, const std::string& bytes, const wchar_t* name) {
     MakeFiles(names, bytes);
     IEMailService& service = *m_pTransports->EMail();
     EMailMessage* const message = service.CreateMessage();
     message->m_Name = name;
     EXPECT_EQ(service.LoadMessage(message), RC_OK);
     const EPersistentString before = message->m_Attachments;
-    for (const auto& path : m_Paths) {
-        message->m_Attachments += L';';
-        message->m_Attachments += Wide(path);
+    for (const auto& file : names) {
+        message->m_Attachments += Wide(";job/" + file);
     }
     EXPECT_EQ(service.StoreMessage(message), RC_OK);
-    const EResult result = service.SendMessage(
-        message->m_Name, [](EMAILSTATUS, void* context) { static_cast<TransportFixture*>(context)->Complete(); }, this,
-        nullptr);
+    const auto complete = [](EMAILSTATUS, void* context) { static_cast<TransportFixture*>(context)->Complete(); };
+    const EResult result = service.SendMessage(message->m_Name, complete, this, nullptr);
     message->m_Attachments = before;
     EXPECT_EQ(service.StoreMessage(message), RC_OK);
     service.ReleaseMessage(message);
@@ -76,16 +101,12 @@ EResult TransportFixture::SendMail(const std::vector<std::string>& names, const 
     return result;
 }
 
-EResult TransportFixture::Upload(const std::vector<std::string>& names, const std::string& bytes,
-                                 const Server& server) {
+EResult TransportFixture::Upload(const Names& names, const std::string& bytes, const Server& server) {
     MakeFiles(names, bytes);
-    std::vector<EUploadFile> files;
-    for (const auto& path : m_Paths) {
-        files.emplace_back(Wide(path), false, false);
-    }
+    std::list<EUploadFile> files;
     EUploadFiles list;
-    for (auto& file : files) {
-        list.AddTail(&file);
+    for (const auto& name : names) {
+        list.AddTail(&files.emplace_back(Wide("job/" + name), false, false));
     }
     EString url = Wide(server.m_Url);
     EString user = Wide(server.m_User);
@@ -110,28 +131,14 @@ std::uint64_t TransportFixture::Waiting() const {
     return m_pTransports->Counters().m_nMailsWaiting + m_pTransports->Counters().m_nFilesWaiting;
 }
 
-bool TransportFixture::WaitUntilWaiting(std::uint64_t count) const {
-    for (int i = 0; i < 6000 && Waiting() > count; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return Waiting() == count;
-}
-
-int TransportFixture::CountReports(const std::string& text) const {
+long TransportFixture::CountReports(const std::string& text) const {
     const std::lock_guard lock(m_Mutex);
-    int count = 0;
-    for (auto place = m_Reports.find(text); place != std::string::npos; place = m_Reports.find(text, place + 1)) {
-        ++count;
-    }
-    return count;
+    return std::count_if(m_Reports.begin(), m_Reports.end(),
+                         [&](const std::string& line) { return line.find(text) != std::string::npos; });
 }
 
 bool TransportFixture::WaitUntilReported(const std::string& text) const {
-    for (int i = 0; i < 6000 && CountReports(text) == 0; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    EXPECT_NE(CountReports(text), 0) << "not reported: " << text << "; but:\n" << m_Reports;
-    return CountReports(text) != 0;
+    return Eventually([&] { return CountReports(text) != 0; });
 }
 
 std::string BinaryBytes(std::size_t size) {
