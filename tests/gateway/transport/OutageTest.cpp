@@ -43,8 +43,8 @@ TEST_P(Outage, EverythingArrivesOnceAfterwards) {
         EXPECT_EQ(server.Arrivals(), names);
     }
     for (const auto& name : names) {
-        EXPECT_EQ(ReadWhole(server.Path(name)), bytes);
-        EXPECT_FALSE(fs::exists(server.Path(name + ".part")));
+        EXPECT_EQ(ReadWhole(server.Path("data/" + name)), bytes);
+        EXPECT_FALSE(fs::exists(server.Path("data/" + name + ".part")));
     }
 }
 
@@ -83,10 +83,8 @@ TEST_F(Outage, ADeadServerIsNotAskedAllTheTimeWhileDraining) {
 
 TEST_F(Outage, WhatIsRefusedHoldsUpNothingElse) {
     TestServer mailServer("smtp");
-    MailSettings mail = MailTo(mailServer.Target());
-    mail.m_Definitions.push_back({"Gone", {"gone@example.com"}, {}, {}, "", "", {}});
     mailServer.SetFault("refuse gone@");
-    Open(mail);
+    OpenFor(mailServer);
     ASSERT_EQ(SendMail({"first.csv"}, "1", L"Gone"), RC_OK);
     ASSERT_TRUE(WaitUntilReported("550 5.1.1 no such mailbox"));
     ASSERT_EQ(SendMail({"second.csv"}, "2"), RC_OK);
@@ -108,7 +106,7 @@ TEST_F(Outage, WhatIsRefusedHoldsUpNothingElse) {
     server.SetFault("");
     EXPECT_TRUE(Drain());
     EXPECT_THAT(server.Arrivals(), ElementsAre("with-it.csv", "other.csv", "held.csv", "held.csv"));
-    EXPECT_EQ(ReadWhole(server.Path("held.csv")), "younger");
+    EXPECT_EQ(ReadWhole(server.Path("data/held.csv")), "younger");
 }
 
 TEST_F(Outage, AFullSpoolRefusesUntilThereIsRoom) {

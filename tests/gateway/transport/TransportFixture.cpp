@@ -4,6 +4,8 @@
 #include "base/EUploadFiles.h"
 #include "base/IEMailService.h"
 #include "base/IUploadService.h"
+#include "gateway/Configuration.h"
+#include "gateway/JsonObject.h"
 
 #include <algorithm>
 #include <list>
@@ -15,7 +17,7 @@ constexpr unsigned long CONTEXT = 4711;
 const std::string SERVER = "/usr/bin/python3 " KVTEST_SOURCES "transport/server.py ";
 
 void TestServer::SetFault(const std::string& fault) {
-    WriteWhole(m_Directory.Path("fault"), fault);
+    WriteWhole(Path("fault"), fault);
     if (fault == "down" && m_pProgram != nullptr) {
         m_pProgram->Wait();
         m_pProgram.reset();
@@ -27,33 +29,25 @@ void TestServer::SetFault(const std::string& fault) {
 }
 
 Server TestServer::Target(const std::string& host) const {
-    const bool later = m_Kind.ends_with("_tls");
-    const std::string scheme = m_Kind.substr(0, m_Kind.find('_'));
-    return {scheme + "://" + host + ':' + m_Port + '/',
-            later,
-            "kavro",
-            "s3cret-word",
-            m_Directory.Path("certificate.pem"),
-            m_Directory.Path("known_hosts"),
-            m_Directory.Path("client")};
+    const std::string url = m_Kind.substr(0, m_Kind.find('_')) + "://" + host + ':' + m_Port + '/';
+    const bool encryptsLater = m_Kind.ends_with("_tls");
+    return {url, encryptsLater, "kavro", "s3cret-word", Path("certificate.pem"), Path("known_hosts"), Path("client")};
 }
 
 Names TestServer::Arrivals() const {
-    Names arrivals = Lines(ReadWhole(m_Directory.Path("arrivals")));
+    Names arrivals = Lines(ReadWhole(Path("arrivals")));
     for (std::string& line : arrivals) {
         line.erase(0, line.rfind('/') + 1);
     }
     return arrivals;
 }
 
-void TestServer::Parse(const std::string& mail, const std::string& directory) {
-    fs::create_directory(directory + "/data");
-    EXPECT_EQ(Program(SERVER + "parse " + mail + ' ' + directory).Wait(), 0);
-}
-
 MailSettings TransportFixture::MailTo(const Server& server) const {
-    const MailDefinition definition{"Report", {"to@example.com"}, {}, {}, "Report", "See below.", {}};
-    return {server, "gateway@example.com", "outbox", m_Spool, {definition}};
+    Findings ignored; // a file of log files is missing
+    MailSettings settings = Configuration::Load(KVTEST_SOURCES "transport/mail", ignored).m_Mail.value();
+    static_cast<Server&>(settings) = server;
+    settings.m_Spool = m_Spool;
+    return settings;
 }
 
 void TransportFixture::Open(const MailSettings* mail, const UploadSettings* upload) {

@@ -28,10 +28,7 @@ public:
     bool IsOpen() const { return m_Kind == "smtp" || m_Kind == "ftp" || m_Kind == "http"; } // knows no encryption
     Server Target(const std::string& host = "127.0.0.1") const; // with all that is needed to log in and to trust it
     Names Arrivals() const;                                     // in order
-    std::string Path(const std::string& name) const { return m_Directory.Path("data/" + name); } // of what has come
-
-    // Takes a mail apart into the directory "data" of `directory`, as the servers do.
-    static void Parse(const std::string& mail, const std::string& directory);
+    std::string Path(const std::string& name) const { return m_Directory.Path(name); } // "data/...": what has come
 
 private:
     TempDir m_Directory;
@@ -43,8 +40,8 @@ private:
 // The transports as the module meets them: files are made, handed over, and deleted by the completion.
 class TransportFixture : public testing::Test, public ISMListener {
 protected:
-    // A local directory where no server is given.
-    MailSettings MailTo(const Server& server = {}) const; // with the definition "Report"
+    // A local directory where no server is given. The definitions stand in mail/gateway.json.
+    MailSettings MailTo(const Server& server = {}) const;
     UploadSettings UploadTo(const Server& server = {}) const { return {server, "uploads", m_Spool}; }
 
     // Starts the transports, in place of earlier ones.

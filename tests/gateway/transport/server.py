@@ -3,10 +3,9 @@
 
     server.py KIND DIR [PORT]    smtp, ftp, http: not encrypted; smtp_tls, ftp_tls: only after STARTTLS and AUTH TLS;
                                  smtps, ftps, https: from the beginning; sftp: takes the key DIR/client
-    server.py parse MAIL DIR     takes a mail apart, as the SMTP servers do
 
-Prints its port, and ends with its input. What arrives goes into DIR/data: a file, or a mail's attachments and what else
-it says in mail.json. DIR/arrivals gets a line for each that has wholly arrived. DIR/certificate.pem and DIR/known_hosts
+Prints its port, and ends with its input. What arrives goes into DIR/data: a file, or a mail (DIR/mail), its attachments
+and what else it says (DIR/mail.json). DIR/arrivals gets a line for each that has wholly arrived. DIR/certificate.pem and DIR/known_hosts
 are what to trust. DIR/fault says what is wrong at the moment: nothing, "refuse TEXT" (what contains TEXT; HTTP: everything),
 "stall" or "cut" (in the middle of what comes from the client).
 """
@@ -14,7 +13,6 @@ are what to trust. DIR/fault says what is wrong at the moment: nothing, "refuse 
 import asyncio
 import base64
 import contextlib
-import email
 import email.policy
 import hashlib
 import json
@@ -28,7 +26,7 @@ import threading
 from pathlib import Path
 
 USER, PASSWORD = "kavro", "s3cret-word"
-KIND, DIR = sys.argv[1], Path(sys.argv[-1] if sys.argv[1] == "parse" else sys.argv[2])
+KIND, DIR = sys.argv[1], Path(sys.argv[2])
 DATA, CERTIFICATE, KEY = DIR / "data", DIR / "certificate.pem", DIR / "key.pem"
 MIDDLE = 20000  # bytes
 
@@ -47,17 +45,6 @@ def arrived(what):
         log.write(f"{what}\n")
 
 
-def parse(content, **more):
-    message = email.message_from_bytes(content, policy=email.policy.default)
-    names = [part.get_filename() for part in message.iter_attachments()]
-    for part in message.iter_attachments():
-        (DATA / part.get_filename()).write_bytes(part.get_payload(decode=True))
-    headings = {name: str(message[name]) for name in message.keys()}
-    text = message.get_body().get_content().replace("\r\n", "\n")
-    (DATA / "mail.json").write_text(json.dumps({"headings": headings, "text": text, "attachments": names, **more}))
-    return names
-
-
 def serve_smtp(port):
     from aiosmtpd.controller import Controller
     from aiosmtpd.smtp import AuthResult
@@ -70,7 +57,17 @@ def serve_smtp(port):
             return "250 OK"
 
         async def handle_DATA(self, server, session, envelope):
-            arrived(*parse(envelope.original_content, sender=envelope.mail_from, recipients=envelope.rcpt_tos)[:1])
+            mail = email.message_from_bytes(envelope.original_content, policy=email.policy.default)
+            files = {part.get_filename(): part.get_payload(decode=True) for part in mail.iter_attachments()}
+            for name, content in files.items():
+                (DATA / name).write_bytes(content)
+            text = mail.get_body().get_content().replace("\r\n", "\n")
+            varying = ("Date", "Message-Id", "Content-Type")
+            headings = {name: str(value) for name, value in mail.items() if name not in varying}
+            told = {"sender": envelope.mail_from, "recipients": envelope.rcpt_tos, "headings": headings, "text": text}
+            (DIR / "mail.json").write_text(json.dumps(told | {"attachments": list(files)}))
+            (DIR / "mail").write_bytes(envelope.original_content)
+            arrived(next(iter(files)))
             return "250 OK"
 
     def login(server, session, envelope, mechanism, data):
@@ -205,11 +202,8 @@ async def serve(port):
     await asyncio.Event().wait()
 
 
-if KIND == "parse":
-    parse(Path(sys.argv[2]).read_bytes())
-else:
-    DATA.mkdir(exist_ok=True)
-    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
-                    "-days", "2", "-subj", "/CN=test", "-addext", "subjectAltName=IP:127.0.0.1",
-                    "-keyout", KEY, "-out", CERTIFICATE], stderr=subprocess.DEVNULL, check=True)
-    asyncio.run(serve(int((sys.argv + [0])[3])))
+DATA.mkdir(exist_ok=True)
+subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+                "-days", "2", "-subj", "/CN=test", "-addext", "subjectAltName=IP:127.0.0.1",
+                "-keyout", KEY, "-out", CERTIFICATE], stderr=subprocess.DEVNULL, check=True)
+asyncio.run(serve(int((sys.argv + [0])[3])))
