@@ -92,11 +92,12 @@ std::size_t DropBody(char*, std::size_t size, std::size_t count, void*) {
     return size * count;
 }
 
-// Keeps the last reply, for what the library says of it is too little. The one to "QUIT" does not count.
+// Keeps the last reply, for what the library says of it is too little. The one to "QUIT" does not count, nor "226": some
+// FTP servers send it when the data connection is closed, also of a transfer that they have just refused.
 std::size_t KeepReply(char* line, std::size_t size, std::size_t count, void* reply) {
     const std::string_view text(line, size * count);
     const bool isReply = text.starts_with("HTTP/") || (!text.empty() && text[0] >= '1' && text[0] <= '5');
-    if (isReply && !text.starts_with("221")) {
+    if (isReply && !text.starts_with("221") && !text.starts_with("226")) {
         *static_cast<std::string*>(reply) = text.substr(0, text.find_first_of("\r\n"));
     }
     return size * count;

@@ -103,6 +103,7 @@ TEST_F(Outage, WhatIsRefusedHoldsUpNothingElse) {
     ASSERT_TRUE(WaitUntilReported("550 Not here"));
     EXPECT_TRUE(Eventually([this] { return Waiting() == 2; }));
     EXPECT_THAT(server.Arrivals(), ElementsAre("with-it.csv", "other.csv"));
+    EXPECT_EQ(CountReports("; job 1 is tried again"), CountReports("tried again")) << "the server is not to blame";
     server.SetFault("");
     EXPECT_TRUE(Drain());
     EXPECT_THAT(server.Arrivals(), ElementsAre("with-it.csv", "other.csv", "held.csv", "held.csv"));
