@@ -35,17 +35,7 @@ protected:
         return place;
     }
 
-    int Check(const std::string& directory) {
-        Program program = Program::Gateway("check --config " + directory);
-        const int status = program.Wait();
-        m_Errors = program.Errors();
-        m_Output = program.Output();
-        return status;
-    }
-
     Place m_Place;
-    std::string m_Errors;
-    std::string m_Output;
 };
 
 } // namespace
@@ -65,15 +55,16 @@ TEST_F(CheckTest, NamesThePlaceOfEveryFaultAndDoubt) {
 TEST_F(CheckTest, SaysEverythingAtOnceAndRunRefusesIt) {
     WriteWith("3, \"fileFormat\": 1, \"unicode\": 0", "-3, \"fileFormat\": 1, \"unicode\": 5^");
     WriteWhole("config/gateway.json", "{ \"schedul\": [] }");
-    EXPECT_EQ(Check("config"), 1);
-    EXPECT_THAT(Lines(m_Errors),
+    Program check = Program::Gateway("check --config config");
+    EXPECT_EQ(check.Wait(), 1);
+    EXPECT_THAT(Lines(check.Errors()),
                 ElementsAre(HasSubstr("kvLogFile.json:7:19: "), HasSubstr("kvLogFile.json:7:51: warning: "),
                             HasSubstr("kvLogFile.json:8:23: "), HasSubstr("kvLogFile.json:9:36: "),
                             HasSubstr("kvLogFile.json:11:23: "), HasSubstr("gateway.json:1:3: ")));
-    EXPECT_EQ(m_Output, "");
-    Program program = Program::Run();
-    EXPECT_EQ(program.Wait(), 2);
-    EXPECT_THAT(program.Errors(), HasSubstr(m_Errors));
+    EXPECT_EQ(check.Output(), "");
+    Program run = Program::Run();
+    EXPECT_EQ(run.Wait(), 2);
+    EXPECT_THAT(run.Errors(), HasSubstr(check.Errors()));
     EXPECT_FALSE(fs::exists("Kavro.log") || fs::exists("config/kvgateway.work"));
 }
 
@@ -81,23 +72,27 @@ TEST_F(CheckTest, SaysEverythingAtOnceAndRunRefusesIt) {
 
 TEST_F(CheckTest, RefusesWhatItCannotSend) {
     WriteWhole("config/gateway.json", "{\n\"upload\": {}}");
-    EXPECT_EQ(Check("config"), 1);
-    EXPECT_THAT(m_Errors, HasSubstr("gateway.json:2:1: "));
+    Program check = Program::Gateway("check --config config");
+    EXPECT_EQ(check.Wait(), 1);
+    EXPECT_THAT(check.Errors(), HasSubstr("gateway.json:2:1: "));
 }
 
 #else
 
 TEST_F(CheckTest, DescribesEveryLogFileOfAConfigurationWithoutFaults) {
     const std::string doubtful = WriteWith("\"unicode\": 0", "\"unicode\": ^2");
-    EXPECT_EQ(Check("config"), 0);
-    EXPECT_THAT(Lines(m_Errors), ElementsAre(HasSubstr(doubtful + ": warning: ")));
-    EXPECT_EQ(m_Output, "KernelLog: Kavro.log, plain text in UTF-16, 1 file of up to 512000 bytes\n"
-                        "Trend: ./Spool/trend-%i.csv, comma-separated in 8 bits, 3 files of up to 1000 bytes, "
-                        "uploaded on request, then kept in logs\n"
-                        "Alarms@7: ./Spool/alarms-%i.html, HTML, 1 file without a size limit, mailed on request\n");
+    Program check = Program::Gateway("check --config config");
+    EXPECT_EQ(check.Wait(), 0);
+    EXPECT_THAT(Lines(check.Errors()), ElementsAre(HasSubstr(doubtful + ": warning: ")));
+    EXPECT_EQ(check.Output(),
+              "KernelLog: Kavro.log, plain text in UTF-16, 1 file of up to 512000 bytes\n"
+              "Trend: ./Spool/trend-%i.csv, comma-separated in 8 bits, 3 files of up to 1000 bytes, "
+              "uploaded on request, then kept in logs\n"
+              "Alarms@7: ./Spool/alarms-%i.html, HTML, 1 file without a size limit, mailed on request\n");
     EXPECT_EQ(Program::Gateway("init new/config").Wait(), 0);
-    EXPECT_EQ(Check("new/config"), 0);
-    EXPECT_EQ(m_Errors, "");
+    Program again = Program::Gateway("check --config new/config");
+    EXPECT_EQ(again.Wait(), 0);
+    EXPECT_EQ(again.Errors(), "");
     fs::remove("new/config/kvLogFile.json");
     EXPECT_EQ(Program::Gateway("init new/config").Wait(), 2) << "it would overwrite a file";
     EXPECT_FALSE(fs::exists("new/config/kvLogFile.json"));

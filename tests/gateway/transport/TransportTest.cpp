@@ -3,17 +3,138 @@
 #include <csignal>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 #include <random>
+#include <regex>
+#include <set>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
 namespace fs = std::filesystem;
+using nlohmann::json;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::UnorderedElementsAreArray;
 
 namespace {
+
+// Every byte value, long lines, and lines that begin with dots.
+std::string BinaryBytes(std::size_t size) {
+    std::mt19937 random(static_cast<unsigned>(size));
+    std::string bytes = ".\r\n..\n.\n\r\n.\r\n";
+    while (bytes.size() < size) {
+        bytes += static_cast<char>(random());
+        bytes += bytes.size() % 1000 == 0 ? "\r\n.x" : "";
+    }
+    return bytes;
+}
+
+std::set<std::string> EntriesOf(const std::string& directory) {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(directory)) {
+        names.insert(entry.path().filename().string());
+    }
+    return names;
+}
+
+class Delivery : public TransportFixture, public testing::WithParamInterface<const char*> {};
+
+const auto NAME_OF = [](const testing::TestParamInfo<const char*>& kind) { return std::string(kind.param); };
+
+// The mail without what differs from one to the next.
+std::string Steady(const std::string& mail) {
+    return std::regex_replace(mail, std::regex("(Date:|Message-Id:|--?=|boundary=)[^\r]*"), "$1");
+}
+
+TEST_F(Delivery, EveryByteOfAMailArrivesAlsoInTheOutbox) {
+    const TestServer server("smtp");
+    const std::string bytes = BinaryBytes(300'000);
+    WriteWhole("legend.txt", "fixed");
+    for (const Server& target : {server.Target(), Server()}) {
+        OpenForMails(target);
+        ASSERT_EQ(SendMail({"Ärger – \"数\".csv", "a;b.csv", "empty\tname.csv"}, bytes, L"Störung@7"), RC_OK);
+        ASSERT_TRUE(Drain());
+        EXPECT_THAT(EntriesOf("spool"), ElementsAre("lock"));
+    }
+    EXPECT_EQ(CountReports("left out: missing.txt"), 2);
+    EXPECT_EQ(json::parse(ReadWhole(server.Path("mail.json"))),
+              json::parse(ReadWhole(KVTEST_SOURCES "transport/mail/expected.json")));
+    EXPECT_EQ(ReadWhole(server.Path("data/legend.txt")), "fixed");
+    for (const char* const name : {"Ärger – \"数\".csv", "a;b.csv", "empty_name.csv"}) {
+        EXPECT_EQ(ReadWhole(server.Path(std::string("data/") + name)), bytes);
+    }
+    EXPECT_EQ(Steady(ReadWhole("outbox/" + *EntriesOf("outbox").begin())), Steady(ReadWhole(server.Path("mail"))));
+}
+
+class UploadDelivery : public Delivery {};
+
+// To where the settings say, then to a directory of the call's own.
+TEST_P(UploadDelivery, EveryByteArrivesAndReplacesAnOlderFile) {
+    const std::string kind = GetParam();
+    const auto server = kind == "directory" ? nullptr : std::make_unique<TestServer>(kind);
+    const Server target = server != nullptr ? server->Target() : Server();
+    const std::string root = server != nullptr ? server->Path("data/") : "uploads/";
+    Server own = target;
+    own.m_Url = (server != nullptr ? target.m_Url : "file://" + fs::absolute(root).string()) + "o%20wn";
+    const std::string bytes = BinaryBytes(300'000);
+    const Names files{"second.csv", "Ärger – \"数\" 100%;a#b?.csv"};
+    OpenForUploads(target);
+    for (const bool isOwn : {false, kind != "http"}) { // which makes no directories
+        const Server& of = isOwn ? own : Server();
+        ASSERT_EQ(Upload(files, "older and short", of), RC_OK);
+        ASSERT_EQ(Upload(files, bytes, of), RC_OK);
+        ASSERT_TRUE(Drain());
+        for (const auto& file : files) {
+            EXPECT_EQ(ReadWhole(root + (isOwn ? "o wn/" : "") + file), bytes);
+            fs::remove(root + (isOwn ? "o wn/" : "") + file);
+        }
+        fs::remove(root + "o wn");
+        EXPECT_THAT(EntriesOf(root), IsEmpty());
+        EXPECT_THAT(EntriesOf("spool"), ElementsAre("lock"));
+    }
+    EXPECT_EQ(m_pTransports->Counters().m_nFilesSent, 8U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Ways, UploadDelivery, testing::Values("directory", "ftp", "http", "sftp"), NAME_OF);
+
+// Where it must not go, then where it may: a stranger's server, one under another's name, one that does not know us; and
+// where encryption is required, one without it.
+TEST_P(Delivery, OnlyTheRightServerGetsAnything) {
+    const TestServer server(GetParam());
+    Server noLogin = server.Target();
+    noLogin.m_Password = "s3cret-wrong";
+    Server stranger = server.Target();
+    stranger.m_CaFile.clear();
+    stranger.m_KnownHosts = "/dev/null";
+    Server open = server.Target();
+    open.m_bRequireTls = true;
+    const std::vector<Server> wrongOnes =
+        server.IsOpen() ? std::vector{noLogin, open} : std::vector{noLogin, stranger, server.Target("localhost")};
+    for (const Server& wrong : wrongOnes) {
+        OpenFor(server, wrong);
+        ASSERT_EQ(Send("a.csv", "stays here"), RC_OK);
+        EXPECT_TRUE(WaitUntilReported(wrong.m_Url));
+        EXPECT_FALSE(Drain(500));
+        EXPECT_EQ(Waiting(), 1U);
+        Close();
+        fs::remove_all("spool");
+    }
+    EXPECT_THAT(EntriesOf(server.Path("data")), IsEmpty());
+
+    OpenFor(server);
+    const std::string bytes = BinaryBytes(300'000);
+    ASSERT_EQ(Send("a.csv", bytes), RC_OK);
+    EXPECT_TRUE(Drain());
+    EXPECT_THAT(server.Arrivals(), ElementsAre("a.csv"));
+    EXPECT_EQ(ReadWhole(server.Path("data/a.csv")), bytes);
+    EXPECT_EQ(CountReports("s3cret"), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Kinds, Delivery,
+                         testing::Values("smtp", "smtp_tls", "smtps", "ftp", "ftp_tls", "ftps", "http", "https",
+                                         "sftp"),
+                         NAME_OF);
 
 // A kind of server, and what is wrong with it.
 class Outage : public TransportFixture, public testing::WithParamInterface<std::tuple<const char*, const char*>> {};
@@ -103,10 +224,10 @@ TEST_F(Outage, WhatIsRefusedHoldsUpNothingElse) {
     ASSERT_TRUE(WaitUntilReported("550 Not here"));
     EXPECT_TRUE(Eventually([this] { return Waiting() == 2; }));
     EXPECT_THAT(server.Arrivals(), ElementsAre("with-it.csv", "other.csv"));
-    EXPECT_EQ(CountReports("; job 1 is tried again"), CountReports("tried again")) << "the server is not to blame";
     server.SetFault("");
     EXPECT_TRUE(Drain());
     EXPECT_THAT(server.Arrivals(), ElementsAre("with-it.csv", "other.csv", "held.csv", "held.csv"));
+    EXPECT_EQ(CountReports("; job 1 is tried again"), CountReports("tried again")) << "the server is not to blame";
     EXPECT_EQ(ReadWhole(server.Path("data/held.csv")), "younger");
 }
 
@@ -135,10 +256,10 @@ TEST_F(Outage, AFullSpoolRefusesUntilThereIsRoom) {
 TEST_F(Outage, LeftoversOfACrashAreClearedAndDamageIsSetAside) {
     Server unreachable;
     unreachable.m_Url = "ftp://127.0.0.1:1/";
-    const UploadSettings settings = UploadTo(unreachable);
-    Open(settings);
+    OpenForUploads(unreachable);
     ASSERT_EQ(Upload({"first.csv", "second.csv"}, "good"), RC_OK);
-    EXPECT_THROW(MakeTransports(nullptr, &settings, [](const std::string&) {}), std::runtime_error)
+    const UploadSettings settings{{}, "uploads", m_Spool};
+    EXPECT_THROW(MakeTransports(nullptr, &settings, nullptr), std::runtime_error)
         << "two programs must not send the same jobs";
     Close();
     for (const char* const name : {"0000000000000008.data", "0000000000000009.json.part-", "0000000000000005.data"}) {
@@ -146,7 +267,7 @@ TEST_F(Outage, LeftoversOfACrashAreClearedAndDamageIsSetAside) {
     }
     WriteWhole("spool/0000000000000005.json", "{\"version\": 1, \"name\": ");
 
-    Open(UploadTo());
+    OpenForUploads();
     EXPECT_TRUE(Drain());
     EXPECT_THAT(EntriesOf("uploads"), ElementsAre("first.csv", "second.csv"));
     EXPECT_THAT(EntriesOf("spool"), ElementsAre("0000000000000005.bad", "0000000000000005.data", "lock"));
@@ -161,7 +282,7 @@ TEST_F(Outage, WhatWasAcceptedBeforeAKillArrivesOnce) {
         const std::string before = ReadWhole("accepted");
         const pid_t child = fork();
         if (child == 0) {
-            Open(MailTo());
+            OpenForMails();
             for (int i = 0;; ++i) {
                 const std::string name = "mail-" + std::to_string(round) + '-' + std::to_string(i) + ".csv";
                 if (SendMail({name}, BinaryBytes(5000)) == RC_OK) {
@@ -174,7 +295,7 @@ TEST_F(Outage, WhatWasAcceptedBeforeAKillArrivesOnce) {
         kill(child, SIGKILL);
         waitpid(child, nullptr, 0);
     }
-    Open(MailTo());
+    OpenForMails();
     EXPECT_TRUE(Drain());
 
     std::multiset<std::string> arrived;
