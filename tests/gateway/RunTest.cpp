@@ -2,12 +2,10 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <numeric>
 #include <random>
-#include <regex>
 #include <thread>
 
 namespace fs = std::filesystem;
@@ -157,7 +155,7 @@ TEST(RunTest, SavesWhatWaitsAtASignalAndWritesItOnceAfterTheNextStart) {
 
 TEST(RunTest, ReportsLinesThatCannotBeUsedWithTheirNumbers) {
     auto lines = Table("lines.txt");
-    lines.insert(lines.begin(), {{std::string(1'100'000, 'x'), "longer than 1048576 bytes"},
+    lines.insert(lines.begin(), {{std::string(2'000'000, 'x'), "longer than 1048576 bytes"},
                                  {"\xFF", "column 1: found the byte 0xFF, expected an object"}});
     const Place place({{"Alarms", "logs", "a-%i.csv"}});
     Program program = Program::Run();

@@ -116,11 +116,9 @@ protected:
         for (const auto& name : names) {
             list.AddTail(&files.emplace_back(Wide("job/" + name), false, false));
         }
-        EString url = Wide(server.m_Url);
-        EString user = Wide(server.m_User);
-        EString password = Wide(server.m_Password);
-        const EResult result = m_pTransports->Upload()->UploadFiles(&list, url.IsEmpty() ? nullptr : &url, &user,
-                                                                    &password, CONTEXT, this);
+        EString login[] = {Wide(server.m_Url), Wide(server.m_User), Wide(server.m_Password)};
+        EString* const url = server.m_Url.empty() ? nullptr : login;
+        const EResult result = m_pTransports->Upload()->UploadFiles(&list, url, &login[1], &login[2], CONTEXT, this);
         EXPECT_EQ(m_nCompleted, Failed(result) ? 0 : 1);
         return result;
     }
