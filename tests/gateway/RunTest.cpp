@@ -218,6 +218,7 @@ TEST(RunTest, KeepsUndeliveredFilesOverAStop) {
             program.Signal(SIGTERM);
         }
         ASSERT_EQ(program.Wait(), 0) << program.Errors();
+        EXPECT_THAT(program.Errors(), HasSubstr(value < 3 ? ": 0 files sent, 0 waiting" : ": 1 files sent, 0 waiting"));
         EXPECT_THAT(Rows(value < 3 ? "Spool/trend-" : "there/trend-", ".csv"), testing::SizeIs(1U + value));
     }
     EXPECT_THAT(Rows("there/trend-", ".csv"),
