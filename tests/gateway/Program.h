@@ -1,60 +1,109 @@
 #pragma once
 
-#include "tests/TempDir.h"
+#include "tests/Workplace.h"
 
 #include <csignal>
 #include <cstdio>
-#include <string>
+#include <regex>
+#include <utility>
+
+#include <sys/wait.h>
 #include <unistd.h>
-#include <vector>
 
-// An element of fileSpecs, in "logs".
-struct Spec {
-    std::string m_Name;
-    std::string m_FileName;
-    int m_nFileFormat = 1;
-    int m_nUnicode = 0;
-    int m_nDeliveryMode = 1;
-    int m_nMaxFileSize = 100'000;
-    int m_nNumFiles = 2;
-};
+// The lines of a text; a last one without an end is marked.
+inline std::vector<std::string> Lines(const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line + (stream.eof() ? " (no end)" : ""));
+    }
+    return lines;
+}
 
-std::vector<std::string> Lines(const std::string& text); // a last one without an end is marked
+// The lines of a file beside this one, split at " => ". Empty ones and comments are left out.
+inline std::vector<std::vector<std::string>> Table(const std::string& name) {
+    const std::regex between(" => ");
+    std::vector<std::vector<std::string>> rows;
+    for (const std::string& line : Lines(ReadWhole(KVTEST_SOURCES + name))) {
+        if (!line.empty() && !line.starts_with('#')) {
+            rows.emplace_back(std::sregex_token_iterator(line.begin(), line.end(), between, -1),
+                              std::sregex_token_iterator());
+        }
+    }
+    return rows;
+}
 
-// A directory with a configuration in "config", in which kvgateway runs.
-class Place {
+// The rows of the set "PREFIX<index>SUFFIX", from the oldest file to the newest, without lines equal to `header`.
+inline std::vector<std::string> Rows(const std::string& prefix, const std::string& suffix,
+                                     const std::string& header = "none") {
+    std::vector<std::string> rows;
+    for (int index = 0; std::filesystem::exists(prefix + std::to_string(index) + suffix); ++index) {
+        const std::vector<std::string> older = Lines(ReadWhole(prefix + std::to_string(index) + suffix));
+        std::remove_copy(older.rbegin(), older.rend(), std::back_inserter(rows), header);
+    }
+    std::reverse(rows.begin(), rows.end());
+    return rows;
+}
+
+// Waits up to a minute until the condition holds.
+template <class Condition>
+bool Eventually(Condition condition) {
+    for (int i = 0; i < 6000 && !condition(); ++i) {
+        usleep(10'000);
+    }
+    return condition();
+}
+
+// A new working directory with a configuration in "config".
+class Place : public Workplace {
 public:
     // `gateway`: gateway.json, empty for none.
-    explicit Place(const std::vector<Spec>& specs, const std::string& gateway = "");
-
-    std::string Path(const std::string& name = "") const { return m_Directory.Path(name); }
-    std::string Read(const std::string& name) const { return ReadWhole(Path(name)); }
-    void Write(const std::string& name, const std::string& bytes) const { WriteWhole(Path(name), bytes); }
-    bool Has(const std::string& name) const { return std::filesystem::exists(Path(name)); }
-
-    // The rows of the set "PREFIX<index>SUFFIX", from the oldest file to the newest, without lines equal to `header`.
-    std::vector<std::string> Rows(const std::string& prefix, const std::string& suffix,
-                                  const std::string& header = "") const;
-
-private:
-    TempDir m_Directory;
+    explicit Place(const std::vector<SpecItems>& specs, const std::string& gateway = "") {
+        WriteSection({specs.begin(), specs.end()});
+        std::filesystem::create_directory("config");
+        std::filesystem::rename("kvLogFile.json", "config/kvLogFile.json");
+        if (!gateway.empty()) {
+            WriteWhole("config/gateway.json", gateway);
+        }
+    }
 };
 
-// kvgateway as a child process, killed in the end if it still runs.
+// A command of the shell's as a child process, killed in the end if it still runs.
 class Program {
 public:
-    // `arguments` behind the program's name. Its standard input is a pipe, its output and errors go to files.
-    Program(const Place& place, const std::vector<std::string>& arguments);
+    // Its standard input is a pipe, its output and errors go to files in the working directory.
+    explicit Program(const std::string& command) {
+        static int number = 0;
+        m_Files = std::filesystem::absolute("run" + std::to_string(++number));
+        const std::string line = "echo $$ >" + m_Files + ".pid; exec " + command;
+        std::signal(SIGPIPE, SIG_IGN);
+        m_pInput = popen((line + " >" + m_Files + ".out 2>" + m_Files + ".err").c_str(), "we");
+        if (m_pInput == nullptr || !Eventually([this] { return ReadWhole(m_Files + ".pid").ends_with('\n'); })) {
+            throw std::runtime_error("not started: " + command);
+        }
+    }
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
-    ~Program();
+    ~Program() {
+        if (m_pInput != nullptr) {
+            Signal(SIGKILL);
+            Wait();
+        }
+    }
 
-    // "run" with the place's configuration and working directory.
-    static Program Run(const Place& place, const std::vector<std::string>& more = {});
+    static Program Gateway(const std::string& arguments) {
+        return Program(KVGATEWAY_EMULATOR " " KVGATEWAY_PATH " " + arguments);
+    }
+    static Program Run(const std::string& more = "") { return Gateway("run --config config " + more); }
 
-    bool Write(const std::string& text); // as much as the program takes, false when it takes no more
-    void Signal(int number) const;
-    int Wait(); // ends the input; the exit status, or -signal
+    bool Write(const std::string& text) { // as much as the program takes, false when it takes no more
+        return std::fwrite(text.data(), 1, text.size(), m_pInput) == text.size() && std::fflush(m_pInput) == 0;
+    }
+    void Signal(int number) const { kill(std::stoi(ReadWhole(m_Files + ".pid")), number); }
+    int Wait() { // ends the input; the exit status, or -signal
+        const int status = pclose(std::exchange(m_pInput, nullptr));
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
     std::string Errors() const { return ReadWhole(m_Files + ".err"); }
     std::string Output() const { return ReadWhole(m_Files + ".out"); }
 
@@ -62,15 +111,3 @@ private:
     std::string m_Files;
     std::FILE* m_pInput;
 };
-
-// Waits up to ten seconds until the condition holds.
-template <class Condition>
-bool Eventually(Condition condition) {
-    for (int i = 0; i < 1000; ++i) {
-        if (condition()) {
-            return true;
-        }
-        usleep(10'000);
-    }
-    return false;
-}

@@ -1,26 +1,23 @@
 #!/usr/bin/python3
 """A server on loopback that the transports' tests send to, behind a proxy that lets it fail.
 
-    server.py KIND DIR [PORT]    smtp, ftp, http: not encrypted; smtp-tls, ftp-tls: only after STARTTLS and AUTH TLS;
+    server.py KIND DIR [PORT]    smtp, ftp, http: not encrypted; smtp_tls, ftp_tls: only after STARTTLS and AUTH TLS;
                                  smtps, ftps, https: from the beginning; sftp: takes the key DIR/client
-    server.py parse MAIL DIR     takes a mail apart, as the SMTP servers do
 
-Prints its process and its port, and ends by SIGTERM or with its parent. What arrives goes into DIR/data: a file, or a
-mail's attachments and what else it says in mail.json. DIR/arrivals gets a line for each that has wholly arrived.
-DIR/certificate.pem and DIR/known_hosts are what to trust. DIR/fault says what is wrong at the moment: nothing, "refuse
-TEXT" (what contains TEXT; HTTP: everything), "stall N" or "cut N" (after N bytes from the client).
+Prints its port, and ends with its input. What arrives goes into DIR/data: a file, or a mail (DIR/mail), its attachments
+and what else it says (DIR/mail.json). DIR/arrivals gets a line for each that has wholly arrived. DIR/certificate.pem and DIR/known_hosts
+are what to trust. DIR/fault says what is wrong at the moment: nothing, "refuse TEXT" (what contains TEXT; HTTP: everything),
+"stall" or "cut" (in the middle of what comes from the client), "part" (FTP: that is taken for the whole).
 """
 
 import asyncio
 import base64
-import ctypes
-import email
+import contextlib
 import email.policy
 import hashlib
 import json
 import os
 import random
-import signal
 import socket
 import ssl
 import subprocess
@@ -29,29 +26,23 @@ import threading
 from pathlib import Path
 
 USER, PASSWORD = "kavro", "s3cret-word"
-KIND, DIR = sys.argv[1], Path(sys.argv[-1] if sys.argv[1] == "parse" else sys.argv[2])
+KIND, DIR = sys.argv[1], Path(sys.argv[2])
 DATA, CERTIFICATE, KEY = DIR / "data", DIR / "certificate.pem", DIR / "key.pem"
+MIDDLE = 20000  # bytes
 
 
 def fault():
-    kind, _, argument = (DIR / "fault").read_text().partition(" ")
-    return kind, argument
+    return (DIR / "fault").read_text().partition(" ")
+
+
+def refuses(what):
+    kind, _, text = fault()
+    return kind == "refuse" and text in what
 
 
 def arrived(what):
     with open(DIR / "arrivals", "a") as log:
         log.write(f"{what}\n")
-
-
-def parse(content, **more):
-    message = email.message_from_bytes(content, policy=email.policy.default)
-    names = [part.get_filename() for part in message.iter_attachments()]
-    for part in message.iter_attachments():
-        (DATA / part.get_filename()).write_bytes(part.get_payload(decode=True))
-    headings = {name: str(message[name]) for name in message.keys()}
-    text = message.get_body().get_content().replace("\r\n", "\n")
-    (DATA / "mail.json").write_text(json.dumps({"headings": headings, "text": text, "attachments": names, **more}))
-    return names
 
 
 def serve_smtp(port):
@@ -60,14 +51,23 @@ def serve_smtp(port):
 
     class Handler:
         async def handle_RCPT(self, server, session, envelope, address, options):
-            kind, argument = fault()
-            if kind == "refuse" and argument in address:
+            if refuses(address):
                 return "550 5.1.1 no such mailbox"
             envelope.rcpt_tos.append(address)
             return "250 OK"
 
         async def handle_DATA(self, server, session, envelope):
-            arrived(*parse(envelope.original_content, sender=envelope.mail_from, recipients=envelope.rcpt_tos)[:1])
+            mail = email.message_from_bytes(envelope.original_content, policy=email.policy.default)
+            files = {part.get_filename(): part.get_payload(decode=True) for part in mail.iter_attachments()}
+            for name, content in files.items():
+                (DATA / name).write_bytes(content)
+            text = mail.get_body().get_content().replace("\r\n", "\n")
+            varying = ("Date", "Message-Id", "Content-Type")
+            headings = {name: str(value) for name, value in mail.items() if name not in varying}
+            told = {"sender": envelope.mail_from, "recipients": envelope.rcpt_tos, "headings": headings, "text": text}
+            (DIR / "mail.json").write_text(json.dumps(told | {"attachments": list(files)}))
+            (DIR / "mail").write_bytes(envelope.original_content)
+            arrived(next(iter(files)))
             return "250 OK"
 
     def login(server, session, envelope, mechanism, data):
@@ -92,17 +92,17 @@ def serve_ftp(port):
 
         def handle_read_event(self):
             super().handle_read_event()
-            kind, argument = fault()
-            if kind == "cut" and self.tot_bytes_received >= int(argument):
+            if self.tot_bytes_received >= MIDDLE and fault()[0] == "cut":
                 self.cmd_channel.close()
+            elif self.tot_bytes_received >= MIDDLE and fault()[0] == "part":
+                self.handle_close()
 
     class Handler(handlers.FTPHandler if KIND == "ftp" else handlers.TLS_FTPHandler):
         dtp_handler = Data
         certfile, keyfile, tls_control_required, tls_data_required = CERTIFICATE, KEY, True, True
 
         def ftp_STOR(self, file, mode="w"):
-            kind, argument = fault()
-            if kind == "refuse" and argument in file:
+            if refuses(file):
                 return self.respond("550 Not here.")
             return super().ftp_STOR(file, mode)
 
@@ -126,36 +126,9 @@ def serve_http(port):
     for path in (DIR, DATA):
         path.chmod(0o777)  # when it is started by root it serves as another user
     (DIR / "http.pid").unlink(missing_ok=True)  # of one that was killed, and that may not have been waited for yet
-    modules = "mpm_event authn_core authn_file authz_core authz_user auth_basic dav dav_fs ssl".split()
     (DIR / "users").write_text(f"{USER}:{{SHA}}{base64.b64encode(hashlib.sha1(PASSWORD.encode()).digest()).decode()}\n")
-    (DIR / "http.conf").write_text(
-        "".join(f"LoadModule {name}_module /usr/lib/apache2/modules/mod_{name}.so\n" for name in modules)
-        + f"""
-            ServerName localhost
-            Listen 127.0.0.1:{port}
-            User www-data
-            Group www-data
-            PidFile {DIR}/http.pid
-            DefaultRuntimeDir {DIR}
-            ErrorLog {DIR}/http.log
-            DocumentRoot {DATA}
-            DavLockDB {DIR}/lock
-            CustomLog {DIR}/arrivals "%U" "expr=%{{REQUEST_STATUS}} in {{'201', '204'}}"
-            SSLEngine {"on" if KIND == "https" else "off"}
-            SSLCertificateFile {CERTIFICATE}
-            SSLCertificateKeyFile {KEY}
-            <Directory {DATA}>
-                Dav On
-                AuthType Basic
-                AuthName test
-                AuthUserFile {DIR}/users
-                Require valid-user
-                <If "file('{DIR}/fault') =~ /^refuse/">
-                    Require all denied
-                </If>
-            </Directory>
-        """)
-    return subprocess.Popen(["/usr/sbin/apache2", "-X", "-f", DIR / "http.conf"])
+    settings = {"DIR": str(DIR), "PORT": str(port), "TLS": "on" if KIND == "https" else "off"}
+    return subprocess.Popen(["/usr/sbin/apache2", "-X", "-f", Path(__file__).with_name("http.conf")], env=settings)
 
 
 async def serve_sftp(port, public_port):
@@ -164,6 +137,11 @@ async def serve_sftp(port, public_port):
     class Server(asyncssh.SFTPServer):
         def __init__(self, channel):
             super().__init__(channel, chroot=os.fsencode(DATA))
+
+        def open(self, path, flags, attributes):
+            if refuses(os.fsdecode(path)):
+                raise asyncssh.SFTPPermissionDenied("Not here.")
+            return super().open(path, flags, attributes)
 
         def rename(self, old, new):
             super().rename(old, new)
@@ -194,18 +172,15 @@ async def copy(reader, writer, kind="", limit=0):
 def free_port():
     while True:
         port = random.randrange(10240, 32000)
-        try:
-            socket.create_server(("127.0.0.1", port)).close()
+        with contextlib.suppress(OSError), socket.create_server(("127.0.0.1", port)):
             return port
-        except OSError:
-            pass
 
 
 async def serve(port):
     async def connected(reader, writer):
-        kind, argument = fault()
+        kind = fault()[0]
         server_reader, server_writer = await asyncio.open_connection("127.0.0.1", own_port)
-        limit = int(argument) if kind in ("stall", "cut") else 0
+        limit = 40 if (KIND, kind) == ("ftp", "stall") else MIDDLE  # its files go over connections of their own
         tasks = [asyncio.ensure_future(copy(reader, server_writer, kind, limit)),
                  asyncio.ensure_future(copy(server_reader, writer))]
         await asyncio.wait(tasks, return_when=asyncio.FIRST_COMPLETED)
@@ -220,20 +195,17 @@ async def serve(port):
     if KIND == "sftp":
         await serve_sftp(own_port, port)
     else:
-        process = {"smtp": serve_smtp, "ftp": serve_ftp, "http": serve_http}[KIND.removesuffix("-tls").rstrip("s")](own_port)
-    asyncio.get_running_loop().add_signal_handler(signal.SIGTERM, lambda: (process and process.kill(), os._exit(0)))
+        servers = {"smtp": serve_smtp, "ftp": serve_ftp, "http": serve_http}
+        process = servers[KIND.removesuffix("_tls").rstrip("s")](own_port)
+    asyncio.get_running_loop().add_reader(0, lambda: (process and process.kill(), os._exit(0)))
     while socket.socket().connect_ex(("127.0.0.1", own_port)) != 0:
         await asyncio.sleep(0.01)
-    print(os.getpid(), port, flush=True)
+    print(port, flush=True)
     await asyncio.Event().wait()
 
 
-if KIND == "parse":
-    parse(Path(sys.argv[2]).read_bytes())
-else:
-    ctypes.CDLL(None).prctl(1, signal.SIGTERM)  # when the parent dies
-    DATA.mkdir(exist_ok=True)
-    subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
-                    "-days", "2", "-subj", "/CN=test", "-addext", "subjectAltName=IP:127.0.0.1",
-                    "-keyout", KEY, "-out", CERTIFICATE], stderr=subprocess.DEVNULL, check=True)
-    asyncio.run(serve(int((sys.argv + [0])[3])))
+DATA.mkdir(exist_ok=True)
+subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:prime256v1", "-nodes",
+                "-days", "2", "-subj", "/CN=test", "-addext", "subjectAltName=IP:127.0.0.1",
+                "-keyout", KEY, "-out", CERTIFICATE], stderr=subprocess.DEVNULL, check=True)
+asyncio.run(serve(int((sys.argv + [0])[3])))
