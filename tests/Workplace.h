@@ -24,8 +24,8 @@ public:
         for (const std::string& spec : specs) {
             list += (list.empty() ? "" : ",\n") + (R"({"type": "EFileSpec", )" + spec + "}");
         }
-        WriteWhole("kvLogFile.json",
-                   R"({"version": 3, "date": "MM-DD-YYYY", "time": "HH:mm:SS.sss", "list": [)" + list + "]}");
+        WriteWhole("kvLogFile.json", R"({"version": 3, "dateFormat": "MM-DD-YYYY", "timeFormat": "HH:mm:SS.sss",
+"fileSpecs": [)" + list + "]}");
     }
 
     // Every file below the working directory but the configuration, sorted: "logs/a.csv". Directories end in '/'.

@@ -309,7 +309,8 @@ TEST(RunTest, CutsOffUnfinishedRowsBeforeItGoesOn) {
 }
 
 TEST(RunTest, SaysThatRowsCannotBeWritten) {
-    const Place place({{.m_Name = "Full", .m_File = "full-%i.csv"}, {.m_Name = "Well", .m_File = "well-%i.csv"}});
+    const Place place(
+        {SpecItems{.m_Name = "Full", .m_File = "full-%i.csv"}, {.m_Name = "Well", .m_File = "well-%i.csv"}});
     fs::create_directory("logs");
     fs::create_symlink("/dev/full", "logs/full-0.csv");
     Program program = Program::Run();
