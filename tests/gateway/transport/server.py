@@ -107,6 +107,8 @@ def serve_ftp(port):
             return super().ftp_STOR(file, mode)
 
         def ftp_RNTO(self, path):
+            if os.path.exists(path):
+                return self.respond("553 It is there already.")  # as some servers do
             result = super().ftp_RNTO(path)
             arrived(Path(path).name)
             return result
