@@ -5,9 +5,9 @@
                                  smtps, ftps, https: from the beginning; sftp: takes the key DIR/client
 
 Prints its port, and ends with its input. What arrives goes into DIR/data: a file, or a mail (DIR/mail), its attachments
-and what else it says (DIR/mail.json). DIR/arrivals gets a line for each that has wholly arrived. DIR/certificate.pem and DIR/known_hosts
-are what to trust. DIR/fault says what is wrong at the moment: nothing, "refuse TEXT" (what contains TEXT; HTTP: everything),
-"stall" or "cut" (in the middle of what comes from the client), "part" (FTP: that is taken for the whole).
+and what else it says (DIR/mail.json). DIR/arrivals gets a line for each that has wholly arrived. DIR/certificate.pem and
+DIR/known_hosts are what to trust. DIR/fault says what is wrong at the moment: nothing, "refuse TEXT" (what contains TEXT;
+HTTP: everything), "stall" or "cut" (in the middle of what comes from the client), "part" (FTP: takes that for the whole).
 """
 
 import asyncio
