@@ -36,7 +36,7 @@ bool PrintDecimals(EString& text, double number) {
             return false;
         }
         scale *= 10;
-        whole = static_cast<std::uint32_t>(magnitude * scale + 0.5);
+        whole = static_cast<std::uint32_t>(std::lround(magnitude * scale));
     }
     wchar_t wide[ROOM];
     wchar_t* at = wide + ROOM - 1;

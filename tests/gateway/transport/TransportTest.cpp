@@ -137,7 +137,7 @@ INSTANTIATE_TEST_SUITE_P(Kinds, Delivery,
                          NAME_OF);
 
 // A kind of server, and what is wrong with it.
-class Outage : public TransportFixture, public testing::WithParamInterface<std::tuple<const char*, const char*>> {};
+class Outage : public TransportFixture, public testing::WithParamInterface<std::tuple<std::string, std::string>> {};
 
 TEST_P(Outage, EverythingArrivesOnceAfterwards) {
     const auto [kind, fault] = GetParam();
@@ -160,7 +160,7 @@ TEST_P(Outage, EverythingArrivesOnceAfterwards) {
     EXPECT_TRUE(Drain());
     EXPECT_EQ(Waiting(), 0U);
     EXPECT_THAT(server.Arrivals(), UnorderedElementsAreArray(names));
-    if (std::string(fault) == "down") {
+    if (fault == "down") {
         EXPECT_EQ(server.Arrivals(), names);
     }
     for (const auto& name : names) {
@@ -169,15 +169,14 @@ TEST_P(Outage, EverythingArrivesOnceAfterwards) {
     }
 }
 
-const auto OUTAGE_NAME = [](const auto& outage) {
-    return std::get<0>(outage.param) + std::string("_") + std::get<1>(outage.param);
-};
+const auto OUTAGE_NAME = [](const auto& outage) { return std::get<0>(outage.param) + '_' + std::get<1>(outage.param); };
 
 INSTANTIATE_TEST_SUITE_P(Faults, Outage,
                          testing::Combine(testing::Values("smtp", "ftp", "http", "sftp"),
                                           testing::Values("down", "refuse", "stall", "cut")),
                          OUTAGE_NAME);
-INSTANTIATE_TEST_SUITE_P(Part, Outage, testing::Values(std::tuple("ftp", "part")), OUTAGE_NAME);
+INSTANTIATE_TEST_SUITE_P(Part, Outage, testing::Values(std::tuple<std::string, std::string>("ftp", "part")),
+                         OUTAGE_NAME);
 
 TEST_F(Outage, StoppingDoesNotWaitForAHangingServer) {
     m_Spool.m_nStallTimeout = 3600;
