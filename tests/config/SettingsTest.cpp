@@ -36,7 +36,7 @@ TEST_F(SettingsTest, ReadsEveryVersionOfTheSection) {
         StartAnew({});
         WriteWhole("kvLogFile.json", '{' + (head + begin) + items + "}]}");
         EXPECT_EQ(Restore(), result);
-        EXPECT_EQ(Registered(), Texts{"A=a.txt"});
+        ASSERT_EQ(Registered(), Texts{"A=a.txt"});
         const EFileSpec& spec = *Spec(L"A");
         EString settings;
         settings.Format(L"%s %s %d %d %d %d %d %d %s", static_cast<const wchar_t*>(m_pService->m_DateFormat),
