@@ -13,6 +13,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string_view>
+#include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
@@ -247,7 +248,10 @@ private:
         Set(CURLOPT_QUICK_EXIT, 1L); // an abort does not wait for a name server that does not answer
         Set(CURLOPT_CONNECTTIMEOUT, static_cast<long>(m_Owner.m_nConnectTimeout));
         Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>(m_Owner.m_nStallTimeout));
-        Set(CURLOPT_LOW_SPEED_TIME, static_cast<long>(m_Owner.m_nStallTimeout));
+        Set(CURLOPT_SOCKOPTFUNCTION, &KeepSocket);
+        Set(CURLOPT_SOCKOPTDATA, this);
+        Set(CURLOPT_LOW_SPEED_TIME,
+            static_cast<long>(m_Owner.m_nStallTimeout) + (m_Scheme == "sftp" ? 5 : 0)); // see MustEnd
         Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
     }
 
@@ -267,16 +271,32 @@ private:
         return self.m_bCut ? 0 : size * count; // 0 ends the transfer
     }
 
+    static int KeepSocket(void* transfer, curl_socket_t socket, curlsocktype) {
+        static_cast<Transfer*>(transfer)->m_nSocket = socket;
+        return CURL_SOCKOPT_OK;
+    }
+
     // The library asks about once a second, also while it waits by itself for a server's last reply.
     static int MustEnd(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
         auto& self = *static_cast<Transfer*>(transfer);
+        const auto now = Clock::now();
+        if (sent != self.m_nSent) {
+            self.m_nSent = sent;
+            self.m_LastProgress = now;
+        }
+        // The library takes leave of an SFTP server; where that hangs it gives up, and never frees what it has of the
+        // connection. From one that is shut down it parts at once.
+        if (self.m_Scheme == "sftp" &&
+            now - self.m_LastProgress >= std::chrono::seconds(self.m_Owner.m_nStallTimeout)) {
+            shutdown(self.m_nSocket, SHUT_RDWR);
+        }
         if (!self.m_Owner.m_bAborted) {
             return 0;
         }
         if (!self.m_End.has_value()) {
-            self.m_End = Clock::now() + TIME_TO_CONFIRM;
+            self.m_End = now + TIME_TO_CONFIRM;
         }
-        return sent < self.m_nSize || Clock::now() >= *self.m_End ? 1 : 0;
+        return sent < self.m_nSize || now >= *self.m_End ? 1 : 0;
     }
 
     // Whether a refusal speaks of the one job, not of the whole server or of the login.
@@ -297,7 +317,10 @@ private:
     std::string m_Scheme;
     char m_Error[CURL_ERROR_SIZE] = {};
     std::string m_Reply;
-    bool m_bCut = false;                    // the server has another number of bytes
+    bool m_bCut = false; // the server has another number of bytes
+    curl_socket_t m_nSocket = -1;
+    curl_off_t m_nSent = 0;
+    Clock::time_point m_LastProgress = Clock::now();
     std::optional<Clock::time_point> m_End; // set once an abort was seen
     List m_List;
     Easy m_pEasy; // last: freed before what it points to
