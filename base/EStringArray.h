@@ -11,6 +11,16 @@ public:
     void SetAtGrow(int index, const wchar_t* text);
     void SetAtGrow(int index, const EString& text);
 
+    // Appends an empty text, to be filled in. Here, since a row calls it for every cell.
+    EString& Add() {
+        if (static_cast<std::size_t>(m_nSize) == m_Texts.size()) {
+            return Grow(m_nSize);
+        }
+        EString& text = m_Texts[static_cast<std::size_t>(m_nSize++)];
+        text.Empty(); // it was kept for its room
+        return text;
+    }
+
     // Cuts the array or grows it with empty texts. An array that is emptied and filled again reuses the room of its
     // former texts. `growBy` is accepted for the callers' sake; growth is geometric whatever it says.
     void SetSize(int size, int growBy);

@@ -14,17 +14,6 @@ namespace {
 constexpr std::int32_t CODE_NO_VALUE = 274; // marks a snapshot record whose cell stays empty
 constexpr const wchar_t* BAD_VALUE = L"????";
 
-// Appends an empty cell, to be filled in before the next one is appended.
-EString& NewCell(EStringArray& cells) {
-    const int index = cells.GetSize();
-    cells.SetSize(index + 1, -1);
-    return cells[index];
-}
-
-void Append(EStringArray& cells, const wchar_t* text) {
-    cells.SetAtGrow(cells.GetSize(), text);
-}
-
 // The first row that a file specification gets decides its headings and title, for good.
 void SetHeadings(EFileSpec* spec, const EStringArray& headings, const EString& title) {
     if (!spec->m_bHeadersSet) {
@@ -96,8 +85,8 @@ EStringArray& ELogFile::NewRow() {
 
 void ELogFile::AppendDateAndTime(const ETimeStamp& stamp, EStringArray& row) {
     m_RowTime.SetStamp(stamp);
-    FormatDateStr(m_RowTime, NewCell(row));
-    FormatTimeStr(m_RowTime, NewCell(row));
+    FormatDateStr(m_RowTime, row.Add());
+    FormatTimeStr(m_RowTime, row.Add());
 }
 
 void ELogFile::ProcessAlarm(EFileSpec* spec, const EONEVENTSTRUCT& record) {
@@ -105,14 +94,14 @@ void ELogFile::ProcessAlarm(EFileSpec* spec, const EONEVENTSTRUCT& record) {
     AppendDateAndTime(record.m_TimeStamp, row);
     ParseRecordName(m_pNameService, record);
     for (const wchar_t* text : {record.m_pszName, record.m_pszText, record.m_pszSource, record.m_pszDetail}) {
-        Append(row, text);
+        row.Add() = text;
     }
-    Append(row, (record.m_wState & EONEVENTSTRUCT::STATE_ACTIVE) != 0 ? L"Active" : L"Not Active");
-    Append(row, (record.m_wState & EONEVENTSTRUCT::STATE_ACKED) != 0 ? L"ACKED" : L"Not ACKED");
+    row.Add() = (record.m_wState & EONEVENTSTRUCT::STATE_ACTIVE) != 0 ? L"Active" : L"Not Active";
+    row.Add() = (record.m_wState & EONEVENTSTRUCT::STATE_ACKED) != 0 ? L"ACKED" : L"Not ACKED";
     CDataValue number;
     number.SetInteger(record.m_nAlarmNumber);
-    number.GetString(NewCell(row), 0, 0, 0);
-    record.m_Value.GetString(NewCell(row), 0, 0, 0);
+    number.GetString(row.Add(), 0, 0, 0);
+    record.m_Value.GetString(row.Add(), 0, 0, 0);
 
     SetHeadings(spec, m_AlarmHeaders, m_AlarmTitle);
     WriteToFile(spec, &row);
@@ -128,7 +117,7 @@ void ELogFile::ProcessEvent(EFileSpec* spec, const EONEVENTSTRUCT& record) {
     const wchar_t* clockText = clock;
 
     EStringArray& row = NewRow();
-    EString& cell = NewCell(row);
+    EString& cell = row.Add();
     if (HasPrefix(record)) {
         const auto& numbers = record.m_nPrefixNumbers;
         cell.Format(L"[%2d, %2d, %2d, %3d] %s %s %s %s: %s", numbers[0], numbers[1], numbers[2], numbers[3], dateText,
@@ -151,12 +140,12 @@ void ELogFile::ProcessSnapShot(ELogInfo* info) {
         const EONEVENTSTRUCT& record = info->m_pEvents[i];
         ParseRecordName(m_pNameService, record);
         if (!spec->m_bHeadersSet) {
-            Append(spec->m_Headers, record.m_pszName);
+            spec->m_Headers.Add() = record.m_pszName;
         }
         if (i == 0) {
             AppendDateAndTime(GetEventTimeStamp(&record, &record.m_Value), row);
         }
-        FillSnapShotCell(record, NewCell(row));
+        FillSnapShotCell(record, row.Add());
     }
     if (!spec->m_bHeadersSet) {
         spec->m_Title = m_SnapShotTitle;
