@@ -68,17 +68,36 @@ bool MakeDirectory(const char* path) {
     return Uninterrupted([&] { return mkdir(path, DIRECTORY_MODE); }) == 0;
 }
 
-// The target is the old file or the whole new one at any moment, and the source stays until it is the new one.
+// What was written to the file, or changed in the directory, reaches the disk.
+bool Sync(const std::filesystem::path& path) {
+    const int file = Uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); });
+    const bool done = file >= 0 && Uninterrupted([&] { return fsync(file); }) == 0;
+    if (file >= 0) {
+        close(file);
+    }
+    return done;
+}
+
+// The target is the old file or the whole new one at any moment, and the source stays until the new one is on the disk:
+// rows that a loss of power could not harm before must not be lost on their way.
 bool MoveAcross(const char* source, const char* target) {
     namespace fs = std::filesystem;
-    const std::string part = std::string(target) + ".part";
+    const fs::path part = std::string(target) + ".part";
+    const fs::path directory = part.has_parent_path() ? part.parent_path() : ".";
     std::error_code error;
-    if (fs::copy_file(source, part, fs::copy_options::overwrite_existing, error)) {
-        fs::rename(part, target, error);
-    }
     std::error_code ignored;
-    fs::remove(error ? part : source, ignored);
-    return !error;
+    if (!fs::copy_file(source, part, fs::copy_options::overwrite_existing, error) || !Sync(part)) {
+        fs::remove(part, ignored);
+        return false;
+    }
+    fs::rename(part, target, error);
+    if (error) {
+        fs::remove(part, ignored);
+        return false;
+    }
+    (void)Sync(directory); // not every file system can; the bytes are there
+    fs::remove(source, ignored);
+    return true;
 }
 
 std::atomic<EFileIO::FailureHook> g_Hook = nullptr;
@@ -156,7 +175,7 @@ int EFileIO::WriteToFile(const void* data, unsigned long length, unsigned long& 
         const ssize_t count = Uninterrupted(
             [&] { return pwrite(m_nFile, bytes + done, length - done, m_nPosition + static_cast<off_t>(done)); });
         if (count <= 0) {
-            const int error = errno;
+            const int error = count < 0 ? errno : ENOSPC; // no byte of some, and no reason
             if (done > 0) {
                 (void)Uninterrupted([&] { return ftruncate(m_nFile, before); });
             }

@@ -34,8 +34,8 @@ public:
     ~EONEVENTSTRUCT();
 
     // Write and read the whole record at the file's position, little-endian and the same on every target. Non-zero on
-    // success. Lengths beyond the bytes that are left in the file fail before anything is allocated; after a failed
-    // Restore the record is unchanged.
+    // success. Lengths beyond the bytes that are left in the file, or beyond LONGEST_TEXT in all, fail before anything is
+    // allocated; after a failed Restore the record is unchanged.
     int Save(EFileIO* file) const;
     int Restore(EFileIO* file);
 

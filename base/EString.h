@@ -50,8 +50,8 @@ public:
     operator const wchar_t*() const { return m_Text.c_str(); }
 
     // Write and read the text at the file's position: its length in characters, then each character, 32-bit
-    // little-endian numbers. Non-zero on success. A length beyond the bytes that are left in the file fails before
-    // anything is allocated; after a failure the text is unchanged.
+    // little-endian numbers. Non-zero on success. A length beyond the bytes that are left in the file, or beyond
+    // LONGEST_TEXT, fails before anything is allocated; after a failure the text is unchanged.
     int Save(EFileIO* file) const;
     int Restore(EFileIO* file);
 

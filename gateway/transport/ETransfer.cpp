@@ -250,6 +250,8 @@ private:
         Set(CURLOPT_SERVER_RESPONSE_TIMEOUT, static_cast<long>(m_Owner.m_nStallTimeout));
         Set(CURLOPT_SOCKOPTFUNCTION, &KeepSocket);
         Set(CURLOPT_SOCKOPTDATA, this);
+        Set(CURLOPT_CLOSESOCKETFUNCTION, &CloseSocket);
+        Set(CURLOPT_CLOSESOCKETDATA, this);
         Set(CURLOPT_LOW_SPEED_TIME,
             static_cast<long>(m_Owner.m_nStallTimeout) + (m_Scheme == "sftp" ? 5 : 0)); // see MustEnd
         Set(CURLOPT_LOW_SPEED_LIMIT, 1L);
@@ -275,12 +277,21 @@ private:
         static_cast<Transfer*>(transfer)->m_nSocket = socket;
         return CURL_SOCKOPT_OK;
     }
+    static int CloseSocket(void* transfer, curl_socket_t socket) {
+        auto& self = *static_cast<Transfer*>(transfer);
+        if (self.m_nSocket == socket) {
+            self.m_nSocket = -1; // the number may be another file's next
+        }
+        return close(socket);
+    }
 
     // The library asks about once a second, also while it waits by itself for a server's last reply.
     static int MustEnd(void* transfer, curl_off_t, curl_off_t, curl_off_t, curl_off_t sent) {
         auto& self = *static_cast<Transfer*>(transfer);
         const auto now = Clock::now();
-        if (sent != self.m_nSent) {
+        curl_off_t connected = 0; // how long it took; until then the library's own limit holds
+        curl_easy_getinfo(self.m_pEasy.get(), CURLINFO_APPCONNECT_TIME_T, &connected);
+        if (connected == 0 || sent != self.m_nSent) {
             self.m_nSent = sent;
             self.m_LastProgress = now;
         }
@@ -317,10 +328,10 @@ private:
     std::string m_Scheme;
     char m_Error[CURL_ERROR_SIZE] = {};
     std::string m_Reply;
-    bool m_bCut = false; // the server has another number of bytes
-    curl_socket_t m_nSocket = -1;
+    bool m_bCut = false;          // the server has another number of bytes
+    curl_socket_t m_nSocket = -1; // the connection's; an SFTP transfer has no other
     curl_off_t m_nSent = 0;
-    Clock::time_point m_LastProgress = Clock::now();
+    Clock::time_point m_LastProgress;
     std::optional<Clock::time_point> m_End; // set once an abort was seen
     List m_List;
     Easy m_pEasy; // last: freed before what it points to
