@@ -10,6 +10,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -82,8 +83,9 @@ bool Sync(const std::filesystem::path& path) {
 // rows that a loss of power could not harm before must not be lost on their way.
 bool MoveAcross(const char* source, const char* target) {
     namespace fs = std::filesystem;
-    const fs::path part = std::string(target) + ".part";
-    const fs::path directory = part.has_parent_path() ? part.parent_path() : ".";
+    const fs::path directory = fs::path(target).parent_path();
+    // Not a longer form of the target's name, which may be as long as names can be.
+    const fs::path part = directory / (".part-" + std::to_string(std::hash<std::string>()(target)));
     std::error_code error;
     std::error_code ignored;
     if (!fs::copy_file(source, part, fs::copy_options::overwrite_existing, error) || !Sync(part)) {
@@ -95,7 +97,7 @@ bool MoveAcross(const char* source, const char* target) {
         fs::remove(part, ignored);
         return false;
     }
-    (void)Sync(directory); // not every file system can; the bytes are there
+    (void)Sync(directory.empty() ? "." : directory); // not every file system can; the bytes are there
     fs::remove(source, ignored);
     return true;
 }
@@ -211,22 +213,6 @@ std::uint64_t EFileIO::GetBytesLeft() {
     return static_cast<std::uint64_t>(std::max<std::int64_t>(Size() - m_nPosition, 0));
 }
 
-int EFileIO::AppendToFile(const wchar_t* name, const void* data, unsigned long length, std::uint32_t minimum,
-                          std::uint32_t maximum, bool& fits) {
-    fits = true;
-    EFileIO file(name, OPEN_FOR_WRITING);
-    if (!file.IsOpen()) {
-        return 0;
-    }
-    const std::uint32_t size = file.GetFileSize();
-    if (!file.IsSizeKnown()) {
-        return 0; // not taken for an empty file
-    }
-    fits = size >= minimum && size + static_cast<std::uint32_t>(length) <= maximum;
-    unsigned long written = 0;
-    return fits && file.PositionFile(0, FILE_POSITION_END) != 0 ? file.WriteToFile(data, length, written) : 0;
-}
-
 int EFileIO::DeleteFile(const wchar_t* name, bool /*moveToTrash*/) {
     const Name path(name);
     return Uninterrupted([&] { return unlink(path); }) == 0 ? 1 : 0;
@@ -256,6 +242,12 @@ int EFileIO::Exists(const wchar_t* path, unsigned long* mode) {
         *mode = status.st_mode;
     }
     return 1;
+}
+
+int EFileIO::IsLink(const wchar_t* path) {
+    const Name name(path);
+    struct stat status {};
+    return Uninterrupted([&] { return lstat(name, &status); }) == 0 && S_ISLNK(status.st_mode) ? 1 : 0;
 }
 
 int EFileIO::CreateDir(const wchar_t* path) {

@@ -50,17 +50,13 @@ public:
     // Bytes between the position and the end of the file: the most that a stored count can honestly ask for.
     std::uint64_t GetBytesLeft();
 
-    // Appends to the named file, all or nothing, if it has at least `minimum` bytes before and at most `maximum`
-    // afterwards (the sum of 32-bit numbers); otherwise `fits` becomes false. The same system calls as an object's
-    // operations make, without a way back to the caller between them: what a row costs above them is mostly such ways.
-    static int AppendToFile(const wchar_t* name, const void* data, unsigned long length, std::uint32_t minimum,
-                            std::uint32_t maximum, bool& fits);
-
     static int DeleteFile(const wchar_t* name, bool moveToTrash); // there is no trash: the flag changes nothing
-    // Replaces an existing target, which is there until then. On another file system that takes a copy, "TARGET.part".
+    // Replaces an existing target, which is there until then. On another file system that takes a copy beside the target,
+    // ".part-" and a number.
     static int RenameFile(const wchar_t* from, const wchar_t* to);
     static int SetFileSize(const wchar_t* name, long size);      // a missing file fails and is not created
     static int Exists(const wchar_t* path, unsigned long* mode); // `mode`, unless null, gets stat(2)'s st_mode
+    static int IsLink(const wchar_t* path);                      // a symbolic one, wherever it leads
     static int CreateDir(const wchar_t* path);                   // an existing directory is a failure
     static int CreateRecursiveDir(const wchar_t* path);          // an existing directory is a success
     static int RemoveDir(const wchar_t* path);                   // only an empty directory is removed

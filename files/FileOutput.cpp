@@ -11,6 +11,10 @@ bool Write(EFileIO& file, const EByteArray& bytes) {
     return file.WriteToFile(bytes.GetData(), static_cast<unsigned long>(bytes.GetSize()), written) != 0;
 }
 
+bool PassesLimit(const EFileSpec& spec, std::uint32_t size, const EByteArray& row) {
+    return spec.m_MaxFileSize > 0 && std::int64_t{size} + row.GetSize() > spec.m_MaxFileSize;
+}
+
 } // namespace
 
 int ELogFile::StartFile(EFileSpec* spec) {
@@ -33,7 +37,8 @@ int ELogFile::StartFile(EFileSpec* spec) {
         EByteArray header;
         spec->m_pFilter->FormatHeader(&noTitle, &spec->m_Headers, &header);
         if (header.GetSize() > 0 && !Write(file, header)) {
-            if (isNew) { // or, on a full disk, every row leaves an empty file of a name that has its time
+            // On a full disk every row would leave an empty file of a name that has its time. A link is not ours.
+            if (isNew && EFileIO::IsLink(name) == 0) {
                 EFileIO::DeleteFile(name, false);
             }
             return 0;
@@ -96,10 +101,19 @@ void ELogFile::WriteToFile(EFileSpec* spec, const EStringArray* row) {
 // Appends the row to the current file. With `limited`, false when a new file is needed first: the present one is empty or
 // would pass the limit. A row that cannot be written is dropped.
 bool ELogFile::AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited) {
-    constexpr std::uint32_t NO_LIMIT = UINT32_MAX;
-    const int limit = spec->m_MaxFileSize;
-    bool fits = true;
-    EFileIO::AppendToFile(spec->m_CurrentFile, bytes.GetData(), static_cast<unsigned long>(bytes.GetSize()),
-                          limited ? 1 : 0, limited && limit > 0 ? static_cast<std::uint32_t>(limit) : NO_LIMIT, fits);
-    return fits;
+    EFileIO file(spec->m_CurrentFile, EFileIO::OPEN_FOR_WRITING);
+    if (!file.IsOpen()) {
+        return true;
+    }
+    const std::uint32_t size = file.GetFileSize();
+    if (!file.IsSizeKnown()) {
+        return true; // not taken for an empty file
+    }
+    if (limited && (size == 0 || PassesLimit(*spec, size, bytes))) {
+        return false;
+    }
+    if (file.PositionFile(0, FILE_POSITION_END) != 0) {
+        Write(file, bytes);
+    }
+    return true;
 }

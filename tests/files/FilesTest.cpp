@@ -134,16 +134,21 @@ TEST_F(FilesTest, ContinuesFilesAndPages) {
                               {"logs/a", "x\n" + row + "x\n" + row}}));
 }
 
-TEST_F(FilesTest, AFullDiskIsNotLitteredWithEmptyFiles) {
+// A link that leads to no file is the operator's, as every link is.
+TEST_F(FilesTest, AFullDiskIsNotLitteredWithEmptyFilesAndLosesNoLink) {
     StartColumn({.m_File = "a-%S%s.csv"});
+    std::filesystem::create_directory("elsewhere");
+    std::filesystem::create_symlink("../elsewhere/b.csv", "logs/b.csv");
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit before{};
     getrlimit(RLIMIT_FSIZE, &before);
     const rlimit none{0, before.rlim_max};
     setrlimit(RLIMIT_FSIZE, &none);
     WriteRow("1");
+    Spec()->m_FileName = L"b.csv";
+    WriteRow("1");
     setrlimit(RLIMIT_FSIZE, &before);
-    EXPECT_EQ(Found(), Files());
+    EXPECT_EQ(Found(), (Files{{"elsewhere/", ""}, {"elsewhere/b.csv", ""}, {"logs/b.csv", ""}}));
 }
 
 TEST_F(FilesTest, TakesFilesAsItFindsThem) {
@@ -168,6 +173,14 @@ TEST_F(FilesTest, TakesFilesAsItFindsThem) {
         std::filesystem::create_directories(second + "/d");
     };
     rowsAround(block, {{first, grown + "2\n"}, {second + '/', ""}, {second + "/d/", ""}});
+    for (const std::uintmax_t size : {0xFFFFFFFEULL, 0xFFFFFFFFULL, 5'368'709'123ULL}) { // past every limit
+        StartColumn({.m_nMaxSize = 50});
+        WriteRow("1");
+        std::filesystem::resize_file(first, size);
+        WriteRow("2");
+        ASSERT_EQ(std::filesystem::file_size(first), 4U) << size;
+        EXPECT_EQ(std::filesystem::file_size(second), size);
+    }
     rowsAround([] { std::filesystem::remove_all("logs"); }, {});
     std::filesystem::create_directory("logs"); // the row after a lost one is tried again
     WriteRow("3");
