@@ -8,20 +8,28 @@
 
 namespace {
 
-constexpr std::size_t ROOM = 32; // the longest double, -2.2250738585072014e-308, has 24 characters
+constexpr std::size_t ROOM = 32; // the longest doubles, as -2.2250738585072014e-308, have 24 characters
 
-template <class Number>
-void PrintShortest(EString& text, Number number) {
+// Prints as few digits as read back the same.
+template <class Number, class... Format>
+void Print(EString& text, Number number, Format... format) {
     char digits[ROOM];
     wchar_t wide[ROOM];
-    const char* const end = std::to_chars(digits, digits + ROOM - 1, number).ptr;
+    const char* const end = std::to_chars(digits, digits + ROOM - 1, number, format...).ptr;
     *std::copy(static_cast<const char*>(digits), end, wide) = L'\0';
     text = wide;
 }
 
+// A column of measured values has one notation; only very small and very large ones have an exponent.
+std::chars_format FormatOf(double number) {
+    const double magnitude = std::abs(number);
+    const bool plain = number == 0 || (magnitude >= 1e-5 && magnitude < 1e15);
+    return plain ? std::chars_format::fixed : std::chars_format::scientific;
+}
+
 // Prints a number that has at most three decimals, as most measured values have, in a fifth of the time; false for
 // others. A quotient of two whole numbers is rounded as the decimal text is when it is read (IEEE 754): where it gives
-// the number back so does the text, and none of fewer digits does. Below the limit no exponent makes it shorter.
+// the number back so does the text, and none of fewer digits does.
 bool PrintDecimals(EString& text, double number) {
     constexpr double LIMIT = 100'000;
     if (!(number > -LIMIT && number < LIMIT) || number == 0) {
@@ -85,11 +93,11 @@ void CDataValue::GetString(EString& text, int /*option1*/, int /*option2*/, int 
         text = m_bBoolean ? L"true" : L"false";
         break;
     case Type::Integer:
-        PrintShortest(text, m_nInteger);
+        Print(text, m_nInteger);
         break;
     case Type::Double:
         if (!PrintDecimals(text, m_Double)) {
-            PrintShortest(text, m_Double);
+            Print(text, m_Double, FormatOf(m_Double));
         }
         break;
     case Type::Text:

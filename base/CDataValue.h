@@ -29,8 +29,9 @@ public:
     double GetDouble() const { return m_Double; }
     const wchar_t* GetText() const { return m_pszText; }
 
-    // The value as text, replacing `text`: empty for nothing, "true" or "false", the decimal number, the shortest text
-    // that reads back as the same double. The three options are reserved; 0 for each is the only layout.
+    // The value as text, replacing `text`: empty for nothing, "true" or "false", the decimal number. A double has as few
+    // digits as read back the same, and an exponent only below 1e-5 and from 1e15 on. The three options are reserved; 0
+    // for each is the only layout.
     void GetString(EString& text, int option1, int option2, int option3) const;
 
     std::uint32_t GetQuality() const { return m_nQuality; }

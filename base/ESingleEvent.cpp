@@ -18,7 +18,7 @@ void ESingleEvent::Reset() {
 bool ESingleEvent::Wait(unsigned long milliseconds) {
     std::unique_lock<std::mutex> lock(m_Mutex);
     const auto isSet = [this] { return m_bSet.load(); };
-    if (milliseconds == WAIT_FOREVER) {
+    if (milliseconds >= WAIT_FOREVER) {
         m_Condition.wait(lock, isSet);
         return true;
     }

@@ -15,7 +15,8 @@ public:
     void Set();
     void Reset();
 
-    // Returns true once the event is set (at once when it is set already), false after `milliseconds`.
+    // Returns true once the event is set (at once when it is set already), false after `milliseconds`; from WAIT_FOREVER
+    // on, which is seven weeks, never false.
     bool Wait(unsigned long milliseconds);
 
 private:

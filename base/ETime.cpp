@@ -2,6 +2,14 @@
 
 #include <ctime>
 
+namespace {
+
+std::int16_t MillisecondOf(const ETimeStamp& stamp) {
+    return static_cast<std::int16_t>(stamp.m_nMilliseconds < 1000 ? stamp.m_nMilliseconds : 999);
+}
+
+} // namespace
+
 void ETime::GetTimeStamp(ETimeStamp* stamp) {
     timespec now{};
     clock_gettime(CLOCK_REALTIME, &now);
@@ -13,7 +21,7 @@ void ETime::SetStamp(const ETimeStamp& stamp) {
     const std::int64_t second = std::int64_t{m_nSecond} + stamp.m_nSeconds - m_Stamp.m_nSeconds;
     if (m_Computed != Zone::None && second >= 0 && second < 60) { // clocks are set where a minute begins
         m_nSecond = static_cast<int>(second);
-        m_nMillisecond = static_cast<std::int16_t>(stamp.m_nMilliseconds);
+        m_nMillisecond = MillisecondOf(stamp);
     } else {
         m_Computed = Zone::None;
     }
@@ -29,7 +37,7 @@ void ETime::ComputeCalendar(bool local) {
     static_assert(sizeof(std::time_t) == 8, "a calendar past 2038 needs 64-bit seconds");
     std::tm calendar{};
     local ? localtime_r(&seconds, &calendar) : gmtime_r(&seconds, &calendar);
-    m_nMillisecond = static_cast<std::int16_t>(m_Stamp.m_nMilliseconds);
+    m_nMillisecond = MillisecondOf(m_Stamp);
     m_nSecond = calendar.tm_sec;
     m_nMinute = calendar.tm_min;
     m_nHour = calendar.tm_hour;

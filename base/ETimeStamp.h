@@ -6,7 +6,7 @@
 // stored and as copied. Both members may be unaligned: copy them, do not point to them.
 struct __attribute__((packed)) ETimeStamp {
     std::uint32_t m_nSeconds = 0;
-    std::uint16_t m_nMilliseconds = 0; // 0 to 999
+    std::uint16_t m_nMilliseconds = 0; // 0 to 999; more counts as 999
 
     bool IsSet() const { return m_nSeconds != 0 || m_nMilliseconds != 0; }
 };

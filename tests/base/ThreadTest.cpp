@@ -50,7 +50,9 @@ TEST(SingleEvent, HandsOverWithoutLosingAWakeUp) {
     int given = 0; // no lock: only the event orders its accesses
     int taken = 0;
     std::thread taker([&] {
-        for (; taken < ROUNDS && event.Wait(ESingleEvent::WAIT_FOREVER) && given == taken + 1; asked = taken + 1) {
+        // All 32 bits, or all that an unsigned long has.
+        for (; taken < ROUNDS && event.Wait(taken % 2 == 0 ? ESingleEvent::WAIT_FOREVER : ~0UL) && given == taken + 1;
+             asked = taken + 1) {
             event.Reset();
             ++taken;
         }

@@ -23,9 +23,11 @@ TEST(Time, Calendar) {
     tzset();
     ETime times[] = {ETime(ETimeStamp{5, 5}), ETime(ETimeStamp{5, 5})};
     for (const auto& [seconds, utc, centralEurope] : cases) {
-        for (const bool local : {false, true}) {
+        for (const int each : {0, 1, 2, 3, 4, 5}) {
+            const bool local = each % 2 != 0;
             ETime& time = times[local ? 1 : 0];
-            time.SetStamp({seconds, 999});
+            constexpr std::uint16_t MILLISECONDS[] = {1000, 999, 65535}; // there are no more than 999
+            time.SetStamp({seconds, MILLISECONDS[each / 2]});
             time.ComputeCalendar(local);
             char text[64];
             std::snprintf(text, sizeof text, "%d-%02d-%02d %02d:%02d:%02d.%03d", time.m_nYear + 1900, time.m_nMonth + 1,

@@ -88,23 +88,44 @@ TEST_F(ProcessingTest, AlarmsAndEventsAsTheirRecordsSay) {
     EXPECT_EQ(ReadWhole("logs/event.csv"), events + "01-01-1970 00:00:00.000  : \n");
 }
 
-// Those of few decimals are printed in another way than the rest.
-TEST_F(ProcessingTest, DoublesAreTheShortestText) {
-    std::vector<double> numbers{99999.999, 0.001, -0.0};
+// As few digits as read back the same, and all of a column alike. Those of few decimals are printed in another way.
+TEST_F(ProcessingTest, DoublesAreTheFewestDigits) {
+    std::vector<double> numbers{99999.999, 0.001, -0.0, 99999, 100000, 123456, 1e-5, -1e14, 123456789012345.6};
     for (int i = -1'000'000; i <= 1'000'000; i += 67) {
-        for (const double unit : {0.0001, 0.001, 0.1, 1.0}) {
+        for (const double unit : {0.0001, 0.001, 0.1, 1.0, 1e6}) {
             const double number = i * unit; // not always the double next to the decimal number
             numbers.insert(numbers.end(), {number, i / (1 / unit), std::nextafter(number, 1e9)});
         }
     }
-    for (const double number : numbers) {
+    const auto print = [](double number) {
         CDataValue value;
         value.SetDouble(number);
         EString text;
         value.GetString(text, 0, 0, 0);
-        char shortest[32] = {};
-        std::to_chars(shortest, shortest + sizeof shortest, number);
-        ASSERT_EQ(Narrow(text), shortest);
+        return Narrow(text);
+    };
+    for (const double number : numbers) {
+        if (number != 0 && std::abs(number) < 1e-5) {
+            continue;
+        }
+        char digits[64] = {};
+        std::to_chars(digits, digits + sizeof digits, number, std::chars_format::fixed);
+        ASSERT_EQ(print(number), digits);
+    }
+    for (const auto& [number, text] : {std::pair{99999.0, "99999"},
+                                       {1e5, "100000"},
+                                       {123456.0, "123456"},
+                                       {0.0001, "0.0001"},
+                                       {-1e-5, "-0.00001"},
+                                       {std::nextafter(1e-5, 0), "9.999999999999999e-06"},
+                                       {1e-300, "1e-300"},
+                                       {0.0, "0"},
+                                       {-0.0, "-0"},
+                                       {999999999999999.9, "999999999999999.9"},
+                                       {1e15, "1e+15"},
+                                       {-1234567890123456.0, "-1.234567890123456e+15"},
+                                       {HUGE_VAL, "inf"}}) {
+        EXPECT_EQ(print(number), text);
     }
 }
 
