@@ -6,6 +6,7 @@
 #include "base/EPersistentPointerList.h"
 #include "base/EPersistentString.h"
 #include "base/EUtility.h"
+#include "base/Guarded.h"
 #include "base/IPersistent.h"
 
 #include <atomic>
@@ -76,16 +77,6 @@ struct Section : ESectionRecord {
 
 Section& GetSection(unsigned long handle) {
     return *static_cast<Section*>(reinterpret_cast<ESectionRecord*>(handle));
-}
-
-// Nothing is thrown at a caller: the work's result, or RC_NOT_MADE.
-template <class Work>
-EResult Guard(Work work) noexcept {
-    try {
-        return work();
-    } catch (...) {
-        return RC_NOT_MADE;
-    }
 }
 
 EString MakePath(const wchar_t* name) {
@@ -172,7 +163,7 @@ EResult RestoreObject(unsigned long handle, const EJsonValue& element, ObjectPtr
     const std::size_t outerNext = section.m_nNext;
     section.m_pObject = &element;
     section.m_nNext = 1; // behind "type"
-    const EResult restored = Guard([&] { return object->Restore(handle); });
+    const EResult restored = Guarded([&] { return object->Restore(handle); });
     section.m_pObject = outer;
     section.m_nNext = outerNext;
     return restored;
@@ -216,7 +207,7 @@ EResult EPersistent::AddFactory(IPersistent* prototype) {
         return RC_ARGUMENT;
     }
     ObjectPtr owned(prototype);
-    return Guard([&] {
+    return Guarded([&] {
         EString type;
         const EResult result = prototype->GetType(type);
         if (Failed(result)) {
@@ -251,7 +242,7 @@ EResult EPersistent::RestoreSection(const wchar_t* name, unsigned long& section,
     if (IsEmpty(name)) {
         return RC_ARGUMENT;
     }
-    return Guard([&] {
+    return Guarded([&] {
         auto opened = std::make_unique<Section>();
         opened->m_FileName = MakePath(name);
         EString message;
@@ -282,7 +273,7 @@ EResult EPersistent::GetSectionFilename(const wchar_t* name, EString& fileName, 
     if (IsEmpty(name)) {
         return RC_ARGUMENT;
     }
-    return Guard([&] {
+    return Guarded([&] {
         fileName = MakePath(name);
         unsigned long mode = 0;
         exists = EFileIO::Exists(fileName, &mode) != 0 && S_ISREG(mode) ? 1 : 0;
@@ -299,7 +290,7 @@ EResult EPersistentInt::Restore(unsigned long section) {
     if (section == 0) {
         return RC_NO_SECTION;
     }
-    return Guard([&] {
+    return Guarded([&] {
         Section& open = GetSection(section);
         const EJsonValue* item = nullptr;
         const EResult result = TakeScalar(open, Kind::Integer, "an integer", item);
@@ -325,7 +316,7 @@ EResult EPersistentString::Restore(unsigned long section) {
     if (section == 0) {
         return RC_NO_SECTION;
     }
-    return Guard([&] {
+    return Guarded([&] {
         Section& open = GetSection(section);
         const EJsonValue* item = nullptr;
         const EResult result = TakeScalar(open, Kind::Text, "a text", item);
@@ -344,7 +335,7 @@ EResult EPersistentPointerList::Restore(unsigned long section) {
     if (section == 0) {
         return RC_NO_SECTION;
     }
-    return Guard([&] {
+    return Guarded([&] {
         Section& open = GetSection(section);
         if (open.AtEnd()) {
             return open.FailEnd("a list");
@@ -356,7 +347,7 @@ EResult EPersistentPointerList::Restore(unsigned long section) {
         ++open.m_nNext;
         EResult result = RC_OK;
         for (const EJsonValue& element : list.m_Items) {
-            result |= Guard([&] { return RestoreElement(section, element, *this); });
+            result |= Guarded([&] { return RestoreElement(section, element, *this); });
         }
         return result;
     });

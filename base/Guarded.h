@@ -2,15 +2,13 @@
 
 #include "base/ResultCodes.h"
 
-#include <exception>
-
-// Runs an operation that the kernel or a component calls through an interface. No exception may leave the module there:
-// one that comes up (memory has run out) becomes RC_NOT_MADE.
+// Runs an operation that is called from outside, or calls there. No exception may pass: whatever is thrown (memory has run
+// out, a service of the kernel's has failed) becomes RC_NOT_MADE.
 template <class Operation>
 EResult Guarded(Operation operation) noexcept {
     try {
         return operation();
-    } catch (const std::exception&) {
+    } catch (...) {
         return RC_NOT_MADE;
     }
 }

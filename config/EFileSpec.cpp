@@ -10,7 +10,7 @@
 #include "files/ELogFilterPlainText.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"
-#include "service/Guarded.h"
+#include "base/Guarded.h"
 
 EFileSpec::EFileSpec() {
     ETime::GetTimeStamp(&m_FileTime);

@@ -10,7 +10,7 @@
 #include "config/EFileSpec.h"
 #include "intake/Actions.h"
 #include "service/Entry.h"
-#include "service/Guarded.h"
+#include "base/Guarded.h"
 
 #include <cwchar>
 #include <memory>

@@ -1,9 +1,9 @@
 #include "service/ELogFile.h"
 
 #include "base/ELock.h"
+#include "base/Guarded.h"
 #include "delivery/ELogFileDeliverySpec.h"
 #include "service/Entry.h"
-#include "service/Guarded.h"
 
 // Completions are handled one at a time, under a lock of their own: from the look-up of the job to its end no other
 // completion changes it, exactly one finalises and frees it, and every later one finds it gone. The lock is not held

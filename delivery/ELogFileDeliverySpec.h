@@ -3,7 +3,6 @@
 #include "base/EString.h"
 #include "base/EStringArray.h"
 
-#include <cstddef>
 #include <cstdint>
 
 class EFileSpec;
@@ -19,13 +18,6 @@ public:
     ELogFileDeliverySpec(const ELogFileDeliverySpec&) = delete;
     ELogFileDeliverySpec& operator=(const ELogFileDeliverySpec&) = delete;
     ~ELogFileDeliverySpec(); // touches no file
-
-    // A sending service knows a job by its address, and may give a notice once more when the job has long been freed.
-    // That notice must not finish a newer job, so a freed job's memory becomes no other job until RESTING_JOBS further
-    // ones have been freed. Any thread; the job's contents are wiped.
-    static constexpr std::size_t RESTING_JOBS = 256;
-    static void* operator new(std::size_t size);
-    static void operator delete(void* memory, std::size_t size);
 
     // Moves the files into the log directory, in place of older ones of their names, or deletes them; then removes the
     // job's directory.

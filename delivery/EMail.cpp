@@ -1,6 +1,7 @@
 #include "service/ELogFile.h"
 
 #include "base/EMailMessage.h"
+#include "base/Guarded.h"
 #include "base/IEMailService.h"
 #include "base/IErrorReporter.h"
 #include "base/INameService.h"
@@ -8,14 +9,18 @@
 #include "config/EFileSpec.h"
 #include "delivery/ELogFileDeliverySpec.h"
 #include "intake/ELogInfo.h"
-#include "service/Guarded.h"
 
 #include <memory>
 
 namespace {
 
 struct Releaser {
-    void operator()(EMailMessage* message) const { m_pService->ReleaseMessage(message); }
+    void operator()(EMailMessage* message) const {
+        Guarded([&] {
+            m_pService->ReleaseMessage(message);
+            return RC_OK;
+        });
+    }
     IEMailService* m_pService;
 };
 
@@ -23,13 +28,15 @@ using Message = std::unique_ptr<EMailMessage, Releaser>;
 
 } // namespace
 
-// One sending per file; the first carries the first file, the second the first two, and so on.
+// One sending per file; the first carries the first file, the second the first two, and so on. A call that throws, and
+// lack of memory, count as a sending that could not be started: the job must end and the definition be put back.
 EResult ELogFile::DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info) {
-    Message message(m_pEMailService->CreateMessage(), Releaser{m_pEMailService});
+    Message message(nullptr, Releaser{m_pEMailService});
     EStringArray files;
     EString directory;
     EPersistentString attachments;
     const EResult loaded = Guarded([&] {
+        message.reset(m_pEMailService->CreateMessage());
         if (message == nullptr || !LoadDefinition(job, message.get())) {
             return RC_MISSING;
         }
@@ -40,13 +47,15 @@ EResult ELogFile::DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info) {
         return RC_OK;
     });
     if (Failed(loaded)) {
+        if (loaded != RC_MISSING) {
+            m_pErrorReporter->Report(LEVEL_ERROR, SOURCE_LOG_FILE, MSG_EMAIL_NOT_STARTED);
+        }
         message.reset();
         CompleteJob(job);
         return 0;
     }
     bool allStarted = true;
     for (int i = 0; i < files.GetSize(); ++i) {
-        // Lack of memory counts as a sending that could not be started: the job must end and the definition be put back.
         const EResult started = Guarded([&] {
             EString addition = L";";
             addition += directory;
@@ -62,7 +71,7 @@ EResult ELogFile::DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info) {
         }
     }
     message->m_Attachments = attachments; // takes no memory: the list has room for more than that
-    m_pEMailService->StoreMessage(message.get());
+    Guarded([&] { return m_pEMailService->StoreMessage(message.get()); });
     message.reset();
     if (allStarted) {
         return 1;

@@ -2,6 +2,7 @@
 
 #include "base/EUploadFile.h"
 #include "base/EUploadFiles.h"
+#include "base/Guarded.h"
 #include "base/IErrorReporter.h"
 #include "base/INameService.h"
 #include "base/IUploadService.h"
@@ -9,7 +10,6 @@
 #include "delivery/ELogFileDeliverySpec.h"
 
 #include <memory>
-#include <new>
 
 namespace {
 
@@ -25,18 +25,13 @@ public:
         }
     }
 
-    // False when memory does not suffice for every entry.
-    bool AddAll(const ELogFileDeliverySpec& job) {
-        try {
-            for (int i = 0; i < job.m_Files.GetSize(); ++i) {
-                auto file = std::make_unique<EUploadFile>(job.m_SpoolDir + job.m_Files[i], false, false);
-                AddTail(file.get());
-                (void)file.release();
-            }
-            return true;
-        } catch (const std::bad_alloc&) {
-            return false;
+    EResult AddAll(const ELogFileDeliverySpec& job) {
+        for (int i = 0; i < job.m_Files.GetSize(); ++i) {
+            auto file = std::make_unique<EUploadFile>(job.m_SpoolDir + job.m_Files[i], false, false);
+            AddTail(file.get());
+            (void)file.release();
         }
+        return RC_OK;
     }
 };
 
@@ -44,19 +39,21 @@ public:
 
 // One upload with all files of the job; one notice ends it.
 EResult ELogFile::DeliverESFile(ELogFileDeliverySpec* job) {
-    EString parameters[3];
-    const bool known =
-        m_pNameService != nullptr &&
-        !Failed(m_pNameService->GetUploadParameters(job->m_nNameId, &parameters[0], &parameters[1], &parameters[2]));
     OwnedUploadFiles files;
-    if (!files.AddAll(*job)) {
+    if (Failed(Guarded([&] { return files.AddAll(*job); }))) {
         CompleteJob(job);
         return 0;
     }
-    // The job may be finished and freed before the call returns.
-    const EResult started = m_pUploadService->UploadFiles(
-        &files, known ? &parameters[0] : nullptr, known ? &parameters[1] : nullptr, known ? &parameters[2] : nullptr,
-        reinterpret_cast<unsigned long>(job), static_cast<ISMListener*>(this));
+    const EResult started = Guarded([&] {
+        EString values[3];
+        const bool known =
+            m_pNameService != nullptr &&
+            !Failed(m_pNameService->GetUploadParameters(job->m_nNameId, &values[0], &values[1], &values[2]));
+        // The job may be finished and freed before the call returns.
+        return m_pUploadService->UploadFiles(&files, known ? &values[0] : nullptr, known ? &values[1] : nullptr,
+                                             known ? &values[2] : nullptr, reinterpret_cast<unsigned long>(job),
+                                             static_cast<ISMListener*>(this));
+    });
     if (Failed(started)) {
         m_pErrorReporter->Report(LEVEL_ERROR, SOURCE_LOG_FILE, MSG_UPLOAD_NOT_STARTED);
         CompleteJob(job);

@@ -1,9 +1,9 @@
 #include "base/EFileIO.h"
+#include "base/Guarded.h"
 #include "fuzz/Require.h"
 #include "intake/ELogInfo.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"
-#include "service/Guarded.h"
 #include "tests/Workplace.h"
 #include "tests/kernel/TestKernel.h"
 

@@ -2,16 +2,15 @@
 
 #include "base/EFileIO.h"
 #include "base/ELock.h"
+#include "base/Guarded.h"
 #include "base/IErrorReporter.h"
 #include "base/INameService.h"
 #include "base/Messages.h"
 #include "config/EFileSpec.h"
 #include "delivery/ELogFileDeliverySpec.h"
 #include "intake/ELogInfo.h"
-#include "service/Guarded.h"
 
 #include <memory>
-#include <new>
 
 // Closes the current file, moves the files of the set into a directory of their own and hands them to a delivery job.
 EResult ELogFile::ProcessDelivery(ELogInfo* info) {
@@ -25,7 +24,7 @@ EResult ELogFile::ProcessDelivery(ELogInfo* info) {
         return RC_MISSING;
     }
     std::unique_ptr<ELogFileDeliverySpec> made;
-    try {
+    const EResult ready = Guarded([&] {
         made = std::make_unique<ELogFileDeliverySpec>(this, spec, directory);
         if (m_pNameService != nullptr) {
             EString name = spec->m_Name;
@@ -33,9 +32,11 @@ EResult ELogFile::ProcessDelivery(ELogInfo* info) {
         }
         const ELock lock(m_DeliveryMutex, MUTEX_NAME);
         m_Deliveries.Reserve(); // a job that has taken files must not fail to enter the list
-    } catch (const std::bad_alloc&) {
+        return RC_OK;
+    });
+    if (Failed(ready)) {
         m_pErrorReporter->Report(LEVEL_WARNING, SOURCE_LOG_FILE, MSG_NOT_CREATED, L"Delivery failed");
-        return RC_NOT_MADE;
+        return ready;
     }
     Guarded([&] { return static_cast<EResult>(StopFile(spec)); });
     spec->m_bFileStarted = false; // its file goes away, even when the footer could not be written

@@ -2,11 +2,11 @@
 
 #include "base/ELock.h"
 #include "base/EONEVENTSTRUCT.h"
+#include "base/Guarded.h"
 #include "base/INameService.h"
 #include "config/EFileSpec.h"
 #include "intake/Actions.h"
 #include "intake/ELogInfo.h"
-#include "service/Guarded.h"
 
 #include <memory>
 

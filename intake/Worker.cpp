@@ -1,8 +1,8 @@
 #include "service/ELogFile.h"
 
 #include "base/ELock.h"
+#include "base/Guarded.h"
 #include "intake/ELogInfo.h"
-#include "service/Guarded.h"
 
 #include <memory>
 

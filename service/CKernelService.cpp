@@ -1,5 +1,6 @@
 #include "service/CKernelService.h"
 
+#include "base/Guarded.h"
 #include "base/INameService.h"
 #include "base/InterfaceIds.h"
 
@@ -16,7 +17,7 @@ EResult CKernelService::GetInterface(unsigned long id, void** out) {
     if (id == IID_KERNEL_SERVICE) {
         *out = static_cast<IKernelService*>(this);
     } else if (m_pKernelBase != nullptr) {
-        result = m_pKernelBase->GetInterface(id, out);
+        result = Guarded([&] { return m_pKernelBase->GetInterface(id, out); });
     }
     m_bInGetInterface = false;
     return result;

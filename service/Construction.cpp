@@ -2,6 +2,7 @@
 
 #include "base/ELock.h"
 #include "base/EONEVENTSTRUCT.h"
+#include "base/Guarded.h"
 #include "base/IStringTable.h"
 #include "base/InterfaceIds.h"
 #include "base/Messages.h"
@@ -9,7 +10,6 @@
 #include "delivery/ELogFileDeliverySpec.h"
 #include "intake/ELogInfo.h"
 #include "service/Entry.h"
-#include "service/Guarded.h"
 
 namespace {
 
@@ -48,8 +48,9 @@ void ELogFile::Initialize() {
     }
 }
 
-// The worker has ended and nobody calls any more: PrepareToStop came first.
+// Every other thread has left the service, but for the worker when PrepareToStop was left out.
 ELogFile::~ELogFile() {
+    ELogFile::PrepareToStop();
     if (TheLogFile() == this) {
         SetTheLogFile(nullptr); // not every way here leads through Stop
     }

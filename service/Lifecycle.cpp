@@ -2,6 +2,7 @@
 
 #include "base/ELock.h"
 #include "base/EPersistent.h"
+#include "base/Guarded.h"
 #include "base/IActionRegistry.h"
 #include "base/IErrorReporter.h"
 #include "base/IKernelControl.h"
@@ -10,7 +11,6 @@
 #include "config/EFileSpec.h"
 #include "intake/Actions.h"
 #include "service/Entry.h"
-#include "service/Guarded.h"
 
 #include <memory>
 
@@ -134,7 +134,7 @@ EResult ELogFile::PrepareToStop() {
 }
 
 EResult ELogFile::Stop() {
-    SetTheLogFile(nullptr);
     delete this;
+    SetTheLogFile(nullptr);
     return RC_OK;
 }

@@ -3,9 +3,9 @@
 #include "base/EFileIO.h"
 #include "base/ELock.h"
 #include "base/EPersistent.h"
+#include "base/Guarded.h"
 #include "base/WARM_RESTART_STRUCT.h"
 #include "service/Entry.h"
-#include "service/Guarded.h"
 
 #include <cwchar>
 #include <new>

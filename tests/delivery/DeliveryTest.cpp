@@ -1,6 +1,5 @@
 // What a delivery leaves on disk, in the service and with the sending services, at every outcome.
 
-#include "delivery/ELogFileDeliverySpec.h"
 #include "tests/ServiceFixture.h"
 
 namespace {
@@ -188,24 +187,42 @@ TEST_F(DeliveryTest, TheIdentifierOfTheNameQualifiesMailAndParameters) {
     }
 }
 
-// The context of a notice is the job's address, which is free for another job when the first is done.
-TEST_F(DeliveryTest, LateSecondNoticesFinishNoNewerJob) {
-    Configure({SpecItems{.m_nDelivery = 2}});
-    std::vector<unsigned long> finished;
-    while (finished.size() < ELogFileDeliverySpec::RESTING_JOBS) {
-        Row();
-        ASSERT_EQ(Process(ACTION_DELIVERY), RC_OK);
-        for (const unsigned long job : finished) {
-            m_pService->OnUploadComplete(job, 0);
+// What throws has no base class, and nothing is lost of what is kept.
+TEST_F(DeliveryTest, ACallThatThrowsIsASendingThatCouldNotBeStarted) {
+    Configure({SpecItems{.m_Name = "M", .m_File = "m", .m_nDelivery = 3, .m_nKeepCopy = 1, .m_Mail = "Mail"},
+               SpecItems{.m_Name = "U", .m_File = "u", .m_nDelivery = 2, .m_nKeepCopy = 1}},
+              5);
+    m_Mail.m_Definitions["Mail@5"] = "";
+    Messages expected;
+    for (const auto& [operation, message] : {std::pair{"CreateMessage", 679},
+                                             {"LoadMessage", 679},
+                                             {"StoreMessage", 679},
+                                             {"SendMessage", 679},
+                                             {"ReleaseMessage", 0},
+                                             {"GetUploadParameters", 678},
+                                             {"UploadFiles", 678}}) {
+        SCOPED_TRACE(operation);
+        const bool byMail = message != 678;
+        const wchar_t* const name = byMail ? L"M@5" : L"U@5";
+        Row(L"T", name);
+        InKernel::s_Throwing = operation;
+        EXPECT_EQ(Process(ACTION_DELIVERY, nullptr, 1, name), message == 679 ? RC_MISSING : RC_OK);
+        InKernel::s_Throwing.clear();
+        GiveNotices();
+        if (message != 0) {
+            expected.push_back({9, 29, message, ""});
         }
-        ASSERT_EQ(Jobs(), 1) << finished.size();
-        GiveNotices(1);
-        ASSERT_EQ(Jobs(), 0);
-        finished.push_back(m_Upload.m_nContext);
+        EXPECT_EQ(m_Kernel.m_Reporter.Messages(), expected);
+        EXPECT_EQ(Jobs(), 0);
+        const Files files = Found();
+        EXPECT_EQ(files.size(), 1U) << testing::PrintToString(files);
+        EXPECT_TRUE(files.contains(byMail ? "logs/m" : "logs/u"));
+        std::filesystem::remove_all("logs");
+        std::filesystem::create_directory("logs");
     }
 }
 
-// Notices inside the call, out of order and twice, while the worker starts the next sendings.
+// Notices inside the call, later and out of order, while the worker starts the next sendings.
 TEST_F(DeliveryTest, NoticesOfManyThreadsFinishEveryJobOnce) {
     constexpr int ROUNDS = 5000; // each delivers by e-mail and by upload
     Configure({SpecItems{.m_Name = "M", .m_File = "m%i", .m_nDelivery = 3, .m_nKeepCopy = 1, .m_Mail = "Mail"},

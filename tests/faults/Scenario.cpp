@@ -1,12 +1,12 @@
 #include "tests/faults/Scenario.h"
 
 #include "base/ELock.h"
+#include "base/Guarded.h"
 #include "base/WARM_RESTART_STRUCT.h"
 #include "config/EFileSpec.h"
 #include "intake/ELogInfo.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"
-#include "service/Guarded.h"
 #include "tests/Reports.h"
 #include "tests/kernel/TestKernel.h"
 

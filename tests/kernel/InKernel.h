@@ -1,11 +1,18 @@
 #pragma once
 
+#include <string>
 #include <utility>
 
-// Marks that this thread runs the test kernel's own code: faults that a test makes for the module do not strike there.
+// Marks that this thread runs the test kernel's own code: faults that a test makes for the module do not strike there. The
+// operation named in s_Throwing throws, and nothing that has a base class.
 class InKernel {
 public:
-    InKernel() { ++s_nDepth; }
+    explicit InKernel(const char* operation = "") {
+        if (operation == s_Throwing && !s_Throwing.empty()) {
+            throw 1;
+        }
+        ++s_nDepth;
+    }
     ~InKernel() { --s_nDepth; }
     InKernel(const InKernel&) = delete;
     InKernel& operator=(const InKernel&) = delete;
@@ -19,6 +26,8 @@ public:
         call();
         s_nDepth = depth;
     }
+
+    static inline std::string s_Throwing;
 
 private:
     static inline thread_local int s_nDepth = 0;

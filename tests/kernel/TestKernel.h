@@ -45,8 +45,13 @@ class TestReporter : public IErrorReporter {
 public:
     EResult Report(int level, int source, int messageNumber, const wchar_t* text) override {
         const InKernel here;
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        m_Messages.push_back({level, source, messageNumber, text != nullptr ? Narrow(text) : ""});
+        {
+            const std::lock_guard<std::mutex> lock(m_Mutex);
+            m_Messages.push_back({level, source, messageNumber, text != nullptr ? Narrow(text) : ""});
+        }
+        if (m_OnReport) {
+            m_OnReport();
+        }
         return RC_OK;
     }
     std::vector<ReportedMessage> Messages() const {
@@ -56,6 +61,8 @@ public:
     std::ptrdiff_t Count(int number) const {
         return std::ranges::count(Messages(), number, &ReportedMessage::m_nNumber);
     }
+
+    std::function<void()> m_OnReport;
 
 private:
     mutable std::mutex m_Mutex;
@@ -87,7 +94,7 @@ struct TestNames : INameService {
         return ParseName(&copy, id);
     }
     EResult GetUploadParameters(int id, EString* parameter1, EString* parameter2, EString* parameter3) override {
-        const InKernel here;
+        const InKernel here("GetUploadParameters");
         if (!m_bUploadParameters) {
             return RC_MISSING;
         }
@@ -163,9 +170,9 @@ class TestNotices {
 public:
     enum class When { Inside, Later, OutOfOrder, Twice, Mixed };
 
-    // Inside: in the calling thread, at once. Otherwise GiveNext or Deliver gives it. Mixed: each of the others in turn.
+    // Inside: in the calling thread, at once. Otherwise GiveNext or Deliver gives it. Mixed: the first three by turns.
     void Take(const std::function<void()>& notice) {
-        const When when = m_When == When::Mixed ? static_cast<When>(m_nTaken++ % 4) : m_When;
+        const When when = m_When == When::Mixed ? static_cast<When>(m_nTaken++ % 3) : m_When;
         if (when == When::Inside) {
             InKernel::Leave(notice);
             return;
@@ -222,7 +229,7 @@ inline Sending ReadSending(const std::string& to, const std::string& paths, bool
 
 struct TestEMail : IEMailService {
     EResult SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* record) override {
-        const InKernel here;
+        const InKernel here("SendMessage");
         if (m_RefusedSends.count(m_nSends++) != 0) {
             return RC_MISSING;
         }
@@ -231,21 +238,22 @@ struct TestEMail : IEMailService {
         return RC_OK;
     }
     EMailMessage* CreateMessage() override {
-        const InKernel here;
+        const InKernel here("CreateMessage");
         m_nRecords += m_bGivesRecords ? 1 : 0;
         return m_bGivesRecords ? new EMailMessage : nullptr;
     }
     void ReleaseMessage(EMailMessage* message) override {
         --m_nRecords;
         delete message;
+        const InKernel here("ReleaseMessage");
     }
     EResult StoreMessage(EMailMessage* message) override {
-        const InKernel here;
+        const InKernel here("StoreMessage");
         m_Definitions[Narrow(message->m_Name)] = Narrow(message->m_Attachments);
         return RC_OK;
     }
     EResult LoadMessage(EMailMessage* message) override {
-        const InKernel here;
+        const InKernel here("LoadMessage");
         const auto found = m_Definitions.find(Narrow(message->m_Name));
         if (found == m_Definitions.end()) {
             return RC_NOT_FOUND;
@@ -267,7 +275,7 @@ struct TestEMail : IEMailService {
 struct TestUpload : IUploadService {
     EResult UploadFiles(EUploadFiles* files, EString* parameter1, EString* parameter2, EString* parameter3,
                         unsigned long context, ISMListener* listener) override {
-        const InKernel here;
+        const InKernel here("UploadFiles");
         if (m_bRefuses) {
             return RC_MISSING;
         }

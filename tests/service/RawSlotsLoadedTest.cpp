@@ -105,13 +105,18 @@ TEST_F(RawSlots, EveryOperationStandsAtItsNumber) {
     EXPECT_EQ(Call(m_pService, 9), RC_OK); // Stop
 }
 
-// Whichever way the kernel takes, nothing finds the service afterwards.
+// Whichever way the kernel takes, the worker ends, and nothing finds the service afterwards.
 TEST_F(RawSlots, EveryWayToEndTheServiceEndsIt) {
-    Call(m_pService, 9); // Stop
+    const auto started = [](void* service) {
+        EXPECT_EQ(Call(service, 5), RC_OK); // PrepareToStart
+        EXPECT_EQ(Call(service, 7), RC_OK); // Start
+        return service;
+    };
+    Call(started(m_pService), 9); // Stop
     EXPECT_EQ(Global(), nullptr);
-    Call(m_Module.InitService(&m_Kernel), 11); // Destroy
+    Call(started(m_Module.InitService(&m_Kernel)), 11); // Destroy
     EXPECT_EQ(Global(), nullptr);
-    void* action = Ask(m_Module.InitService(&m_Kernel), IID_ACTION, 1);
+    void* action = Ask(started(m_Module.InitService(&m_Kernel)), IID_ACTION, 1);
     Call(static_cast<void**>(action) + 1, 5); // the trigger's destructor, the one that frees
     EXPECT_EQ(Global(), nullptr);
     void* alone = m_Module.InitService(nullptr);
@@ -119,7 +124,7 @@ TEST_F(RawSlots, EveryWayToEndTheServiceEndsIt) {
     Call(alone, 9);
 }
 
-TEST_F(RawSlots, ALookUpInsideALookUpEnds) {
+TEST_F(RawSlots, ALookUpEndsInsideALookUpAndWhenTheKernelThrows) {
     int asked = 0;
     m_Kernel.m_OnLookUp = [&](unsigned long /*id*/) {
         ++asked; // asking on would never end
@@ -129,6 +134,10 @@ TEST_F(RawSlots, ALookUpInsideALookUpEnds) {
     EXPECT_EQ(Ask(m_pService, IID_NAME_SERVICE, RC_OK), static_cast<INameService*>(&m_Kernel.m_Names));
     EXPECT_EQ(Ask(m_pService, 4242, RC_MISSING), nullptr); // the kernel's own answer
     EXPECT_EQ(asked, 2);
+    m_Kernel.m_OnLookUp = [](unsigned long /*id*/) { throw 1; };
+    EXPECT_EQ(Ask(m_pService, IID_NAME_SERVICE, RC_NOT_MADE), nullptr);
+    m_Kernel.m_OnLookUp = nullptr;
+    EXPECT_EQ(Ask(m_pService, IID_NAME_SERVICE, RC_OK), static_cast<INameService*>(&m_Kernel.m_Names));
     Call(m_pService, 9);
 }
 
