@@ -1,8 +1,10 @@
 #include "config/EFileSpec.h"
 
 #include "base/EFileIO.h"
+#include "base/ELock.h"
 #include "base/EPersistent.h"
 #include "base/ETime.h"
+#include "base/Guarded.h"
 #include "base/IErrorReporter.h"
 #include "base/INameService.h"
 #include "base/Messages.h"
@@ -10,7 +12,6 @@
 #include "files/ELogFilterPlainText.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"
-#include "base/Guarded.h"
 
 EFileSpec::EFileSpec() {
     ETime::GetTimeStamp(&m_FileTime);
@@ -20,6 +21,7 @@ EFileSpec::~EFileSpec() {
     // Whoever destroys the kernel log (a failed restore, a rejection), nothing must point to it afterwards.
     ELogFile* service = TheLogFile();
     if (service != nullptr && service->m_pKernelLogSpec == this) {
+        const ELock lock(service->m_NameMutex, MUTEX_NAME); // another thread may be reading the name of its file
         service->m_pKernelLogSpec = nullptr;
     }
 }
@@ -33,12 +35,12 @@ EResult EFileSpec::Restore(unsigned long section) {
         if (section == 0) {
             return RC_NO_SECTION;
         }
-        ELogFile* service = g_pELogFile;
+        ELogFile* service = TheLogFile();
+        if (service == nullptr) {
+            return RC_MISSING;
+        }
         EResult result = m_Name.Restore(section);
         const bool kernelLog = m_Name == KERNEL_LOG_NAME;
-        if (kernelLog && service->m_pKernelLogSpec == nullptr) {
-            service->m_pKernelLogSpec = this;
-        }
         if (service->m_pNameService != nullptr) {
             service->m_pNameService->QualifyName(service->m_nRestoreIndex, &m_Name);
         }
@@ -50,7 +52,13 @@ EResult EFileSpec::Restore(unsigned long section) {
             PrepareDirectories();
         }
         MakeFilter(kernelLog);
-        return m_pFilter == nullptr ? RC_NOT_MADE : result;
+        if (m_pFilter == nullptr) {
+            return RC_NOT_MADE;
+        }
+        if (kernelLog && service->m_pKernelLogSpec == nullptr) {
+            service->m_pKernelLogSpec = this; // last: GetAgentLogFile may look at it from here on
+        }
+        return result;
     });
 }
 

@@ -4,13 +4,13 @@
 #include "base/EPersistent.h"
 #include "base/EPersistentInt.h"
 #include "base/EPersistentPointerList.h"
+#include "base/Guarded.h"
 #include "base/IErrorReporter.h"
 #include "base/INameService.h"
 #include "base/Messages.h"
 #include "config/EFileSpec.h"
 #include "intake/Actions.h"
 #include "service/Entry.h"
-#include "base/Guarded.h"
 
 #include <cwchar>
 #include <memory>
@@ -64,7 +64,7 @@ EResult ELogFile::Save(unsigned long /*section*/) {
 }
 
 EResult ELogFile::Restore(unsigned long section) {
-    HoldEvents(true);
+    const int before = HoldEvents();
     const EResult restored = Guarded([&] {
         SectionCloser own;
         if (section == 0) {
@@ -88,15 +88,28 @@ EResult ELogFile::Restore(unsigned long section) {
         }
         return result;
     });
-    HoldEvents(false);
+    ReleaseEvents(before);
     return restored;
 }
 
-// Events reported meanwhile are held, as before there was a kernel log: it is known as soon as its name is read, and may
-// yet be destroyed.
-void ELogFile::HoldEvents(bool hold) {
+// From here on events are held, as before there was a kernel log: the one that is being restored may yet be refused.
+// The number of those held before.
+int ELogFile::HoldEvents() {
     const ELock lock(m_QueueMutex, MUTEX_NAME);
-    m_bRestoring = hold && m_State != STATE_STARTED; // a running service has its kernel log
+    m_bRestoring = m_State != STATE_STARTED; // a running service has its kernel log
+    return m_EarlyEvents.GetCount();
+}
+
+// Writes what came meanwhile, behind what was held before. Without such an event all wait for the next report.
+void ELogFile::ReleaseEvents(int before) {
+    const ELock lock(m_QueueMutex, MUTEX_NAME);
+    m_bRestoring = false;
+    if (m_pKernelLogSpec != nullptr && m_EarlyEvents.GetCount() > before) {
+        Guarded([this] {
+            WriteEarlyEvents();
+            return RC_OK;
+        });
+    }
 }
 
 EResult ELogFile::RestoreSettings(unsigned long section) {
@@ -128,10 +141,10 @@ void ELogFile::RegisterFileSpec(EFileSpec* restored) {
         spec->m_Name = plainName;
         spec->m_FileName.Replace(L"EKernel", L"Kavro");
     }
-    const ELock lock(m_FileSpecMutex, MUTEX_NAME);
-    if (!IsDeliverable(*spec)) {
+    if (!IsDeliverable(*spec)) { // outside the lock: a kernel may log what it is told
         return;
     }
+    const ELock lock(m_FileSpecMutex, MUTEX_NAME);
     void*& entry = m_FileSpecs[spec->m_Name];
     if (entry == nullptr) {
         entry = spec.release();
@@ -161,11 +174,11 @@ EFileSpec* ELogFile::FindFileSpec(const wchar_t* name) {
 EResult ELogFile::GetAgentLogFile(EString& fileName, int& format) {
     return Guarded([&] {
         fileName.Empty();
+        const ELock lock(m_NameMutex, MUTEX_NAME);
         const EFileSpec* spec = m_pKernelLogSpec;
         if (spec == nullptr) {
             return RC_NOT_FOUND;
         }
-        const ELock lock(m_NameMutex, MUTEX_NAME);
         fileName = spec->m_CurrentFile;
         format = spec->m_FileFormat;
         return RC_OK;

@@ -149,7 +149,7 @@ public:
     EPtrList m_Deliveries{4};             // ELogFileDeliverySpec*, owned
     EMutex m_DeliveryMutex{MUTEX_NAME};   // guards m_Deliveries
     EMutex m_CompletionMutex{MUTEX_NAME}; // one completion at a time
-    EMutex m_NameMutex{MUTEX_NAME};       // guards m_CurrentFile of the specifications against GetAgentLogFile
+    EMutex m_NameMutex{MUTEX_NAME};       // guards m_CurrentFile and the kernel log's end against GetAgentLogFile
 
 private:
     // service/
@@ -162,7 +162,8 @@ private:
     // config/
     EResult RestoreSettings(unsigned long section);
     void RegisterFileSpec(EFileSpec* spec);
-    void HoldEvents(bool hold);
+    int HoldEvents();
+    void ReleaseEvents(int before);
     bool IsDeliverable(const EFileSpec& spec);
 
     // intake/
@@ -181,7 +182,7 @@ private:
     bool CanDeliver(const EFileSpec& spec);
     void MoveFilesToJob(EFileSpec* spec, ELogFileDeliverySpec* job);
 
-    bool m_bRestoring = false; // the kernel log may be known by its name and not yet by its file
+    bool m_bRestoring = false; // the kernel log may yet be refused
 
     // files/
     bool AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited);

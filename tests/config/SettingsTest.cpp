@@ -1,6 +1,8 @@
 #include "base/InterfaceIds.h"
 #include "tests/ServiceFixture.h"
 
+#include <atomic>
+
 namespace {
 
 class SettingsTest : public ServiceTest {
@@ -60,7 +62,9 @@ TEST_F(SettingsTest, RegistersTheFirstOfEachNameThatCanBeDelivered) {
     EXPECT_EQ(Registered(), (Texts{"Log=first", "log=other", "Up=up", "Mail=m", "Odd=odd"}));
     EXPECT_EQ(m_Kernel.m_Reporter.Messages(), Messages{});
     m_Kernel.m_Missing = {IID_UPLOAD_SERVICE, IID_EMAIL_SERVICE};
+    m_Kernel.m_Reporter.m_OnReport = [this] { Alarm(L"refused"); }; // a kernel may log what it is told
     EXPECT_EQ(StartAnew(section), RC_OK);
+    EXPECT_EQ(Queued(), (Texts{"refused", "refused"}));
     EXPECT_EQ(Registered(), (Texts{"Log=first", "log=other", "Odd=odd"}));
     EXPECT_EQ(m_Kernel.m_Reporter.Messages(), (Messages{{LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_UPLOAD_SERVICE, ""},
                                                         {LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_EMAIL_SERVICE, ""}}));
@@ -107,6 +111,38 @@ TEST_F(SettingsTest, AlwaysHasOneKernelLogAndPointsToIt) {
             std::filesystem::remove(file);
         }
     }
+}
+
+TEST_F(SettingsTest, AnybodyMayAskForTheKernelLogWhileItIsRestoredAndRefused) {
+    m_Kernel.m_Missing = {IID_UPLOAD_SERVICE};
+    Texts section{SpecItems{.m_Name = "KernelLog", .m_nFormat = 2, .m_nDelivery = 2}};
+    section.resize(30, SpecItems{}); // it is refused when all have been read
+    EXPECT_EQ(Configure(section), RC_OK);
+    std::atomic<bool> stop = false;
+    std::thread asker([&] {
+        while (!stop) {
+            EString name;
+            int format = -1;
+            const EResult result = m_pService->GetAgentLogFile(name, format);
+            EXPECT_TRUE(result == RC_OK ? format == FORMAT_HTML : result == RC_NOT_FOUND) << format;
+        }
+    });
+    for (int i = 0; i < 300; ++i) {
+        EXPECT_EQ(m_pService->Restore(0), RC_OK);
+    }
+    stop = true;
+    asker.join();
+    EXPECT_EQ(m_Kernel.m_Reporter.Count(MSG_NO_UPLOAD_SERVICE), 301);
+}
+
+TEST_F(SettingsTest, NoLogFileIsRestoredWithoutAService) {
+    Configure({});
+    End();
+    unsigned long section = 0;
+    ASSERT_EQ(EPersistent::RestoreSection(LOGFILE_XML_NAME, section, true), RC_OK);
+    EFileSpec spec;
+    EXPECT_EQ(spec.Restore(section), RC_MISSING);
+    EPersistent::CloseSection(section);
 }
 
 TEST_F(SettingsTest, MakesDirectoriesUnlessANameServiceDoes) {

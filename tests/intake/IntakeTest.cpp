@@ -59,11 +59,16 @@ TEST_F(Intake, AFullQueueDropsTheNewest) {
     EXPECT_FALSE(std::filesystem::exists("kernel.log"));
 }
 
-// The kernel log's name is read first, and it is known from there on. The second one is refused in the end: the gateway
-// has no upload service.
-TEST_F(Intake, EarlyEventsAreWrittenBeforeTheFirstThatCanBe) {
+// The kernel log's name is read first. The second one is refused in the end: the gateway has no upload service.
+TEST_F(Intake, EventsThatCameDuringARestoreAreWrittenAtItsEnd) {
     m_Kernel.m_Missing = {IID_UPLOAD_SERVICE};
-    m_Kernel.m_Names.m_OnQualify = [this] { Event(L"during"); };
+    EString name;
+    int format = -1;
+    EResult asked = RC_OK;
+    m_Kernel.m_Names.m_OnQualify = [&] {
+        Event(L"during");
+        asked = m_pService->GetAgentLogFile(name, format);
+    };
     for (const int delivery : {1, 2}) {
         End();
         Make();
@@ -77,9 +82,12 @@ TEST_F(Intake, EarlyEventsAreWrittenBeforeTheFirstThatCanBe) {
                                        .m_nDelivery = delivery}},
                             5),
                   RC_OK);
-        EXPECT_EQ(Found(), Files());
+        EXPECT_EQ(asked, RC_NOT_FOUND) << "it has no format yet, and may be refused";
+        std::string rows = EventRow("one") + EventRow("two") + EventRow("during");
+        EXPECT_EQ(ReadWhole("k.log"), delivery == 1 ? rows : "");
+        EXPECT_EQ(m_pService->RTRestore(0, 5), RC_OK);
         Event(L"after"); // in this thread
-        const std::string rows = EventRow("one") + EventRow("two") + EventRow("during") + EventRow("after");
+        rows += EventRow("during") + EventRow("after");
         EXPECT_EQ(ReadWhole("k.log"), delivery == 1 ? rows : "");
         OnThreads(8, [&](int thread) {
             for (const int number : UpTo(50)) {
