@@ -28,7 +28,8 @@ public:
     EResult GetInterface(unsigned long id, void** out) override;
     EResult Save(unsigned long section) override;
     EResult Restore(unsigned long section) override;
-    // Fetches the name service and restores, unless the index is -1. RC_MISSING without a name service.
+    // Fetches the name service and restores, unless the index is -1; between PrepareToStart and PreStart only. RC_MISSING
+    // without a name service.
     EResult Restore(unsigned long section, int index) override;
     EResult PrepareToStart() override;
     EResult PreStart() override;

@@ -138,8 +138,8 @@ public:
     EThread m_LogThread{4096, false};
     ESingleEvent m_WakeEvent;
     EMutex m_QueueMutex{MUTEX_NAME}; // guards m_EarlyEvents, m_LogQueue and m_bRestoring
-    EPtrList m_EarlyEvents{4};       // EONEVENTSTRUCT*, owned: reported before there was a kernel log
-    EPtrList m_LogQueue{4};          // ELogInfo*, owned
+    EPtrList m_EarlyEvents{4}; // EONEVENTSTRUCT*, owned: reported before there was a kernel log, or during Restore
+    EPtrList m_LogQueue{4};    // ELogInfo*, owned
     EStringArray m_SnapShotHeaders;
     EString m_SnapShotTitle; // the three titles and the event headings stay empty
     EStringArray m_AlarmHeaders;
