@@ -252,8 +252,8 @@ std::string LogFile::Describe() const {
     const char* const deliveries[] = {"", ", uploaded on request", ", mailed on request"};
     std::string text = m_Name + ": " + Directory() + Pattern() + ", " + formats[m_nFileFormat];
     text += m_nFileFormat == 2 ? "" : m_nUnicode == 1 ? " in UTF-16" : " in 8 bits";
-    text += ", " + std::to_string(m_nNumFiles) + (m_nNumFiles == 1 ? " file" : " files");
-    text += m_nMaxFileSize > 0 ? " of up to " + std::to_string(m_nMaxFileSize) + " bytes" : " without a size limit";
+    text += ", " + Plural(m_nNumFiles, "file");
+    text += m_nMaxFileSize > 0 ? " of up to " + Plural(m_nMaxFileSize, "byte") : " without a size limit";
     text += deliveries[m_nDeliveryMode - 1];
     return text + (Delivers() && m_nKeepCopy != 0 ? ", then kept in " + LogDirectory() : "");
 }

@@ -35,6 +35,6 @@ std::string JoinName(const std::string& name, int id) {
     return id < 0 ? name : name + '@' + std::to_string(id);
 }
 
-std::string Plural(std::uint64_t count, const std::string& noun) {
+std::string Plural(std::int64_t count, const std::string& noun) {
     return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
 }

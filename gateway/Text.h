@@ -15,4 +15,4 @@ std::string Narrow(const wchar_t* text);
 int SplitName(std::string& name);
 std::string JoinName(const std::string& name, int id);
 
-std::string Plural(std::uint64_t count, const std::string& noun); // "1 row", "2 rows"
+std::string Plural(std::int64_t count, const std::string& noun); // "1 row", "2 rows"

@@ -66,6 +66,13 @@ TEST_F(CheckTest, SaysEverythingAtOnceAndRunRefusesIt) {
     EXPECT_EQ(run.Wait(), 2);
     EXPECT_THAT(run.Errors(), HasSubstr(check.Errors()));
     EXPECT_FALSE(fs::exists("Kavro.log") || fs::exists("config/kvgateway.work"));
+
+    // It may be left out, but a link that leads nowhere is a mistake.
+    fs::remove("config/gateway.json");
+    fs::create_symlink("../etc/gateway.json", "config/gateway.json");
+    Program other = Program::Gateway("check --config config");
+    EXPECT_EQ(other.Wait(), 1);
+    EXPECT_THAT(other.Errors(), HasSubstr("gateway.json: cannot be read: No such file or directory\n"));
 }
 
 #ifdef KV_WITHOUT_TRANSPORTS
@@ -89,6 +96,9 @@ TEST_F(CheckTest, DescribesEveryLogFileOfAConfigurationWithoutFaults) {
               "Trend: ./Spool/trend-%i.csv, comma-separated in 8 bits, 3 files of up to 1000 bytes, "
               "uploaded on request, then kept in logs/\n"
               "Alarms@7: ./Spool/alarms-%i.html, HTML, 1 file without a size limit, mailed on request\n");
+    Program version = Program::Gateway("--version");
+    EXPECT_EQ(version.Wait(), 0);
+    EXPECT_THAT(version.Output(), testing::MatchesRegex("kvgateway [0-9]+\\.[0-9]+\\.[0-9]+\n"));
     EXPECT_EQ(Program::Gateway("init new/config").Wait(), 0);
     Program again = Program::Gateway("check --config new/config");
     EXPECT_EQ(again.Wait(), 0);
