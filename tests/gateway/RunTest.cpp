@@ -8,6 +8,9 @@
 #include <random>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -83,7 +86,8 @@ TEST(RunTest, FindsEveryRowOfALongMixedInputInOrderAcrossRotations) {
     EXPECT_EQ(AlarmNumbers(), quarters);
     EXPECT_EQ(Numbers(Rows("logs/trend-", ".csv", "Date,Time,n,half"), "([0-9]+),\\1\\.5"), quarters);
     EXPECT_TRUE(fs::exists("kernel/myevents-20.log") && fs::exists("logs/alarms-20.csv")) << "hardly rotated";
-    EXPECT_THAT(program.Errors(), AllOf(HasSubstr("200000 reports, 0 skipped lines"), HasSubstr("Alarms: 50000 rows")));
+    EXPECT_THAT(program.Errors(), AllOf(HasSubstr("200000 reports, 0 skipped lines"), HasSubstr("Alarms: 50000 rows"),
+                                        Not(HasSubstr("\x1b"))));
     EXPECT_FALSE(fs::exists("config/kvLogFile.warm") || fs::exists("config/kvgateway.work"));
 }
 
@@ -326,19 +330,122 @@ TEST(RunTest, CutsOffUnfinishedRowsBeforeItGoesOn) {
     }
 }
 
-TEST(RunTest, SaysThatRowsCannotBeWritten) {
+TEST(RunTest, SaysWhatCannotBeWritten) {
     const Place place(
         {SpecItems{.m_Name = "Full", .m_File = "full-%i.csv"}, {.m_Name = "Well", .m_File = "well-%i.csv"}});
     fs::create_directory("logs");
     fs::create_symlink("/dev/full", "logs/full-0.csv");
     Program program = Program::Run();
+    ASSERT_TRUE(Eventually([] { return fs::exists("config/kvgateway.work"); }));
+    fs::rename("config/kvgateway.work", "elsewhere"); // the list of what waits, which is no row
     program.Write(R"({"alarm": {}, "log": "Full"}
 {"alarm": {}, "log": "Full"}
 {"alarm": {}, "log": "Well"})");
+    EXPECT_TRUE(Eventually([&] { return program.Errors().find("the input stands still") != std::string::npos; }));
+    EXPECT_FALSE(fs::exists("logs/well-0.csv"));
+    fs::rename("elsewhere", "config/kvgateway.work");
     EXPECT_EQ(program.Wait(), 1);
     EXPECT_THAT(program.Errors(), AllOf(HasSubstr("/dev/full: No space left on device; rows are lost, 1 so far"),
+                                        HasSubstr("kvgateway: goes on\n"), HasSubstr("  Well: 1 row\n"),
                                         HasSubstr("rows that could not be written: 2\n")));
     EXPECT_THAT(Rows("logs/well-", ".csv"), testing::SizeIs(2));
+}
+
+// While a row waits to be written the queue runs full, and then the pipe.
+TEST(RunTest, UsesUpThePipeAtASignalAndDropsReportsOnlyWithoutFlowControl) {
+    constexpr int QUEUE = 512;
+    std::string begin = R"({"alarm": {}, "log": "Stuck"})"
+                        "\n";
+    std::string rest;
+    std::vector<int> all(1500);
+    std::iota(all.begin(), all.end(), 0);
+    for (const int number : all) {
+        (number < 600 ? begin : rest) += Alarm(number);
+    }
+    for (const bool isLive : {false, true}) {
+        const Place place({ALARMS, {.m_Name = "Stuck", .m_File = "stuck"}});
+        fs::create_directory("logs");
+        ASSERT_EQ(mkfifo("logs/stuck", 0600), 0);
+        Program program = Program::Run(isLive ? "--no-flow-control" : "");
+        program.Write(begin);
+        ASSERT_TRUE(Eventually([&] { return program.HasReadAll(); }));
+        program.Write(rest + (isLive ? "end\n" : ""));
+        if (isLive) {
+            EXPECT_TRUE(Eventually([&] { return program.Errors().find("line 1502: ") != std::string::npos; }));
+        }
+        program.Signal(SIGTERM);
+        const int reader = open("logs/stuck", O_RDONLY | O_NONBLOCK | O_CLOEXEC); // lets the first row go on, and fail
+        EXPECT_EQ(program.Wait(), 1) << program.Errors();
+        EXPECT_EQ(program.Errors().find("; without flow control") != std::string::npos, isLive);
+        close(reader);
+        fs::remove("logs/stuck");
+        Program next = Program::Run();
+        ASSERT_EQ(next.Wait(), 0) << next.Errors();
+        std::vector<int> written = AlarmNumbers();
+        EXPECT_LE(written.size(), isLive ? QUEUE : all.size());
+        all.resize(isLive ? std::max<std::size_t>(written.size(), 1) : all.size());
+        EXPECT_EQ(written, all);
+    }
+}
+
+TEST(RunTest, GoesOnAfterAHangUpWithNohup) {
+    const Place place({ALARMS});
+    Program program(std::string("nohup ") + Program::GATEWAY + "run --config config");
+    for (const int number : {0, 1, 2}) {
+        program.Write(Alarm(number));
+        EXPECT_TRUE(Eventually([&] { return AlarmNumbers().size() == number + 1U; })) << number;
+        program.Signal(SIGHUP);
+    }
+    EXPECT_EQ(program.Wait(), 0);
+}
+
+// The line of progress stays below the messages, and goes in the end.
+TEST(RunTest, ShowsItsProgressOnATerminal) {
+    const Place place({ALARMS});
+    std::string text;
+    for (int i = 1; i <= 3000; ++i) {
+        text += i == 2000 ? "end\n" : Alarm(i);
+    }
+    WriteWhole("input", text);
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_TRUE(grantpt(terminal) == 0 && unlockpt(terminal) == 0);
+    Program program(std::string("sh -c 'exec ") + Program::GATEWAY + "run --config config --input input 2>" +
+                    ptsname(terminal) + "'");
+    EXPECT_EQ(program.Wait(), 1);
+    std::string shown(65536, '\0');
+    shown.resize(static_cast<std::size_t>(std::max<ssize_t>(read(terminal, shown.data(), shown.size()), 0)));
+    close(terminal);
+    const std::string progress = R"([0-9]+ lines \([0-9]+%\)(, 1 skipped)?)";
+    EXPECT_TRUE(std::regex_match(
+        shown, std::regex("(\r\x1b\\[K" + progress + ")+\r\x1b\\[Kkvgateway: line 2000: [^\r]+\r\n" + progress +
+                          "(\r\x1b\\[K" + progress + ")*\r\x1b\\[Kkvgateway: 2999 reports, [^\r]+\r\n[^\r]+\r\n")))
+        << shown;
+}
+
+// In a directory with nothing but the program, and in whatever time zone.
+TEST(RunTest, TheReadmesCommandsEndWithTheRowThatItShows) {
+    std::string readme = ReadWhole(KVTEST_SOURCES "../../README.md");
+    readme = readme.substr(readme.find("\n## In two minutes\n") + 1);
+    std::vector<std::string> blocks;
+    bool isInside = false;
+    for (const std::string& line : Lines(readme.substr(0, readme.find("\n## ")))) {
+        if (!line.starts_with("    ")) {
+            isInside = false;
+        } else {
+            isInside ? blocks.back() += line + '\n' : blocks.emplace_back(line + '\n');
+            isInside = true;
+        }
+    }
+    ASSERT_EQ(blocks.size(), 3U) << "commands, an element of the configuration, the rows";
+    const Place place({});
+    fs::create_directories("build/release");
+    WriteWhole("build/release/kvgateway", std::string("#!/bin/sh\nexec ") + Program::GATEWAY + "\"$@\"\n");
+    fs::permissions("build/release/kvgateway", fs::perms(0755));
+    WriteWhole("commands", blocks[0]);
+    Program program("env TZ=EST5 sh -e commands");
+    ASSERT_EQ(program.Wait(), 0) << program.Errors();
+    EXPECT_THAT(program.Output(), EndsWith('\n' + std::regex_replace(blocks[2], std::regex("(^|\n)    "), "$1")));
+    EXPECT_THAT(ReadWhole("build/first/config/kvLogFile.json"), HasSubstr(blocks[1]));
 }
 
 TEST(RunTest, RefusesToStart) {
