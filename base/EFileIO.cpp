@@ -13,6 +13,7 @@
 #include <functional>
 #include <string>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -244,10 +245,14 @@ int EFileIO::Exists(const wchar_t* path, unsigned long* mode) {
     return 1;
 }
 
-int EFileIO::IsLink(const wchar_t* path) {
+bool EFileIO::IsMissing(const wchar_t* path) {
     const Name name(path);
     struct stat status {};
-    return Uninterrupted([&] { return lstat(name, &status); }) == 0 && S_ISLNK(status.st_mode) ? 1 : 0;
+    return Uninterrupted([&] { return lstat(name, &status); }) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
+std::string EFileIO::LastError() {
+    return std::generic_category().message(errno);
 }
 
 int EFileIO::CreateDir(const wchar_t* path) {

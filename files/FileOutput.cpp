@@ -23,7 +23,7 @@ int ELogFile::StartFile(EFileSpec* spec) {
     }
     EString name;
     CalcFileName(spec, 0, &spec->m_FileTime, true, name);
-    const bool isNew = EFileIO::Exists(name, nullptr) == 0;
+    const bool isNew = EFileIO::IsMissing(name);
     EFileIO file(name, EFileIO::OPEN_FOR_WRITING);
     if (!file.IsOpen()) {
         return 0;
@@ -37,8 +37,7 @@ int ELogFile::StartFile(EFileSpec* spec) {
         EByteArray header;
         spec->m_pFilter->FormatHeader(&noTitle, &spec->m_Headers, &header);
         if (header.GetSize() > 0 && !Write(file, header)) {
-            // On a full disk every row would leave an empty file of a name that has its time. A link is not ours.
-            if (isNew && EFileIO::IsLink(name) == 0) {
+            if (isNew) { // or, on a full disk, every row leaves an empty file of a name that has its time
                 EFileIO::DeleteFile(name, false);
             }
             return 0;

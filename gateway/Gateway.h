@@ -46,12 +46,10 @@ public:
 private:
     void Start();
     void ReportInterruptedDeliveries() const;
-    void RestoreRequests();
-    bool CanReport(const SavedRequest& request) const;
-    void ReportAgain(SavedRequest& request);
+    void StartWithSavedRequests();
     EResult Pass(Report& report);
     void Count(const Report& report);
-    void CountRequest(const SavedRequest& request, bool isRestored);
+    void CountRow(const std::string& action, const std::string& log, int rows); // if the action writes one
 
     const Configuration& m_Configuration;
     std::filesystem::path m_Directory; // of the configuration, absolute

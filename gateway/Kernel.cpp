@@ -15,7 +15,6 @@ namespace {
 constexpr unsigned long FIRST_HEADING = 956;
 
 const std::map<int, const char*> MESSAGES = {
-    {MSG_PENDING_NOT_RESTORED, "the saved requests could not all be read back"},
     {MSG_PATH_NOT_PREPARED, "a log directory could not be prepared"},
     {MSG_NOT_CREATED, "a directory or a delivery could not be made"},
     {MSG_NO_UPLOAD_SERVICE, "a log file is left out: it is to be uploaded, and uploads are not configured"},
@@ -109,11 +108,6 @@ EResult Kernel::PreparePath(int /*id*/, EString* path) {
     ++m_nFailures;
     Console::Say("error: the directory \"" + Narrow(*path) + "\" cannot be made");
     return RC_NOT_MADE;
-}
-
-EResult Kernel::CheckId(int id, bool* accepted) {
-    *accepted = id < 0 || m_Identifiers.contains(id);
-    return RC_OK;
 }
 
 const wchar_t* Kernel::GetString(unsigned long number, unsigned long /*reserved*/) {

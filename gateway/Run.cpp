@@ -5,6 +5,7 @@
 #include "gateway/Gateway.h"
 #include "gateway/JsonObject.h"
 #include "gateway/LineReader.h"
+#include "gateway/Text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -227,29 +228,29 @@ private:
 
     void Summarize() {
         const Gateway::Counters& counters = m_Gateway.GetCounters();
-        const auto line = [](const std::string& what, auto count, const std::string& unit) {
-            Console::Print("  " + what + ": " + std::to_string(count) + unit);
+        const auto line = [](const std::string& what, const std::string& text) {
+            Console::Print("  " + what + ": " + text);
         };
-        Console::Say(std::to_string(counters.m_nReports) + " reports, " + std::to_string(m_nSkipped) +
-                     " skipped lines, " + std::to_string(m_Gateway.Messages()) + " messages" +
+        Console::Say(Plural(counters.m_nReports, "report") + ", " + Plural(m_nSkipped, "skipped line") + ", " +
+                     Plural(m_Gateway.Messages(), "message") +
                      (m_Options.m_bReportLive ? "; without flow control some of the rows may have been dropped" : ""));
         for (const auto& [log, rows] : counters.m_Rows) {
-            line(log, rows, " rows");
+            line(log, Plural(rows, "row"));
         }
         if (Gateway::FailedWrites() > 0) {
-            line("rows that could not be written", Gateway::FailedWrites(), "");
+            line("rows that could not be written", std::to_string(Gateway::FailedWrites()));
         }
         if (counters.m_nSaved > 0) {
-            line("saved for the next start", counters.m_nSaved, " requests");
+            line("saved for the next start", Plural(counters.m_nSaved, "request"));
         }
         if (counters.m_nDeliveries > 0) {
-            line("deliveries asked for", counters.m_nDeliveries, "");
+            line("deliveries asked for", std::to_string(counters.m_nDeliveries));
         }
         if (ETransports* const transports = m_Gateway.Transports(); transports != nullptr) {
             for (const TransportCounters& sent : transports->Counters()) {
                 const std::string refused = std::to_string(sent.m_nRefused) + " not accepted";
-                line(sent.m_Subject, sent.m_nSent,
-                     " sent, " + std::to_string(sent.m_nWaiting) + " waiting, " + refused);
+                line(sent.m_Subject, std::to_string(sent.m_nSent) + " sent, " + std::to_string(sent.m_nWaiting) +
+                                         " waiting, " + refused);
             }
         }
     }
