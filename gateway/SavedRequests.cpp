@@ -40,6 +40,7 @@ std::optional<std::uint32_t> SavedRequests::Count(const std::filesystem::path& p
 
 std::vector<SavedRequest> SavedRequests::Read(const std::filesystem::path& path, bool& whole) {
     EFileIO file(Widen(path.string()), EFileIO::OPEN_FOR_READING);
+    file.Buffer();
     const std::uint64_t size = file.IsOpen() ? file.GetBytesLeft() : 0;
     std::vector<SavedRequest> requests;
     std::uint32_t count = 0;
