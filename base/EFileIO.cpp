@@ -164,18 +164,25 @@ int EFileIO::PositionFile(long offset, FilePositionStart origin) {
 }
 
 int EFileIO::WriteToFile(const void* data, unsigned long length, unsigned long& written) {
-    written = 0;
-    if (m_bBuffered) {
-        const auto* const bytes = static_cast<const unsigned char*>(data);
-        m_Buffer.insert(m_Buffer.end(), bytes, bytes + length);
+    const int done = m_bBuffered ? Collect(static_cast<const unsigned char*>(data), length) : WriteNow(data, length);
+    written = done != 0 ? length : 0;
+    return done;
+}
+
+// Into the buffer, and from there into the file whenever it is full.
+int EFileIO::Collect(const unsigned char* bytes, std::size_t length) {
+    m_Buffer.reserve(BUFFER_SIZE);
+    for (std::size_t some = 0; length > 0; bytes += some, length -= some) {
+        some = std::min(length, BUFFER_SIZE - m_Buffer.size());
+        m_Buffer.insert(m_Buffer.end(), bytes, bytes + some);
+        if (m_Buffer.size() == BUFFER_SIZE && Flush() == 0) {
+            return 0;
+        }
     }
-    if (m_bBuffered ? m_Buffer.size() >= BUFFER_SIZE && Flush() == 0 : WriteNow(data, length) == 0) {
-        return 0;
-    }
-    written = length;
     return 1;
 }
 
+// All or nothing, unless it is buffered.
 int EFileIO::WriteNow(const void* data, unsigned long length) {
     const std::int64_t before = Size();
     if (!IsSizeKnown()) {

@@ -84,6 +84,7 @@ public:
 
 private:
     std::int64_t Size();
+    int Collect(const unsigned char* bytes, std::size_t length);
     int WriteNow(const void* data, unsigned long length);
     long ReadSome(void* data, std::size_t length);
 
