@@ -167,7 +167,26 @@ int EFileIO::PositionFile(long offset, FilePositionStart origin) {
 }
 
 int EFileIO::WriteToFile(const void* data, unsigned long length, unsigned long& written) {
-    written = 0;
+    const int done = m_bBuffered ? Collect(static_cast<const unsigned char*>(data), length) : WriteNow(data, length);
+    written = done != 0 ? length : 0;
+    return done;
+}
+
+// Into the buffer, and from there into the file whenever it is full.
+int EFileIO::Collect(const unsigned char* bytes, std::size_t length) {
+    m_Buffer.reserve(BUFFER_SIZE);
+    for (std::size_t some = 0; length > 0; bytes += some, length -= some) {
+        some = std::min(length, BUFFER_SIZE - m_Buffer.size());
+        m_Buffer.insert(m_Buffer.end(), bytes, bytes + some);
+        if (m_Buffer.size() == BUFFER_SIZE && Flush() == 0) {
+            return 0;
+        }
+    }
+    return 1;
+}
+
+// All or nothing, unless it is buffered.
+int EFileIO::WriteNow(const void* data, unsigned long length) {
     const std::int64_t before = Size();
     if (!IsSizeKnown()) {
         return 0; // without the old length there would be no way back
@@ -179,7 +198,7 @@ int EFileIO::WriteToFile(const void* data, unsigned long length, unsigned long& 
             [&] { return pwrite(m_nFile, bytes + done, length - done, m_nPosition + static_cast<off_t>(done)); });
         if (count <= 0) {
             const int error = count < 0 ? errno : ENOSPC; // no byte of some, and no reason
-            if (done > 0) {
+            if (done > 0 && !m_bBuffered) {
                 (void)Uninterrupted([&] { return ftruncate(m_nFile, before); });
             }
             TellFailure(m_nFile, error);
@@ -189,15 +208,43 @@ int EFileIO::WriteToFile(const void* data, unsigned long length, unsigned long& 
     }
     m_nPosition += static_cast<std::int64_t>(length);
     m_nSize = std::max(m_nSize, m_nPosition);
-    written = length;
     return 1;
+}
+
+int EFileIO::Flush() {
+    const int written = WriteNow(m_Buffer.data(), m_Buffer.size());
+    m_Buffer.clear();
+    return written;
+}
+
+// At the position; like read(2).
+long EFileIO::ReadSome(void* data, std::size_t length) {
+    const auto readNow = [this](void* room, std::size_t size) {
+        return Uninterrupted([&] { return pread(m_nFile, room, size, m_nPosition); });
+    };
+    if (!m_bBuffered) {
+        return readNow(data, length);
+    }
+    if (m_nTaken == m_Buffer.size()) {
+        m_Buffer.resize(static_cast<std::size_t>(std::min<std::uint64_t>(GetBytesLeft(), BUFFER_SIZE)));
+        const long count = readNow(m_Buffer.data(), m_Buffer.size());
+        m_Buffer.resize(static_cast<std::size_t>(std::max(count, 0L)));
+        m_nTaken = 0;
+        if (count < 0) {
+            return count;
+        }
+    }
+    length = std::min(length, m_Buffer.size() - m_nTaken);
+    std::memcpy(data, m_Buffer.data() + m_nTaken, length);
+    m_nTaken += length;
+    return static_cast<long>(length);
 }
 
 int EFileIO::ReadFrmFile(void* data, unsigned long length, unsigned long& read) {
     read = 0;
     auto* bytes = static_cast<unsigned char*>(data);
     while (read < length) {
-        const ssize_t count = Uninterrupted([&] { return pread(m_nFile, bytes + read, length - read, m_nPosition); });
+        const long count = ReadSome(bytes + read, length - read);
         if (count < 0) {
             return 0;
         }

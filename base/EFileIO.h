@@ -2,8 +2,10 @@
 
 #include "base/Export.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 enum FilePositionStart { FILE_POSITION_BEGIN = 0, FILE_POSITION_CURRENT = 1, FILE_POSITION_END = 2 };
 
@@ -45,6 +47,13 @@ public:
     // result is failure. (Bytes that a failed write has already replaced inside the file stay replaced.)
     int WriteToFile(const void* data, unsigned long length, unsigned long& written);
 
+    // From here on many small operations become few system calls, of BUFFER_SIZE bytes. For a file that is only written,
+    // or only read, from one end to the other. What was written and not flushed is lost with the object; a failed write
+    // leaves what it has written. Throws std::bad_alloc, as buffered writing does.
+    static constexpr std::size_t BUFFER_SIZE = 1U << 16U;
+    void Buffer() { m_bBuffered = true; }
+    int Flush();
+
     // Reads up to `length` bytes; fewer only at the end of the file, which is still a success.
     int ReadFrmFile(void* data, unsigned long length, unsigned long& read);
 
@@ -74,8 +83,15 @@ public:
 
 private:
     std::int64_t Size();
+    int Collect(const unsigned char* bytes, std::size_t length);
+    int WriteNow(const void* data, unsigned long length);
+    long ReadSome(void* data, std::size_t length);
 
     int m_nFile = -1;
     std::int64_t m_nPosition = 0;
     std::int64_t m_nSize = -1; // as last told by the system and moved on by our writes; -1: not asked yet
+
+    bool m_bBuffered = false;
+    std::vector<unsigned char> m_Buffer; // written and not flushed yet, or read ahead
+    std::size_t m_nTaken = 0;            // of what was read ahead
 };

@@ -9,7 +9,6 @@
 #include <cwchar>
 #include <memory>
 #include <utility>
-#include <vector>
 
 // A saved record, all numbers little-endian:
 //
@@ -212,14 +211,14 @@ void EONEVENTSTRUCT::CopyFields(const EONEVENTSTRUCT& source) {
 int EONEVENTSTRUCT::Save(EFileIO* file) const {
     const Texts texts = TextsOf(*this);
     const Lengths lengths = LengthsOf(texts);
-    std::vector<unsigned char> bytes(SAVED_SIZE_MIN + 4 * Sum(lengths));
-    PutHead(bytes.data(), *this, lengths);
-    unsigned char* out = bytes.data() + SAVED_SIZE_MIN;
-    for (std::size_t i = 0; i < TEXTS; ++i) {
-        out = PutText(out, texts[i], lengths[i]);
-    }
+    unsigned char head[SAVED_SIZE_MIN];
+    PutHead(head, *this, lengths);
     unsigned long written = 0;
-    return file->WriteToFile(bytes.data(), bytes.size(), written);
+    int saved = file->WriteToFile(head, sizeof head, written);
+    for (std::size_t i = 0; i < TEXTS && saved != 0; ++i) {
+        saved = file->WriteToFile(texts[i], 4 * lengths[i], written);
+    }
+    return saved;
 }
 
 int EONEVENTSTRUCT::Restore(EFileIO* file) {
@@ -241,17 +240,13 @@ int EONEVENTSTRUCT::Restore(EFileIO* file) {
     if (sum > LONGEST_TEXT || sum > file->GetBytesLeft() / 4) {
         return 0;
     }
-    std::vector<unsigned char> bytes(4 * static_cast<std::size_t>(sum));
-    if (file->ReadFrmFile(bytes.data(), bytes.size(), read) == 0 || read != bytes.size()) {
-        return 0;
-    }
     restored.m_pTexts = new wchar_t[static_cast<std::size_t>(sum) + TEXTS];
-    const unsigned char* in = bytes.data();
     wchar_t* out = restored.m_pTexts;
     for (const std::size_t length : lengths) {
-        GetText(in, out, length);
+        if (file->ReadFrmFile(out, 4 * length, read) == 0 || read != 4 * length) {
+            return 0;
+        }
         out[length] = L'\0';
-        in += 4 * length;
         out += length + 1;
     }
     PointInto(restored, restored.m_pTexts, lengths);

@@ -4,7 +4,6 @@
 #include "base/LittleEndian.h"
 
 #include <cwchar>
-#include <vector>
 
 namespace {
 
@@ -64,11 +63,11 @@ wchar_t* EString::GetBuffer(int minimum) {
 }
 
 int EString::Save(EFileIO* file) const {
-    std::vector<unsigned char> bytes(4 + 4 * m_Text.size());
-    unsigned char* end = PutU32(bytes.data(), static_cast<std::uint32_t>(m_Text.size()));
-    PutText(end, m_Text.data(), m_Text.size());
+    unsigned char head[4];
+    PutU32(head, static_cast<std::uint32_t>(m_Text.size()));
     unsigned long written = 0;
-    return file->WriteToFile(bytes.data(), bytes.size(), written);
+    return file->WriteToFile(head, sizeof head, written) != 0 &&
+           file->WriteToFile(m_Text.data(), 4 * m_Text.size(), written) != 0;
 }
 
 int EString::Restore(EFileIO* file) {
@@ -81,13 +80,12 @@ int EString::Restore(EFileIO* file) {
     if (length > LONGEST_TEXT || length > file->GetBytesLeft() / 4) {
         return 0;
     }
-    std::vector<unsigned char> bytes(4 * static_cast<std::size_t>(length));
-    if (file->ReadFrmFile(bytes.data(), bytes.size(), read) == 0 || read != bytes.size()) {
+    std::wstring text(length, L'\0');
+    if (file->ReadFrmFile(text.data(), 4 * text.size(), read) == 0 || read != 4 * text.size()) {
         return 0;
     }
-    std::wstring text(length, L'\0');
-    GetText(bytes.data(), text.data(), length);
-    m_Text = text.c_str(); // a damaged file may hold null characters; a text ends at the first
+    text.resize(std::wcslen(text.c_str())); // a damaged file may hold null characters; a text ends at the first
+    m_Text.swap(text);
     return 1;
 }
 

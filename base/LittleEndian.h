@@ -1,13 +1,15 @@
 #pragma once
 
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cwchar>
 
-// Fixed-width little-endian numbers and texts of 32-bit characters, as everything on disk has them. Put* returns the end
+// Fixed-width little-endian numbers, as everything on disk has them. Put* returns the end
 // of what it wrote; the room is the caller's to provide.
 
 static_assert(sizeof(wchar_t) == 4, "wide text has 32-bit characters");
+static_assert(std::endian::native == std::endian::little, "and is saved as it stands in memory");
 
 // The longest text that is restored, in characters. Beyond it, a size in bytes would not be a 32-bit target's to hold.
 constexpr std::uint32_t LONGEST_TEXT = 1U << 26U;
@@ -26,13 +28,6 @@ inline unsigned char* PutU64(unsigned char* out, std::uint64_t value) {
     return PutU32(PutU32(out, static_cast<std::uint32_t>(value)), static_cast<std::uint32_t>(value >> 32));
 }
 
-inline unsigned char* PutText(unsigned char* out, const wchar_t* text, std::size_t length) {
-    for (std::size_t i = 0; i < length; ++i) {
-        out = PutU32(out, static_cast<std::uint32_t>(text[i]));
-    }
-    return out;
-}
-
 inline std::uint16_t GetU16(const unsigned char* in) {
     return static_cast<std::uint16_t>(in[0] | (in[1] << 8));
 }
@@ -43,10 +38,4 @@ inline std::uint32_t GetU32(const unsigned char* in) {
 
 inline std::uint64_t GetU64(const unsigned char* in) {
     return GetU32(in) | (static_cast<std::uint64_t>(GetU32(in + 4)) << 32);
-}
-
-inline void GetText(const unsigned char* in, wchar_t* text, std::size_t length) {
-    for (std::size_t i = 0; i < length; ++i) {
-        text[i] = static_cast<wchar_t>(GetU32(in + 4 * i));
-    }
 }

@@ -1,5 +1,6 @@
 #include "fuzz/Require.h"
 #include "gateway/Report.h"
+#include "gateway/ReportFault.h"
 
 // The input is a line as the gateway reads it.
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
@@ -7,11 +8,13 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     reading.m_nSeconds = 1706706309;
     Report report;
     std::string reason;
-    if (!report.Parse(std::string(data, data + size), reading, reason)) {
+    const std::string line(data, data + size);
+    if (!report.Parse(line, reading, reason)) {
         Require(!reason.empty(), "a refused line has a reason");
         Require(reason.find('\n') == std::string::npos, "of one line");
         return 0;
     }
+    Require(FindReportFault(line).empty(), "what is accepted has no fault");
     Require(!report.m_Records.empty(), "an accepted one has a record");
     Require(report.m_Kind != Report::Kind::Event || report.m_Log.empty(), "an event names no log file");
     for (const EONEVENTSTRUCT& record : report.m_Records) {

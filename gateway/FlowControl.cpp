@@ -6,6 +6,7 @@
 #include <utility>
 
 using std::chrono::microseconds;
+using std::chrono::nanoseconds;
 
 namespace {
 
@@ -22,7 +23,7 @@ std::optional<std::uint32_t> FlowControl::Look(Steady now) {
         return std::nullopt;
     }
     const std::optional<std::uint32_t> waiting = m_Count();
-    m_NextLook = now + (waiting ? m_Pause : LONGEST_PAUSE);
+    m_NextLook = now + (waiting ? TimeFor(*waiting) : LONGEST_PAUSE);
     if (waiting.has_value() == m_BlindSince.has_value()) {
         m_BlindSince = waiting ? std::nullopt : std::optional(now);
         Console::Say(waiting ? "goes on"
@@ -41,14 +42,22 @@ bool FlowControl::HasRoom(Steady now) {
         return false;
     }
     // Looking at a long queue costs much, looking late leaves the worker without work.
-    if (*waiting > m_nLimit / 2) {
-        m_Pause = std::min(m_Pause * 3 / 2, LONGEST_PAUSE);
-    } else if (*waiting == 0) {
-        m_Pause = std::max(m_Pause / 2, SHORTEST_PAUSE);
+    const std::uint32_t few = m_nLimit / 8;
+    if (*waiting > 0) {
+        m_PerRow = (now - m_LastLook) / std::max(m_nBefore - std::min(m_nBefore, *waiting), 1U);
+    } else {
+        m_PerRow /= 2; // it had time to spare
     }
-    m_NextLook = now + m_Pause;
+    m_PerRow = std::clamp(m_PerRow, nanoseconds(SHORTEST_PAUSE) / m_nLimit, nanoseconds(LONGEST_PAUSE) / m_nLimit);
     m_nRoom = *waiting > m_nLimit / 2 ? 0 : m_nLimit - *waiting;
+    m_nBefore = *waiting + m_nRoom;
+    m_LastLook = now;
+    m_NextLook = now + TimeFor(m_nBefore - few);
     return m_nRoom > 0;
+}
+
+nanoseconds FlowControl::TimeFor(std::uint32_t rows) const {
+    return std::clamp<nanoseconds>(m_PerRow * rows, SHORTEST_PAUSE, LONGEST_PAUSE);
 }
 
 microseconds FlowControl::UntilRoom(Steady now) const {

@@ -8,7 +8,8 @@
 // Keeps the module's queue from running over: it would drop what comes then, without a word.
 //
 // The queue is only looked at when it might be full: that costs the module a file with everything that waits, and the
-// worker has to stand by. In between it is taken to be as long as if nothing had been written.
+// worker has to stand by. In between it is taken to be as long as if nothing had been written. When it is full, the next
+// look comes when little is left of it, as fast as the worker was before.
 class FlowControl {
 public:
     using Steady = std::chrono::steady_clock::time_point;
@@ -31,13 +32,15 @@ private:
     static constexpr std::chrono::seconds BLIND_LIMIT{10};
 
     std::optional<std::uint32_t> Look(Steady now);
+    std::chrono::nanoseconds TimeFor(std::uint32_t rows) const; // that the worker will take
 
     std::function<std::optional<std::uint32_t>()> m_Count;
     std::uint32_t m_nLimit;
     bool m_bOn;
     std::uint32_t m_nRoom = 0;
-    std::chrono::microseconds m_Pause{
-        1000}; // between two looks: about the time in which the worker writes half a queue
+    std::uint32_t m_nBefore = 0;             // how many would wait if nothing had been written since the last look
+    std::chrono::nanoseconds m_PerRow{8000}; // that the worker takes
+    Steady m_LastLook;
     Steady m_NextLook;
     std::optional<Steady> m_BlindSince;
 };

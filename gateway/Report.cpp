@@ -1,59 +1,276 @@
 #include "gateway/Report.h"
 
-#include "gateway/JsonObject.h"
 #include "gateway/Moments.h"
+#include "gateway/ReportFault.h"
 #include "gateway/Text.h"
 
+#include <nlohmann/json.hpp>
+
 #include <algorithm>
+#include <limits>
+#include <string_view>
 
 namespace {
 
-using JsonKind = EJsonValue::Kind;
-using Int32 = std::numeric_limits<std::int32_t>;
+// Sets of members, by their names in NAMES.
+using Members = std::uint32_t;
+enum : Members {
+    EVENT = 1U << 0U,
+    LOG = 1U << 1U,
+    ALARM = 1U << 2U,
+    SNAPSHOT = 1U << 3U,
+    ACTION = 1U << 4U,
+    RECORDS = 1U << 5U,
+    NAME = 1U << 6U,
+    TEXT = 1U << 7U,
+    SOURCE = 1U << 8U,
+    DETAIL = 1U << 9U,
+    CODE = 1U << 10U,
+    ALARM_NUMBER = 1U << 11U,
+    IDENTIFIER = 1U << 12U,
+    PREFIX = 1U << 13U,
+    STATE = 1U << 14U,
+    VALUE = 1U << 15U,
+    TIME = 1U << 16U,
+    QUALITY = 1U << 17U,
+    ACTIVE = 1U << 18U,
+    ACKED = 1U << 19U,
+    // What has no name.
+    LINE = 1U << 20U,
+    RECORD = 1U << 21U,
+    PREFIX_NUMBER = 1U << 22U,
+};
+constexpr std::string_view NAMES[] = {"event", "log",    "alarm",  "snapshot", "action",      "records",    "name",
+                                      "text",  "source", "detail", "code",     "alarmNumber", "identifier", "prefix",
+                                      "state", "value",  "time",   "quality",  "active",      "acked"};
 
-// True when there is a time.
-bool TakeTime(JsonObject& object, ETimeStamp& stamp) {
-    const EJsonValue* const value = object.Find("time");
-    if (value == nullptr) {
-        return false;
-    }
-    const bool isNumber = value->m_Kind == JsonKind::Integer || value->m_Kind == JsonKind::Floating;
-    if (isNumber ? !Moments::FromSeconds(value->m_Double, stamp)
-                 : value->m_Kind != JsonKind::Text || !Moments::ParseRfc3339(value->m_Text, stamp)) {
-        object.Refuse("time", "a time such as \"2024-01-31T13:05:09.042Z\", or seconds since 1970, from 1970 to 2106");
-    }
-    return true;
-}
+constexpr Members OF_LINE = EVENT | LOG | ALARM | SNAPSHOT | ACTION | RECORDS;
+constexpr Members OF_RECORD =
+    NAME | TEXT | SOURCE | DETAIL | CODE | ALARM_NUMBER | IDENTIFIER | PREFIX | STATE | VALUE | TIME;
+constexpr Members OF_VALUE = VALUE | QUALITY | TIME;
+constexpr Members OF_STATE = ACTIVE | ACKED;
 
-void TakeState(JsonObject& object, std::uint16_t& state) {
-    const EJsonValue* const value = object.Find("state");
-    if (value == nullptr || value->m_Kind != JsonKind::Object) {
-        object.Integer("state", state);
-        return;
-    }
-    bool active = false;
-    bool acked = false;
-    object.Object("state", [&](JsonObject& bits) {
-        bits.Boolean("active", active);
-        bits.Boolean("acked", acked);
-    });
-    state = static_cast<std::uint16_t>((active ? EONEVENTSTRUCT::STATE_ACTIVE : 0) |
-                                       (acked ? EONEVENTSTRUCT::STATE_ACKED : 0));
-}
-
-void TakePrefix(JsonObject& object, std::int32_t (&numbers)[4]) {
-    const EJsonValue* const value = object.Find("prefix");
-    const std::vector<EJsonValue>& list = object.List("prefix");
-    if (value != nullptr && value->m_Kind == JsonKind::Array && list.size() != std::size(numbers)) {
-        object.Refuse("prefix", "a list of four integers");
-        return;
-    }
-    for (std::size_t i = 0; i < list.size(); ++i) {
-        object.TakeInteger(list[i], "prefix", numbers[i], Int32::min(), Int32::max());
-    }
+template <class Number>
+bool Take(std::int64_t value, Number& number) {
+    number = static_cast<Number>(value);
+    return number == value;
 }
 
 } // namespace
+
+// Hears what the parser finds in a line, and puts it into the report at once. Whatever does not belong there is refused.
+class ReportReader {
+public:
+    explicit ReportReader(Report& report) : m_Report(report) {}
+
+    // After the last of the line: whether it was all there. Fills in what it has left open.
+    bool Finish(const ETimeStamp& reading) {
+        switch (m_Objects[1].m_Seen) {
+        case EVENT:
+            m_Report.m_Kind = Report::Kind::Event;
+            break;
+        case LOG | ALARM:
+            m_Report.m_Kind = Report::Kind::Alarm;
+            break;
+        case LOG | SNAPSHOT:
+            m_Report.m_Kind = Report::Kind::SnapShot;
+            break;
+        case LOG | ACTION:
+            if (WritesRow(m_Report.m_Action)) {
+                return false;
+            }
+            m_Report.AddOwnRecord(reading, "");
+            [[fallthrough]];
+        case LOG | ACTION | RECORDS:
+            m_Report.m_Kind = Report::Kind::Action;
+            break;
+        default:
+            return false;
+        }
+        for (std::size_t i = 0; i < m_Seen.size(); ++i) {
+            EONEVENTSTRUCT& record = m_Report.m_Records[i];
+            if ((m_Seen[i] & IDENTIFIER) == 0) {
+                record.m_nIdentifier = m_Report.m_nIdentifier;
+            }
+            const bool hasValuesTime =
+                m_Report.m_Kind == Report::Kind::SnapShot && record.m_Value.GetTimestamp().IsSet();
+            if ((m_Seen[i] & TIME) == 0 && !hasValuesTime) { // the value's own time dates the row
+                record.m_TimeStamp = reading;
+            }
+        }
+        return true;
+    }
+
+    bool null() {
+        if (m_Member == VALUE) {
+            Record().m_Value.SetNothing();
+        }
+        return m_Member == VALUE;
+    }
+    bool boolean(bool value) {
+        switch (m_Member) {
+        case VALUE:
+            Record().m_Value.SetBoolean(value);
+            return true;
+        case ACTIVE:
+            Record().m_wState |= value ? EONEVENTSTRUCT::STATE_ACTIVE : 0U;
+            return true;
+        case ACKED:
+            Record().m_wState |= value ? EONEVENTSTRUCT::STATE_ACKED : 0U;
+            return true;
+        default:
+            return false;
+        }
+    }
+    bool number_integer(std::int64_t value) {
+        switch (m_Member) {
+        case CODE:
+            return Take(value, Record().m_nCode);
+        case ALARM_NUMBER:
+            return Take(value, Record().m_nAlarmNumber);
+        case IDENTIFIER:
+            return Take(value, Record().m_nIdentifier);
+        case STATE:
+            return Take(value, Record().m_wState);
+        case PREFIX_NUMBER:
+            return m_nPrefix < std::size(Record().m_nPrefixNumbers) &&
+                   Take(value, Record().m_nPrefixNumbers[m_nPrefix++]);
+        case QUALITY: {
+            std::uint32_t quality = 0;
+            const bool fits = Take(value, quality);
+            Record().m_Value.SetQuality(quality);
+            return fits;
+        }
+        case VALUE:
+            Record().m_Value.SetInteger(value);
+            return true;
+        default:
+            return m_Member == TIME && TakeSeconds(static_cast<double>(value));
+        }
+    }
+    bool number_unsigned(std::uint64_t value) {
+        return value <= static_cast<std::uint64_t>(INT64_MAX) ? number_integer(static_cast<std::int64_t>(value))
+                                                              : TakeDouble(static_cast<double>(value));
+    }
+    bool number_float(double value, const std::string& /*written*/) { return TakeDouble(value); }
+    bool string(const std::string& value) {
+        if (value.find('\0') != std::string::npos) {
+            return false;
+        }
+        switch (m_Member) {
+        case LOG:
+            m_Report.SetLog(value);
+            return true;
+        case ACTION:
+            m_Report.m_Action = value;
+            return IsAction(value);
+        case NAME:
+            return Keep(value, Record().m_pszName);
+        case TEXT:
+            return Keep(value, Record().m_pszText);
+        case SOURCE:
+            return Keep(value, Record().m_pszSource);
+        case DETAIL:
+            return Keep(value, Record().m_pszDetail);
+        case VALUE:
+            Record().m_Value.SetText(m_Report.Keep(value));
+            return true;
+        default:
+            ETimeStamp stamp;
+            return m_Member == TIME && Moments::ParseRfc3339(value, stamp) && TakeTime(stamp);
+        }
+    }
+    bool binary(nlohmann::json::binary_t& /*bytes*/) { return false; } // never in a text
+    bool start_object(std::size_t /*count*/) {
+        switch (m_Member) {
+        case LINE:
+            return Open(OF_LINE);
+        case EVENT:
+        case ALARM:
+        case RECORD:
+            m_Report.m_Records.emplace_back();
+            return Open(OF_RECORD);
+        case STATE:
+            return Open(OF_STATE);
+        case VALUE:
+            return m_pObject->m_Allowed == OF_RECORD && Open(OF_VALUE);
+        default:
+            return false;
+        }
+    }
+    bool key(const std::string& name) {
+        const auto* const found = std::find(std::begin(NAMES), std::end(NAMES), name);
+        m_Member = 1U << static_cast<unsigned>(found - std::begin(NAMES));
+        const bool taken = (m_pObject->m_Allowed & ~m_pObject->m_Seen & m_Member) != 0; // neither unknown nor a second
+        m_pObject->m_Seen |= m_Member;
+        return taken;
+    }
+    bool end_object() {
+        const Object& object = *m_pObject--;
+        if (object.m_Allowed == OF_RECORD) {
+            m_Seen.push_back(object.m_Seen);
+        }
+        m_Member = RECORD; // what may come next, when this was an item of a list
+        return object.m_Allowed != OF_VALUE || (object.m_Seen & VALUE) != 0;
+    }
+    bool start_array(std::size_t /*count*/) {
+        const bool isPrefix = m_Member == PREFIX;
+        const bool taken = isPrefix || m_Member == SNAPSHOT || m_Member == RECORDS;
+        m_Member = isPrefix ? PREFIX_NUMBER : RECORD;
+        m_nPrefix = 0;
+        return taken;
+    }
+    bool end_array() {
+        return m_Member == PREFIX_NUMBER ? m_nPrefix == std::size(Record().m_nPrefixNumbers) : !m_Seen.empty();
+    }
+    bool parse_error(std::size_t /*position*/, const std::string& /*token*/,
+                     const nlohmann::json::exception& /*what*/) {
+        return false;
+    }
+
+private:
+    struct Object {
+        Members m_Allowed = 0;
+        Members m_Seen = 0;
+    };
+
+    EONEVENTSTRUCT& Record() { return m_Report.m_Records.back(); }
+
+    bool Open(Members allowed) {
+        *++m_pObject = {allowed, 0};
+        return true;
+    }
+    bool Keep(const std::string& text, const wchar_t*& kept) {
+        kept = m_Report.Keep(text);
+        return true;
+    }
+    bool TakeDouble(double value) {
+        if (m_Member != VALUE) {
+            return m_Member == TIME && TakeSeconds(value);
+        }
+        Record().m_Value.SetDouble(value);
+        return true;
+    }
+    bool TakeSeconds(double seconds) {
+        ETimeStamp stamp;
+        return Moments::FromSeconds(seconds, stamp) && TakeTime(stamp);
+    }
+    bool TakeTime(const ETimeStamp& stamp) {
+        if (m_pObject->m_Allowed == OF_VALUE) {
+            Record().m_Value.SetTimestamp(stamp);
+        } else {
+            Record().m_TimeStamp = stamp;
+        }
+        return true;
+    }
+
+    Report& m_Report;
+    Object m_Objects[4]; // that are open: none, the line, a record, its value or state
+    Object* m_pObject = m_Objects;
+    Members m_Member = LINE;     // whose value comes next
+    std::size_t m_nPrefix = 0;   // numbers of the prefix so far
+    std::vector<Members> m_Seen; // of each record
+};
 
 bool IsAction(const std::string& name) {
     return std::find(ACTIONS.begin(), ACTIONS.end(), name) != ACTIONS.end();
@@ -64,19 +281,19 @@ bool WritesRow(const std::string& action) {
 }
 
 bool Report::Parse(const std::string& line, const ETimeStamp& reading, std::string& reason) {
-    EJsonValue root;
-    EJsonFault fault;
-    Findings findings;
-    m_Reading = reading;
-    if (EJsonText::Parse(line, root, fault)) {
-        JsonObject object(root, "report", findings);
-        ReadMembers(object);
-        object.Finish();
-    } else {
-        findings.Error(fault.m_Place, fault.m_Message);
-    }
-    reason = findings.HasErrors() ? findings.Lines().front() : "";
-    return !findings.HasErrors();
+    m_Action.clear();
+    m_Log.clear();
+    m_nIdentifier = -1;
+    m_Records.clear();
+    m_Texts.clear();
+    m_Texts.reserve(line.size()); // a text's quotes leave room for its end
+    ReportReader reader(*this);
+    const bool taken = line.find('\0') == std::string::npos && // which the parser takes for the end
+                       nlohmann::json::sax_parse(line.data(), line.data() + line.size(), &reader,
+                                                 nlohmann::json::input_format_t::json, true, true) &&
+                       reader.Finish(reading);
+    reason = taken ? "" : FindReportFault(line);
+    return taken;
 }
 
 void Report::SetLog(const std::string& log) {
@@ -85,133 +302,34 @@ void Report::SetLog(const std::string& log) {
     m_nIdentifier = SplitName(name);
 }
 
-void Report::ReadMembers(JsonObject& object) {
-    if (object.Find("event") != nullptr) {
-        object.Object("event", [this](JsonObject& record) { AddRecord(record); });
-        return;
-    }
-    object.Require("log");
-    if (std::string log; object.Text("log", log)) {
-        SetLog(log);
-    }
-    if (object.Find("alarm") != nullptr) {
-        m_Kind = Kind::Alarm;
-        object.Object("alarm", [this](JsonObject& record) { AddRecord(record); });
-    } else if (object.Find("snapshot") != nullptr) {
-        m_Kind = Kind::SnapShot;
-        AddRecords(object, "snapshot");
-    } else if (object.Find("action") != nullptr) {
-        m_Kind = Kind::Action;
-        if (object.Text("action", m_Action) && !IsAction(m_Action)) {
-            object.Refuse("action", "the name of an action");
-        }
-        if (WritesRow(m_Action) ? object.Require("records") != nullptr : object.Find("records") != nullptr) {
-            AddRecords(object, "records");
-        } else {
-            AddOwnRecord("");
-        }
-    } else {
-        object.Error(object.Value().m_Begin,
-                     R"(found none of "event", "alarm", "snapshot" and "action", expected one)");
-    }
-}
-
-void Report::AddRecords(JsonObject& object, const char* name) {
-    object.Objects(name, "record", [this](JsonObject& record) { AddRecord(record); });
-    if (const EJsonValue* const list = object.Find(name); list->m_Kind == JsonKind::Array && list->m_Items.empty()) {
-        object.Refuse(name, "at least one record");
-    }
-}
-
-void Report::AddRecord(JsonObject& object) {
-    EONEVENTSTRUCT& record = m_Records.emplace_back();
-    record.m_nIdentifier = m_nIdentifier;
-    const std::pair<const char*, const wchar_t*&> texts[] = {{"name", record.m_pszName},
-                                                             {"text", record.m_pszText},
-                                                             {"source", record.m_pszSource},
-                                                             {"detail", record.m_pszDetail}};
-    for (const auto& [name, member] : texts) {
-        if (std::string text; object.Text(name, text)) {
-            member = Keep(text);
-        }
-    }
-    object.Integer("code", record.m_nCode);
-    object.Integer("alarmNumber", record.m_nAlarmNumber);
-    object.Integer("identifier", record.m_nIdentifier);
-    TakePrefix(object, record.m_nPrefixNumbers);
-    TakeState(object, record.m_wState);
-    TakeValue(object, record.m_Value);
-    if (!TakeTime(object, record.m_TimeStamp) && (m_Kind != Kind::SnapShot || !record.m_Value.GetTimestamp().IsSet())) {
-        record.m_TimeStamp = m_Reading; // otherwise the value's own time dates the row
-    }
-}
-
-void Report::TakeValue(JsonObject& object, CDataValue& data) {
-    const EJsonValue* const value = object.Find("value");
-    if (value == nullptr || value->m_Kind != JsonKind::Object) {
-        if (value != nullptr) {
-            TakeScalar(object, *value, data);
-        }
-        return;
-    }
-    object.Object("value", [&](JsonObject& parts) {
-        if (const EJsonValue* const scalar = parts.Require("value"); scalar != nullptr) {
-            TakeScalar(parts, *scalar, data);
-        }
-        std::uint32_t quality = CDataValue::QUALITY_GOOD;
-        parts.Integer("quality", quality);
-        data.SetQuality(quality);
-        if (ETimeStamp stamp; TakeTime(parts, stamp)) {
-            data.SetTimestamp(stamp);
-        }
-    });
-}
-
-void Report::TakeScalar(JsonObject& object, const EJsonValue& value, CDataValue& data) {
-    switch (value.m_Kind) {
-    case JsonKind::Null:
-        data.SetNothing();
-        break;
-    case JsonKind::Boolean:
-        data.SetBoolean(value.m_bBoolean);
-        break;
-    case JsonKind::Integer:
-        data.SetInteger(value.m_nInteger);
-        break;
-    case JsonKind::LargeInteger:
-    case JsonKind::Floating:
-        data.SetDouble(value.m_Double);
-        break;
-    case JsonKind::Text:
-        if (std::string text; object.TakeText(value, "value", text)) {
-            data.SetText(Keep(text));
-        }
-        break;
-    default:
-        object.Refuse("value", "a number, a text, true, false or null");
-    }
-}
-
 Report Report::MakeAction(const std::string& action, const std::string& log, const ETimeStamp& time,
                           const std::string& text) {
     Report report;
     report.m_Kind = Kind::Action;
     report.m_Action = action;
-    report.m_Reading = time;
     report.SetLog(log);
-    report.AddOwnRecord(text);
+    report.m_Texts.reserve(log.size() + text.size() + 2);
+    report.AddOwnRecord(time, text);
     return report;
 }
 
-void Report::AddOwnRecord(const std::string& text) {
+void Report::AddOwnRecord(const ETimeStamp& time, const std::string& text) {
     EONEVENTSTRUCT& record = m_Records.emplace_back();
     record.m_pszName = Keep(m_Log);
     record.m_pszText = Keep(text);
     record.m_pszSource = L"kvgateway";
-    record.m_TimeStamp = m_Reading;
+    record.m_TimeStamp = time;
     record.m_nIdentifier = m_nIdentifier;
 }
 
 const wchar_t* Report::Keep(const std::string& text) {
-    return m_Texts.emplace_back(Widen(text));
+    const std::size_t begin = m_Texts.size();
+    if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+        m_Texts.insert(m_Texts.end(), text.begin(), text.end());
+    } else {
+        const EString wide = Widen(text);
+        m_Texts.insert(m_Texts.end(), &wide[0], &wide[wide.GetLength()]);
+    }
+    m_Texts.push_back(L'\0');
+    return m_Texts.data() + begin;
 }

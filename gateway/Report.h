@@ -1,16 +1,10 @@
 #pragma once
 
 #include "base/EONEVENTSTRUCT.h"
-#include "base/EString.h"
 
 #include <array>
-#include <deque>
 #include <string>
 #include <vector>
-
-class Findings;
-class JsonObject;
-struct EJsonValue;
 
 // The actions that a log file can be asked for, by their numbers in saved requests.
 constexpr std::array ACTIONS{"DoLogAlarmToFile", "DoLogEventToFile", "DoLogSnapShotToFile", "DoLogDelivery",
@@ -26,7 +20,8 @@ class Report {
 public:
     enum class Kind { Event, Alarm, SnapShot, Action };
 
-    // Reads a line. False, and the reason, when it cannot be used. `reading` dates what has no time of its own.
+    // Reads a line, in place of what was read before. False, and the reason, when it cannot be used; the report is of no
+    // use then. `reading` dates what has no time of its own. One object for all lines saves their allocations.
     bool Parse(const std::string& line, const ETimeStamp& reading, std::string& reason);
 
     // An action that nobody has reported: one record with the log file's name, the time and the text.
@@ -40,15 +35,12 @@ public:
     std::vector<EONEVENTSTRUCT> m_Records; // at least one
 
 private:
+    friend class ReportReader;
+
     void SetLog(const std::string& log);
-    void ReadMembers(JsonObject& object);
-    void AddRecords(JsonObject& object, const char* name);
-    void AddRecord(JsonObject& object);
-    void AddOwnRecord(const std::string& text); // for what nobody has given a record
-    void TakeValue(JsonObject& object, CDataValue& data);
-    void TakeScalar(JsonObject& object, const EJsonValue& value, CDataValue& data);
+    void AddOwnRecord(const ETimeStamp& time, const std::string& text); // for what nobody has given a record
     const wchar_t* Keep(const std::string& text);
 
-    ETimeStamp m_Reading;
-    std::deque<EString> m_Texts; // what the records refer to
+    std::vector<wchar_t>
+        m_Texts; // what the records refer to: its room is made before, so that they stay where they are
 };

@@ -41,6 +41,7 @@ std::optional<std::uint32_t> SavedRequests::Count(const std::filesystem::path& p
 
 std::vector<SavedRequest> SavedRequests::Read(const std::filesystem::path& path, bool& whole) {
     EFileIO file(Widen(path.string()), EFileIO::OPEN_FOR_READING);
+    file.Buffer();
     std::vector<SavedRequest> requests;
     std::uint32_t count = 0;
     for (whole = GetNumber(file, count); whole && requests.size() < count;) {

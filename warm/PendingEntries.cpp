@@ -39,6 +39,7 @@ EResult ELogFile::SavePendingLogEntries(const EString& path) {
     if (!file.IsOpen()) {
         return RC_NOT_FOUND;
     }
+    file.Buffer();
     const ELock lock(m_QueueMutex, MUTEX_NAME);
     if (!PutNumber(&file, static_cast<std::uint32_t>(m_LogQueue.GetCount()))) {
         return RC_WRITE;
@@ -47,7 +48,7 @@ EResult ELogFile::SavePendingLogEntries(const EString& path) {
     for (auto position = m_LogQueue.GetHeadPosition(); position != nullptr && result == RC_OK;) {
         result = SaveLogInfo(&file, static_cast<ELogInfo*>(m_LogQueue.GetNext(position)));
     }
-    return result;
+    return file.Flush() == 0 && result == RC_OK ? RC_WRITE : result; // what can be saved is
 }
 
 EResult ELogFile::SaveLogInfo(EFileIO* file, ELogInfo* info) {
@@ -67,6 +68,7 @@ EResult ELogFile::RestorePendingLogEntries(const EString& path) {
     if (!file.IsOpen()) {
         return RC_OK; // nothing was saved
     }
+    file.Buffer();
     std::uint32_t count = 0;
     if (!GetNumber(&file, count)) {
         return RC_READ;

@@ -1,6 +1,7 @@
 #include "gateway/FlowControl.h"
 #include "gateway/Moments.h"
 #include "gateway/Report.h"
+#include "gateway/ReportFault.h"
 #include "gateway/Schedule.h"
 #include "gateway/Text.h"
 #include "tests/gateway/Program.h"
@@ -8,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <random>
 
 using std::chrono::seconds;
 
@@ -119,4 +121,40 @@ TEST(ReportTest, TakesEveryMember) {
             << reason;
         EXPECT_EQ(Print(report.m_Records.at(0)), row.at(1)) << row.at(0);
     }
+}
+
+// What one refuses without a word the other has to explain, and nothing else. The order in which members stand does not
+// matter either.
+TEST(ReportTest, IsRefusedExactlyWhereAFaultIsFound) {
+    std::vector<std::string> lines{
+        R"({"snapshot": [{"identifier": 1}, {"value": {"time": 2, "value": 1}}], "log": "Trend@3"})",
+        R"({"records": [{"state": {"acked": true}}], "action": "DoLogAlarmToFile", "log": "A"})",
+        R"({"log": "A", "alarm": {}, "action": "DoLogDelivery"})", R"({"event": {"value": {"value": {"value": 1}}}})"};
+    for (const char* const file : {"lines.txt", "records.txt"}) {
+        for (const auto& row : Table(file)) {
+            lines.push_back(file[0] == 'l' ? row.at(0) : R"({"log": "Trend", "alarm": )" + row.at(0) + "}");
+        }
+    }
+    std::mt19937 random;
+    const auto below = [&](std::size_t limit) { return random() % limit; };
+    const auto piece = [&](const std::string& line) { // mostly a member, with the comma before it
+        const std::size_t begin = std::min(line.find_first_of("{},[]:", below(line.size())), line.size() - 1);
+        const std::size_t end = std::min(line.find_first_of("{},[]", begin + 1), line.size());
+        return std::pair(begin, end - begin);
+    };
+    Report report;
+    std::string reason;
+    for (int i = 0; i < 20'000; ++i) { // the lines as they are, and pieces of them in others' places
+        std::string line = lines[static_cast<std::size_t>(i) % lines.size()];
+        for (std::size_t changes = i < 1000 ? 0 : 1 + below(3); changes > 0 && !line.empty(); --changes) {
+            const std::string& other = lines[below(lines.size())];
+            const auto [from, length] = piece(other);
+            const auto [to, replaced] = piece(line);
+            line.replace(to, below(2) * replaced, other, from, length);
+        }
+        ASSERT_EQ(report.Parse(line, {100, 0}, reason), FindReportFault(line).empty()) << line;
+    }
+    ASSERT_TRUE(report.Parse(lines[0], {100, 0}, reason));
+    EXPECT_EQ(Print(report.m_Records.at(0)), "100000 0; 192 0 0 1 0 0; ||||");
+    EXPECT_EQ(Print(report.m_Records.at(1)), "0 2000; 192 0 0 3 0 0; ||||1");
 }
