@@ -265,7 +265,7 @@ EString EJsonText::Locate(const wchar_t* fileName, const EJsonPlace& place, cons
     EString wide;
     EUtility::Utf8Decode(text.data(), text.size(), wide);
     EString message;
-    message.Format(L"%s:%d:%d: %s", fileName, place.m_nLine, place.m_nColumn, static_cast<const wchar_t*>(wide));
+    message.Format(L"%s:%d:%d: %s", fileName, place.m_nLine, place.m_nColumn, wide);
     return message;
 }
 

@@ -14,10 +14,6 @@ std::size_t Hash(const wchar_t* key) {
     return hash ^ (hash >> 15);
 }
 
-const wchar_t* OrEmpty(const wchar_t* key) {
-    return key != nullptr ? key : L"";
-}
-
 } // namespace
 
 EMapStringToPtr::~EMapStringToPtr() {
