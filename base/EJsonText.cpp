@@ -1,12 +1,12 @@
 #include "base/EJsonText.h"
 
 #include "base/EFileIO.h"
-#include "base/EJsonWalker.h"
 #include "base/EUtility.h"
 
 #include <nlohmann/json.hpp>
 
-#include <optional>
+#include <algorithm>
+#include <string_view>
 
 #include <sys/stat.h>
 
@@ -14,20 +14,91 @@ namespace {
 
 using Kind = EJsonValue::Kind;
 
-// Hears of every value that the parser has accepted, and puts it into the tree. The parser tells neither where a token
-// begins nor, in words for a user, what is wrong: the walker follows it over the same text and knows both.
+bool IsContinuation(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
+// Short enough for a message, cut between two characters.
+std::string_view Clip(std::string_view text, std::size_t bytes = 60) {
+    std::size_t end = std::min(text.size(), bytes);
+    while (end > 0 && end < text.size() && IsContinuation(text[end])) {
+        --end;
+    }
+    return text.substr(0, end);
+}
+
+// Finds the places of the tokens that the parser accepts, which does not tell them, by following it over the text.
+class Walker {
+public:
+    explicit Walker(std::string_view text) : m_Text(text) {
+        if (text.starts_with("\xEF\xBB\xBF")) { // the byte order mark: editors show it as no column
+            m_nOffset = 3;
+        }
+    }
+
+    std::size_t Offset() const { return m_nOffset; }
+
+    EJsonPlace StepTo(std::size_t offset) { // an offset beyond the end means the end
+        for (offset = std::min(offset, m_Text.size()); m_nOffset < offset; ++m_nOffset) {
+            const char c = m_Text[m_nOffset];
+            if (c == '\n') {
+                m_Place = {m_Place.m_nLine + 1, 1};
+            } else if (!IsContinuation(c)) {
+                ++m_Place.m_nColumn;
+            }
+        }
+        return m_Place;
+    }
+
+    // Steps over blanks, comments and separators.
+    EJsonPlace GoToToken() {
+        for (;;) {
+            StepTo(m_Text.find_first_not_of(" \t\r\n,:", m_nOffset));
+            if (m_Text.substr(m_nOffset).starts_with("//")) {
+                StepTo(m_Text.find_first_of("\r\n", m_nOffset));
+            } else if (m_Text.substr(m_nOffset).starts_with("/*")) {
+                StepTo(m_Text.find("*/", m_nOffset + 2));
+                StepTo(m_nOffset + 2);
+            } else {
+                return m_Place;
+            }
+        }
+    }
+
+    // Steps over the token that begins here; the token.
+    std::string_view TakeToken() {
+        const std::size_t begin = m_nOffset;
+        std::size_t end = begin + 1;
+        if (m_Text[begin] == '"') {
+            while (m_Text[end] != '"') {
+                end += m_Text[end] == '\\' ? 2 : 1;
+            }
+            ++end;
+        } else if (std::string_view("{}[]").find(m_Text[begin]) == std::string_view::npos) {
+            end = m_Text.find_first_of(" \t\r\n,:{}[]/", end);
+        }
+        StepTo(end);
+        return m_Text.substr(begin, m_nOffset - begin);
+    }
+
+private:
+    std::string_view m_Text;
+    std::size_t m_nOffset = 0;
+    EJsonPlace m_Place;
+};
+
+// Hears of every value that the parser has accepted, and puts it into the tree.
 class Builder {
 public:
     Builder(const std::string& text, EJsonValue& root, EJsonFault& fault)
-        : m_Walker(text), m_Root(root), m_Fault(fault) {}
+        : m_Text(text), m_Walker(text), m_Root(root), m_Fault(fault) {}
 
-    bool null() { return AddWord(Kind::Null, 4) != nullptr; }
+    bool null() {
+        Add(Kind::Null);
+        return true;
+    }
     bool boolean(bool value) {
-        EJsonValue* added = AddWord(Kind::Boolean, value ? 4 : 5);
-        if (added == nullptr) {
-            return false;
-        }
-        added->m_bBoolean = value;
+        Add(Kind::Boolean).m_bBoolean = value;
         return true;
     }
     bool number_integer(std::int64_t value) { return AddNumber(Kind::Integer, value, static_cast<double>(value)); }
@@ -41,12 +112,7 @@ public:
         return AddNumber(isInteger ? Kind::LargeInteger : Kind::Floating, 0, value);
     }
     bool string(std::string& value) {
-        EJsonValue* added = Add(Kind::Text);
-        if (added == nullptr) {
-            return false;
-        }
-        added->m_Text = std::move(value);
-        m_Walker.SkipText();
+        Add(Kind::Text).m_Text = std::move(value);
         return true;
     }
     bool binary(nlohmann::json::binary_t& /*bytes*/) { return false; } // never in a text
@@ -55,146 +121,71 @@ public:
     bool end_object() { return Close(); }
     bool end_array() { return Close(); }
     bool key(std::string& name) {
-        GoToToken();
         EJsonValue& member = m_Open.back()->m_Items.emplace_back();
         member.m_Name = std::move(name);
-        member.m_NamePlace = m_Walker.Place();
-        m_Walker.SkipText();
-        m_Last = Last::Name;
+        member.m_NamePlace = m_Walker.GoToToken();
+        m_Walker.TakeToken();
         return true;
     }
-    bool parse_error(std::size_t /*position*/, const std::string& /*token*/, const nlohmann::json::exception& error) {
-        constexpr int NUMBER_OVERFLOW = 406;
-        const std::string expected = GoToFault();
-        EJsonWalker probe = m_Walker;
-        if (error.id == NUMBER_OVERFLOW) {
-            return Refuse({std::string(EJsonWalker::Clip(probe.SkipNumber())), "a smaller number"});
+    // `position`: how many bytes were read.
+    bool parse_error(std::size_t position, const std::string& token, const nlohmann::json::exception& error) {
+        std::string message = error.what();
+        message.erase(0, message.find("] ") + 2); // the parser's number of the error, and its place
+        if (message.starts_with("parse error at")) {
+            message.erase(0, message.find(": ") + 2);
         }
-        if (m_Walker.Peek() == '"') {
-            if (const std::optional<EJsonWalker::Fault> fault = probe.FindTextFault()) {
-                m_Walker = probe;
-                return Refuse(*fault);
-            }
+        m_Fault.m_Place = Walker(m_Text).StepTo(position - 1); // where the parser stopped
+        const std::string read = "; last read: '" + token + '\'';
+        if (const std::size_t at = message.find(read); at != std::string::npos) {
+            message.erase(at, read.size()); // part of a token, maybe of a password
+        } else if (const EJsonPlace begin = m_Walker.GoToToken(); m_Walker.Offset() < position) {
+            m_Fault.m_Place = begin; // of a whole token, behind which the parser stopped
         }
-        return Refuse({m_Walker.DescribeToken(), expected});
-    }
-
-    // The parser takes a null character for the end of the text.
-    bool CheckNulls(const std::string& text) {
-        const std::size_t offset = text.find('\0');
-        if (offset == std::string::npos) {
-            return true;
-        }
-        m_Walker.StepTo(offset);
-        return Refuse({m_Walker.DescribeToken(), "text"});
-    }
-
-private:
-    enum class Last { Nothing, Opening, Name, Value };
-
-    bool Refuse(const EJsonWalker::Fault& fault) {
-        m_Fault.m_Place = m_Walker.Place();
-        m_Fault.m_Message = "found " + fault.m_Found + ", expected " + fault.m_Expected;
+        m_Fault.m_Message = Clip(message, 160);
         return false;
     }
 
-    // From the end of one token to the beginning of the next; the parser has checked that the separator belongs there.
-    void GoToToken() {
-        if (m_Last == Last::Name) {
-            m_Walker.Eat(':');
-        } else if (m_Last == Last::Value) {
-            m_Walker.Eat(',');
-        }
-        m_Walker.SkipBlank();
-    }
-
-    // The room for the value whose token comes next; null when it is refused.
-    EJsonValue* Add(Kind kind) {
-        GoToToken();
-        m_Last = Last::Value;
-        if (m_Open.empty() && kind != Kind::Object) {
-            Refuse({m_Walker.DescribeToken(), "an object"});
-            return nullptr;
-        }
+private:
+    EJsonValue& Add(Kind kind) {
         EJsonValue* added = &m_Root;
         if (!m_Open.empty()) {
             std::vector<EJsonValue>& items = m_Open.back()->m_Items;
             added = m_Open.back()->m_Kind == Kind::Array ? &items.emplace_back() : &items.back();
         }
         added->m_Kind = kind;
-        added->m_Begin = m_Walker.Place();
-        return added;
-    }
-
-    EJsonValue* AddWord(Kind kind, std::size_t length) {
-        EJsonValue* added = Add(kind);
-        if (added != nullptr) {
-            m_Walker.Step(length);
-        }
-        return added;
+        added->m_Begin = m_Walker.GoToToken();
+        added->m_Text = m_Walker.TakeToken();
+        return *added;
     }
 
     bool AddNumber(Kind kind, std::int64_t integer, double rounded) {
-        EJsonValue* added = Add(kind);
-        if (added == nullptr) {
-            return false;
-        }
-        added->m_nInteger = integer;
-        added->m_Double = rounded;
-        added->m_Text = m_Walker.SkipNumber();
+        EJsonValue& added = Add(kind);
+        added.m_nInteger = integer;
+        added.m_Double = rounded;
         return true;
     }
 
     bool Open(Kind kind) {
-        EJsonValue* added = Add(kind);
-        if (added == nullptr) {
-            return false;
+        m_Open.push_back(&Add(kind)); // stays where it is: its parent gets no further item before it is closed
+        if (m_Open.size() <= EJsonText::MAX_DEPTH) {
+            return true;
         }
-        if (m_Open.size() >= EJsonText::MAX_DEPTH) {
-            const std::string limit = std::to_string(EJsonText::MAX_DEPTH);
-            return Refuse({"more than " + limit + " levels of nesting", "at most " + limit});
-        }
-        m_Open.push_back(added); // stays where it is: its parent gets no further item before it is closed
-        m_Walker.Step();
-        m_Last = Last::Opening;
-        return true;
+        m_Fault = {m_Open.back()->m_Begin, "more than " + std::to_string(EJsonText::MAX_DEPTH) + " levels of nesting"};
+        return false;
     }
 
     bool Close() {
-        m_Walker.SkipBlank();
-        m_Open.back()->m_End = m_Walker.Place();
+        m_Open.back()->m_End = m_Walker.GoToToken();
+        m_Walker.TakeToken();
         m_Open.pop_back();
-        m_Walker.Step();
-        m_Last = Last::Value;
         return true;
     }
 
-    // Moves to the token that the parser has refused; what it should have been.
-    std::string GoToFault() {
-        std::string expected;
-        const bool inObject = !m_Open.empty() && m_Open.back()->m_Kind == Kind::Object;
-        if (m_Last == Last::Nothing) {
-            expected = "an object";
-        } else if (m_Open.empty()) {
-            expected = "the end of the file";
-        } else if (m_Last == Last::Opening) {
-            expected = inObject ? "a member name or '}'" : "a value or ']'";
-        } else if (m_Last == Last::Name) {
-            expected = m_Walker.Eat(':') ? "a value" : "':'";
-        } else if (m_Walker.Eat(',')) {
-            expected = inObject ? "a member name" : "a value";
-        } else {
-            expected = inObject ? "',' or '}'" : "',' or ']'";
-        }
-        m_Walker.SkipBlank();
-        return expected;
-    }
-
-    EJsonWalker m_Walker;
+    const std::string& m_Text;
+    Walker m_Walker;
     EJsonValue& m_Root;
     EJsonFault& m_Fault;
     std::vector<EJsonValue*> m_Open;
-    Last m_Last = Last::Nothing;
 };
 
 // All bytes of a regular file.
@@ -246,15 +237,23 @@ std::string EJsonValue::Describe() const {
     case Kind::Object:
         return "an object";
     default:
-        return std::string(EJsonWalker::Clip(m_Text));
+        return std::string(Clip(m_Text));
     }
 }
 
 bool EJsonText::Parse(const std::string& text, EJsonValue& root, EJsonFault& fault) {
     root = EJsonValue();
+    if (const std::size_t end = text.find('\0'); end != std::string::npos) { // for the parser, the end of the text
+        fault = {Walker(text).StepTo(end), "found a null character, expected text"};
+        return false;
+    }
     Builder builder(text, root, fault);
-    return builder.CheckNulls(text) && nlohmann::json::sax_parse(text.begin(), text.end(), &builder,
-                                                                 nlohmann::json::input_format_t::json, true, true);
+    if (!nlohmann::json::sax_parse(text.begin(), text.end(), &builder, nlohmann::json::input_format_t::json, true,
+                                   true)) {
+        return false;
+    }
+    fault = {root.m_Begin, "found " + root.Describe() + ", expected an object"};
+    return root.m_Kind == Kind::Object;
 }
 
 EResult EJsonText::Load(const wchar_t* fileName, EJsonValue& root, EString& message) {
@@ -272,13 +271,13 @@ EString EJsonText::Locate(const wchar_t* fileName, const EJsonPlace& place, cons
     EString wide;
     EUtility::Utf8Decode(text.data(), text.size(), wide);
     EString message;
-    message.Format(L"%s:%d:%d: %s", fileName, place.m_nLine, place.m_nColumn, static_cast<const wchar_t*>(wide));
+    message.Format(L"%s:%d:%d: %s", fileName, place.m_nLine, place.m_nColumn, wide);
     return message;
 }
 
 std::string EJsonText::Quote(const std::string& text) {
     std::string quoted = "\"";
-    for (const char c : EJsonWalker::Clip(text)) {
+    for (const char c : Clip(text)) {
         const bool control = static_cast<unsigned char>(c) < 0x20U || c == 0x7F;
         quoted += control ? '?' : c;
     }

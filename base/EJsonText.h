@@ -37,7 +37,7 @@ struct KVBASE_API EJsonValue {
 // Why a text was refused, and where.
 struct EJsonFault {
     EJsonPlace m_Place;
-    std::string m_Message; // "found ..., expected ..."
+    std::string m_Message; // in UTF-8; texts of the input are not repeated in it
 };
 
 // Reads JSON (RFC 8259, in UTF-8, with // and /* */ comments) whose outermost value is an object.

@@ -1,25 +1,24 @@
 #pragma once
 
-#include "base/ENodePool.h"
 #include "base/EString.h"
 
-#include <vector>
+#include <string>
+#include <string_view>
+#include <unordered_map>
 
 // A map from text to pointer; keys are compared exactly, character by character. It never frees the values. Not for
 // several threads without a lock of the caller's.
 class KVBASE_API EMapStringToPtr {
-public:
-    struct Entry {
-        EString m_Key;
-        std::size_t m_nHash;
-        void* m_pValue;
-        Entry* m_pNextInBucket;
-        Entry* m_pNext; // in order of insertion, the order of walking
+    // Takes keys as they come: a look-up makes no text of its own.
+    struct Hash : std::hash<std::wstring_view> {
+        using is_transparent = void;
     };
-    using Position = Entry*;
+    using Entries = std::unordered_map<std::wstring, void*, Hash, std::equal_to<>>;
 
-    // `blockSize`: how many entries one allocation holds.
-    explicit EMapStringToPtr(int blockSize) : m_Entries(blockSize) {}
+public:
+    using Position = const Entries::value_type*; // null is past the end
+
+    explicit EMapStringToPtr(int /*blockSize*/) {} // memory is taken by the entry, whatever the block size
     EMapStringToPtr(const EMapStringToPtr&) = delete;
     EMapStringToPtr& operator=(const EMapStringToPtr&) = delete;
     ~EMapStringToPtr();
@@ -30,19 +29,19 @@ public:
     // The slot of the key, inserted with a null value when it is absent.
     void*& operator[](const wchar_t* key);
 
-    int GetCount() const { return m_nCount; }
+    int GetCount() const { return static_cast<int>(m_Entries.size()); }
 
-    // Walking: for (auto p = map.GetStartPosition(); p != nullptr;) { map.GetNextAssoc(p, key, value); ... }
-    Position GetStartPosition() const { return m_pFirst; }
+    // Walking, in no order that means anything:
+    //     for (auto p = map.GetStartPosition(); p != nullptr;) { map.GetNextAssoc(p, key, value); ... }
+    // or, without copies of the keys:
+    //     for (const auto& [key, value] : map) { ... }
+    Position GetStartPosition() const { return At(m_Entries.begin()); }
     void GetNextAssoc(Position& position, EString& key, void*& value) const;
+    Entries::const_iterator begin() const { return m_Entries.begin(); }
+    Entries::const_iterator end() const { return m_Entries.end(); }
 
 private:
-    Entry* Find(const wchar_t* key, std::size_t hash) const;
-    void Spread();
+    Position At(Entries::const_iterator entry) const { return entry != m_Entries.end() ? &*entry : nullptr; }
 
-    ENodePool<Entry> m_Entries;
-    std::vector<Entry*> m_Buckets; // a power of two of them, or none
-    Entry* m_pFirst = nullptr;
-    Entry* m_pLast = nullptr;
-    int m_nCount = 0;
+    Entries m_Entries;
 };

@@ -1,45 +1,48 @@
 #include "base/EPtrList.h"
 
+#include <algorithm>
+#include <iterator>
+
+EPtrList::~EPtrList() = default;
+
 EPtrList::Position EPtrList::AddTail(void* element) {
-    Node* node = m_Nodes.Make(element, m_pTail, nullptr);
-    (m_pTail != nullptr ? m_pTail->m_pNext : m_pHead) = node;
-    m_pTail = node;
-    ++m_nCount;
-    return node;
+    Reserve();
+    const auto node = m_Removed.begin();
+    *node = {element, node};
+    m_Nodes.splice(m_Nodes.end(), m_Removed, node);
+    return &*node;
+}
+
+void EPtrList::Reserve() {
+    if (m_Removed.empty()) {
+        m_Removed.emplace_back();
+    }
 }
 
 void* EPtrList::RemoveHead() {
-    if (m_pHead == nullptr) {
+    if (m_Nodes.empty()) {
         return nullptr;
     }
-    void* element = m_pHead->m_pElement;
-    RemoveAt(m_pHead);
+    void* element = m_Nodes.front().m_pElement;
+    RemoveAt(GetHeadPosition());
     return element;
 }
 
 void EPtrList::RemoveAt(Position position) {
-    (position->m_pPrevious != nullptr ? position->m_pPrevious->m_pNext : m_pHead) = position->m_pNext;
-    (position->m_pNext != nullptr ? position->m_pNext->m_pPrevious : m_pTail) = position->m_pPrevious;
-    m_Nodes.Free(position);
-    --m_nCount;
+    m_Removed.splice(m_Removed.begin(), m_Nodes, position->m_Self);
 }
 
 void EPtrList::RemoveAll() {
-    while (m_pHead != nullptr) {
-        RemoveAt(m_pHead);
-    }
+    m_Removed.splice(m_Removed.begin(), m_Nodes);
 }
 
 EPtrList::Position EPtrList::Find(const void* element, Position start) const {
-    Position position = start != nullptr ? start : m_pHead;
-    while (position != nullptr && position->m_pElement != element) {
-        position = position->m_pNext;
-    }
-    return position;
+    const auto begin = start != nullptr ? start->m_Self : m_Nodes.begin();
+    return At(std::find_if(begin, m_Nodes.end(), [&](const Node& node) { return node.m_pElement == element; }));
 }
 
 void* EPtrList::GetNext(Position& position) const {
     void* element = position->m_pElement;
-    position = position->m_pNext;
+    position = At(std::next(position->m_Self));
     return element;
 }

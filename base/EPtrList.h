@@ -1,7 +1,8 @@
 #pragma once
 
-#include "base/ENodePool.h"
 #include "base/Export.h"
+
+#include <list>
 
 // A list of pointers in insertion order. It never frees what its elements point to. Not for several threads without a
 // lock of the caller's.
@@ -9,20 +10,18 @@ class KVBASE_API EPtrList {
 public:
     struct Node {
         void* m_pElement;
-        Node* m_pPrevious;
-        Node* m_pNext;
+        std::list<Node>::const_iterator m_Self;
     };
     // The place of an element; null is past the end. Stays valid until that element is removed.
-    using Position = Node*;
+    using Position = const Node*;
 
-    // `blockSize`: how many nodes one allocation holds.
-    explicit EPtrList(int blockSize) : m_Nodes(blockSize) {}
+    explicit EPtrList(int /*blockSize*/) {} // memory is taken by the element, whatever the block size
     EPtrList(const EPtrList&) = delete;
     EPtrList& operator=(const EPtrList&) = delete;
-    ~EPtrList() = default;
+    ~EPtrList();
 
     Position AddTail(void* element); // throws std::bad_alloc; not as the next addition after Reserve
-    void Reserve() { m_Nodes.Reserve(); }
+    void Reserve();
     void* RemoveHead(); // null when the list is empty
     void RemoveAt(Position position);
     void RemoveAll();
@@ -30,16 +29,16 @@ public:
     // The first position of the element at or behind `start` (null: from the head), or null.
     Position Find(const void* element, Position start) const;
 
-    int GetCount() const { return m_nCount; }
-    bool IsEmpty() const { return m_nCount == 0; }
+    int GetCount() const { return static_cast<int>(m_Nodes.size()); }
+    bool IsEmpty() const { return m_Nodes.empty(); }
 
     // Walking: for (auto p = list.GetHeadPosition(); p != nullptr;) use(list.GetNext(p));
-    Position GetHeadPosition() const { return m_pHead; }
+    Position GetHeadPosition() const { return At(m_Nodes.begin()); }
     void* GetNext(Position& position) const;
 
 private:
-    ENodePool<Node> m_Nodes;
-    Node* m_pHead = nullptr;
-    Node* m_pTail = nullptr;
-    int m_nCount = 0;
+    Position At(std::list<Node>::const_iterator node) const { return node != m_Nodes.end() ? &*node : nullptr; }
+
+    std::list<Node> m_Nodes;
+    std::list<Node> m_Removed; // for the next additions: a queue of a steady length allocates nothing
 };

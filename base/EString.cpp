@@ -7,10 +7,6 @@
 
 namespace {
 
-const wchar_t* OrEmpty(const wchar_t* text) {
-    return text != nullptr ? text : L"";
-}
-
 // iswspace asks the locale; a log file's name must not depend on it.
 bool IsSpace(wchar_t character) {
     return character == L' ' || (character >= L'\t' && character <= L'\r');

@@ -2,10 +2,15 @@
 
 #include "base/Export.h"
 
-#include <cstdarg>
 #include <string>
+#include <type_traits>
 
 class EFileIO;
+
+// A null text counts as empty.
+inline const wchar_t* OrEmpty(const wchar_t* text) {
+    return text != nullptr ? text : L"";
+}
 
 // A wide text (32-bit characters). It is never a null pointer: a null text that is handed in counts as empty.
 class KVBASE_API EString {
@@ -32,11 +37,13 @@ public:
     bool IsEmpty() const { return m_Text.empty(); }
     int GetLength() const { return static_cast<int>(m_Text.size()); }
 
-    // Replaces the text by one laid out like wprintf(3), of any length; the arguments may refer to this text. "%s" takes
-    // wide text (null prints nothing), "%c" a wide character; "%n" and positional arguments are not known and print
-    // as they stand.
-    void Format(const wchar_t* format, ...);
-    void FormatV(const wchar_t* format, std::va_list arguments);
+    // Replaces the text by what wprintf(3) would print, of any length; the arguments may refer to this text. "%s" takes
+    // wide text (null prints nothing), "%c" a wide character. The format must be right: with a wrong one, as with more
+    // than LONGEST_TEXT characters, the text becomes empty.
+    template <class... Arguments>
+    void Format(const wchar_t* format, const Arguments&... arguments) {
+        Print(format, ForPrint(arguments)...);
+    }
 
     // Replaces every occurrence of `from`, left to right and without overlap; an empty `from` replaces nothing.
     void Replace(const wchar_t* from, const wchar_t* to);
@@ -56,6 +63,17 @@ public:
     int Restore(EFileIO* file);
 
 private:
+    template <class Argument>
+    static auto ForPrint(const Argument& argument) {
+        if constexpr (std::is_convertible_v<const Argument&, const wchar_t*>) {
+            return OrEmpty(argument);
+        } else {
+            return argument;
+        }
+    }
+
+    void Print(const wchar_t* format, ...);
+
     std::wstring m_Text;
 };
 

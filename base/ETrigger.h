@@ -1,28 +1,31 @@
 #pragma once
 
-#include "base/EListener.h"
-#include "base/EString.h"
 #include "base/Export.h"
 #include "base/GatewayType.h"
 #include "base/ResultCodes.h"
 
-#include <memory>
-#include <mutex>
-#include <vector>
+#include <list>
 
+class EString;
 class INotifyMgr;
 class ITriggerListener;
 
-// Something that others subscribe to and that informs them when it is raised. A subscription names a trigger and an item
-// of it; an empty name or item stands for all. Any thread may call; listeners are informed outside the trigger's lock,
-// one after the other in the order of subscription, and must stay alive while they are subscribed.
+// One subscription of a trigger.
+struct EListener {
+    void* m_pListener; // not owned
+    unsigned long m_nContext;
+};
+
+// Something that others subscribe to and that informs them, in the order of subscription, when it is raised. It has one
+// trigger and one item, whatever names it is given. For one thread at a time; a listener stays alive while it is
+// subscribed, and may unsubscribe itself, and no other, while it is informed.
 class KVBASE_API ETrigger {
 public:
-    ETrigger();
+    ETrigger() = default;
     ETrigger(const ETrigger&) = delete;
     ETrigger& operator=(const ETrigger&) = delete;
 
-    // `handle` gets a value for Unsubscribe and FindListener. RC_ARGUMENT for a null listener or handle.
+    // `handle` gets a value for Unsubscribe and FindListener.
     virtual EResult Subscribe(ITriggerListener* listener, EString& trigger, EString& item, unsigned long context,
                               void** handle);
     virtual EResult Unsubscribe(void* handle); // RC_NOT_FOUND for an unknown handle
@@ -35,14 +38,9 @@ public:
     virtual EResult InformOneListener(void* listener, unsigned long value1, unsigned long value2, void* data) = 0;
     virtual EResult SubscribersFor(const wchar_t* trigger, const wchar_t* item); // how many there are
     virtual EResult FindListener(void* handle, EListener*& listener);
-    virtual EResult RegisterTrigger(const wchar_t* name); // RC_MISSING: no notification manager is known
+    virtual EResult RegisterTrigger(const wchar_t* name); // triggers are not registered: RC_NOT_PROVIDED
     virtual EResult RegisterTrigger(const wchar_t* name, INotifyMgr* manager);
 
 private:
-    using Listeners = std::vector<std::shared_ptr<EListener>>;
-
-    Listeners Matching(const wchar_t* trigger, const wchar_t* item);
-
-    std::mutex m_Mutex;
-    Listeners m_Listeners;
+    std::list<EListener> m_Listeners;
 };

@@ -6,7 +6,7 @@
 
 EscFilter::EscFilter(IKernelService* /*service*/, const wchar_t* text, const void* record, bool /*reserved1*/,
                      const ETimeStamp* stamp, int /*reserved2*/)
-    : m_pszText(text != nullptr ? text : L""),
+    : m_pszText(OrEmpty(text)),
       m_pRecord(static_cast<const EONEVENTSTRUCT*>(record)),
       m_pStamp(stamp),
       m_pNext(m_pszText) {}

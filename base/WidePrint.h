@@ -1,9 +1,22 @@
 #pragma once
 
-#include "base/Export.h"
+#include "base/EString.h"
 
-#include <cstddef>
+#include <algorithm>
+#include <cwchar>
 
-// Lays a text out as EString::Format does into a buffer of `count` characters, always ended by a null character. The
-// number of characters before it, or -1 when the text did not fit and was cut (count 0: nothing is written).
-KVBASE_API int _em_swprintf(wchar_t* buffer, std::size_t count, const wchar_t* format, ...);
+// Prints as EString::Format does into a buffer of `count` characters, always ended by a null character. The number of
+// characters before it, or -1 when the text did not fit and was cut (count 0: nothing is written).
+template <class... Arguments>
+int _em_swprintf(wchar_t* buffer, std::size_t count, const wchar_t* format, const Arguments&... arguments) {
+    if (count == 0) {
+        return -1;
+    }
+    EString text;
+    text.Format(format, arguments...);
+    const auto length = static_cast<std::size_t>(text.GetLength());
+    const std::size_t kept = std::min(length, count - 1);
+    std::wmemcpy(buffer, text, kept);
+    buffer[kept] = L'\0';
+    return kept == length ? static_cast<int>(kept) : -1;
+}

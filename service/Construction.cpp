@@ -73,8 +73,8 @@ void ELogFile::DiscardRequests() {
 
 void ELogFile::DestroyFileSpecs() {
     // Without copies of the names: a destructor has nobody to tell that memory has run out.
-    for (auto position = m_FileSpecs.GetStartPosition(); position != nullptr; position = position->m_pNext) {
-        auto* spec = static_cast<EFileSpec*>(position->m_pValue);
+    for (const auto& [name, value] : m_FileSpecs) {
+        auto* spec = static_cast<EFileSpec*>(value);
         if (spec == nullptr) {
             continue;
         }

@@ -155,26 +155,38 @@ TEST_F(Section, BrokenElementsAreLeftOutAndTheOthersKept) {
 }
 
 TEST_F(Section, MalformedFilesAreRefusedWithThePlaceAndTheReason) {
-    const std::string end = "the end of the file", escapes = R"(one of \` \\ \/ \b \f \n \r \t \uXXXX)";
-    const std::string half = "half of a surrogate pair", pair = "\\uD800 to \\uDBFF followed by \\uDC00 to \\uDFFF";
     const std::string brackets(100000, '[');
-    // clang-format off
-    const std::tuple<std::string, std::string, std::string, std::string> cases[] = {
-        {" \n\t// only this\n", "3:1", end, "an object"}, {"{`a`: `\u00e4x\xFFy`}", "1:10", "the byte 0xFF", "UTF-8"},
-        {"[]", "1:1", "'['", "an object"}, {"{`a`:" + brackets, "1:69", "more than 64 levels of nesting", "at most 64"},
-        {"{`a", "1:4", end, "'`'"}, {"{`a`: `x\ny`}", "1:9", "the end of the line", "'`' or an escape"},
-        {"{`a`: [1 2]}", "1:10", "'2'", "',' or ']'"}, {"{`a`: [", "1:8", end, "a value or ']'"},
-        {"{``:[1,]}", "1:8", "']'", "a value"}, {"{``:01}", "1:6", "'1'", "',' or '}'"}, {"{`a`1", "1:5", "'1'", "':'"},
-        {"{`a`: 1e999}", "1:7", "1e999", "a smaller number"}, {"{`a`: `\\u12g4`}", "1:8", "an unknown escape", escapes},
-        {"{}\n{}", "2:1", "'{'", "the end of the file"}, {{"{} \0 x", 6}, "1:4", "the byte 0x00", "text"},
-        {"{`a`: `\\u00e4\\udE00\\ud83d`}", "1:14", half, pair}, {"{`a`: `\\ud83d\\ude00\\ud83d`}", "1:20", half, pair},
-        {"{ /* no end *", "1:3", "a comment that does not end", "a member name or '}'"}};
-    // clang-format on
-    for (const auto& [text, place, found, expected] : cases) {
+    const std::string password = "{`p`: `secret";
+    struct Case {
+        std::string m_Text, m_Place, m_Word;
+    };
+    const Case cases[] = {{" \n\t// only this\n", "3:1", "end of input"},
+                          {"{`a`: `\u00e4x\xFFy`}", "1:10", "UTF-8"},
+                          {"[]", "1:1", "expected an object"},
+                          {"{`a`:" + brackets, "1:69", "more than 64 levels"},
+                          {"{`a", "1:4", "missing closing quote"},
+                          {password + "\ny`}", "1:14", "U+000A"},
+                          {password + "\\u12g4`}", "1:18", "hex digits"},
+                          {password + "\\udE00`}", "1:19", "surrogate"},
+                          {"{`a`: [1 2]}", "1:10", "expected ']'"},
+                          {"{`a`: [", "1:8", "end of input"},
+                          {"{``:[1,,/* no end", "1:8", "unexpected ','"},
+                          {"{``:01}", "1:6", "expected '}'"},
+                          {"{``: 1\n // lost: a comma\n `name`: 2}", "3:2", "unexpected string literal"},
+                          {"{`a`1", "1:5", "expected ':'"},
+                          {"{`a`: 1e" + std::string(1000, '9') + '}', "1:7", "number overflow"},
+                          {"{}\n{}", "2:1", "expected end of input"},
+                          {{"{} \0 x", 6}, "1:4", "null character"},
+                          {"{ /* no end *", "1:14", "missing closing '*/'"}};
+    for (const auto& [text, place, word] : cases) {
         SCOPED_TRACE(text.substr(0, 80));
         EXPECT_EQ(Open(text), RC_SECTION_MALFORMED);
         EXPECT_EQ(m_nHandle, 0U);
-        EXPECT_EQ(Messages(), '>' + place + ": found " + found + ", expected " + expected);
+        const std::string message = Messages();
+        EXPECT_TRUE(message.starts_with('>' + place + ": ")) << message;
+        EXPECT_TRUE(message.find(word) != std::string::npos) << message;
+        EXPECT_TRUE(message.find("secret") == std::string::npos) << message;
+        EXPECT_LT(message.size(), 200U);
     }
     EXPECT_EQ(Open("{`a`:" + brackets.substr(0, 63) + std::string(63, ']') + "}"), RC_OK);
     EXPECT_EQ(Open(std::string((4 << 20) - 2, ' ') + "{}"), RC_OK);

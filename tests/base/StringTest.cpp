@@ -28,7 +28,9 @@ TEST(String, FormatFollowsWidePrintf) {
     ExpectFormat(L" 5|12345|5  |-0005|+5|   007|   7", L"%2d|%3d|%-3d|%05d|%+d|%6.3d|%*d", 5, 12345, 5, -5, 5, 7, 4, 7);
     ExpectFormat(L"-3 3 -9223372036854775808 1ffffffff", L"%ld %lu %lld %llx", -3L, 3UL, LLONG_MIN, 0x1FFFFFFFFLL);
     ExpectFormat(L" 3.14|0.500000|2|1.000000e+300", L"%5.2f|%f|%.0f|%e", 3.14159, 0.5, 2.0, 1e300);
-    ExpectFormat(L"100% 1 %y 2 %n %", L"100%% %d %y %d %n %", 1, 2); // what is not known takes no argument
+    ExpectFormat(L"100%s 1%c", L"100%%s %d%%c", 1);
+    ExpectFormat(Text(5000, L'x') + L'y', L"%s%c", Text(5000, L'x').c_str(), L'y');
+    ExpectFormat(L"", L"100%d %", 1);
 }
 
 TEST(String, ArgumentsMayReferToTheTextItself) {

@@ -1,5 +1,6 @@
 #include "base/ENotifyTrigger.h"
 #include "base/ESingleEvent.h"
+#include "base/EString.h"
 #include "base/EThread.h"
 #include "base/ITriggerListener.h"
 
@@ -78,27 +79,30 @@ struct Listener final : ITriggerListener {
     }
     std::string m_Heard;
     ENotifyTrigger m_Trigger;
-    void* m_pUnwanted = nullptr; // is unsubscribed once somebody was informed: its owner may be gone then
+    void* m_pUnwanted = nullptr;
 };
 
-TEST(NotifyTrigger, InformsThoseWhoMatchAndAreStillSubscribed) {
+TEST(NotifyTrigger, InformsThoseWhoAreStillSubscribed) {
     Listener listener;
     ENotifyTrigger& trigger = listener.m_Trigger;
-    EString names[][2] = {{L"Up", L"Alarms"}, {L"Up", L""}, {L"", L"Alarms"}, {L"", L""}, {L"Full", L"Alarms"}};
-    void* handles[5] = {};
-    for (std::size_t i = 0; i < 5; ++i) {
-        EXPECT_EQ(trigger.Subscribe(&listener, names[i][0], names[i][1], i, &handles[i]), RC_OK);
+    EString name(L"Up");
+    void* handles[3] = {};
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(trigger.Subscribe(&listener, name, name, i, &handles[i]), RC_OK);
     }
     std::string data = "d";
-    trigger.InformListeners(L"up", nullptr, 4, &data);
-    EXPECT_EQ(trigger.SubscribersFor(L"Full", L"Alarms"), 3U);
-    listener.m_pUnwanted = handles[1];
-    trigger.InformListeners(L"Up", L"Alarms", 5, &data);
-    EXPECT_EQ(trigger.Unsubscribe(&listener, names[2][0], names[2][1]), RC_OK);
-    trigger.InformListeners(L"Up", L"Alarms", 6, &data);
-    EXPECT_EQ(trigger.FullyUnsubscribe(), RC_OK);
-    EXPECT_EQ(trigger.SubscribersFor(L"Up", L"Alarms"), 0U);
-    EXPECT_EQ(listener.m_Heard, "3d4 0d5 2d5 3d5 0d6 3d6 ");
+    listener.m_pUnwanted = handles[1]; // leaves while it is informed
+    EXPECT_EQ(trigger.Unsubscribe(handles[0]), RC_OK);
+    EXPECT_EQ(trigger.Unsubscribe(handles[0]), RC_NOT_FOUND);
+    EXPECT_EQ(trigger.InformListeners(name, name, 5, &data), RC_OK);
+    EXPECT_EQ(trigger.InformListeners(name, name, 6, &data), RC_OK);
+    EXPECT_EQ(trigger.SubscribersFor(name, name), 1U);
+    EListener* found = nullptr;
+    EXPECT_EQ(trigger.FindListener(handles[2], found), RC_OK);
+    EXPECT_EQ(found->m_nContext, 2U);
+    EXPECT_EQ(trigger.Unsubscribe(&listener, name, name), RC_OK);
+    EXPECT_EQ(trigger.FindListener(handles[2], found), RC_NOT_FOUND);
+    EXPECT_EQ(listener.m_Heard, "1d5 2d5 2d6 ");
 }
 
 } // namespace

@@ -7,15 +7,13 @@ namespace {
 
 class SettingsTest : public ServiceTest {
 protected:
-    // The registered file specifications, each as its key and its file name: "Log=log.csv".
+    // The registered file specifications, each as its key and its file name, "Log=log.csv", sorted.
     Texts Registered() {
         Texts found;
-        EString key;
-        void* value = nullptr;
-        for (auto at = m_pService->m_FileSpecs.GetStartPosition(); at != nullptr;) {
-            m_pService->m_FileSpecs.GetNextAssoc(at, key, value);
-            found.push_back(Narrow(key) + '=' + Narrow(static_cast<EFileSpec*>(value)->m_FileName));
+        for (const auto& [key, value] : m_pService->m_FileSpecs) {
+            found.push_back(Narrow(key.c_str()) + '=' + Narrow(static_cast<EFileSpec*>(value)->m_FileName));
         }
+        std::ranges::sort(found);
         return found;
     }
 };
@@ -59,13 +57,13 @@ TEST_F(SettingsTest, RegistersTheFirstOfEachNameThatCanBeDelivered) {
                         SpecItems{.m_Name = "Mail", .m_File = "m", .m_nDelivery = 3},
                         SpecItems{.m_Name = "Odd", .m_File = "odd", .m_nDelivery = 9}};
     EXPECT_EQ(StartAnew(section), RC_OK);
-    EXPECT_EQ(Registered(), (Texts{"Log=first", "log=other", "Up=up", "Mail=m", "Odd=odd"}));
+    EXPECT_EQ(Registered(), (Texts{"Log=first", "Mail=m", "Odd=odd", "Up=up", "log=other"}));
     EXPECT_EQ(m_Kernel.m_Reporter.Messages(), Messages{});
     m_Kernel.m_Missing = {IID_UPLOAD_SERVICE, IID_EMAIL_SERVICE};
     m_Kernel.m_Reporter.m_OnReport = [this] { Alarm(L"refused"); }; // a kernel may log what it is told
     EXPECT_EQ(StartAnew(section), RC_OK);
     EXPECT_EQ(Queued(), (Texts{"refused", "refused"}));
-    EXPECT_EQ(Registered(), (Texts{"Log=first", "log=other", "Odd=odd"}));
+    EXPECT_EQ(Registered(), (Texts{"Log=first", "Odd=odd", "log=other"}));
     EXPECT_EQ(m_Kernel.m_Reporter.Messages(), (Messages{{LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_UPLOAD_SERVICE, ""},
                                                         {LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_EMAIL_SERVICE, ""}}));
 }

@@ -175,14 +175,14 @@ TEST(RunTest, SavesWhatWaitsAtASignalAndWritesItOnceAndFirstAfterTheNextStart) {
 TEST(RunTest, ReportsLinesThatCannotBeUsedWithTheirNumbers) {
     auto lines = Table("lines.txt");
     lines.insert(lines.begin(), {{std::string(2'000'000, 'x'), "longer than 1048576 bytes"},
-                                 {"\xFF", "column 1: found the byte 0xFF, expected an object"}});
+                                 {"\xFF", "column 1: syntax error while parsing value - invalid literal"}});
     const Place place({{"Alarms", "logs", "a-%i.csv"}});
     Program program = Program::Run();
     program.Write("{\"alarm\": {\"name\": \"first\"}, \"log\": \"Alarms\"}\n\n");
     std::vector<testing::Matcher<std::string>> errors;
     for (const auto& line : lines) {
         program.Write(line.at(0) + '\n');
-        errors.emplace_back(EndsWith("line " + std::to_string(errors.size() + 3) + ": " + line.at(1)));
+        errors.emplace_back(HasSubstr("line " + std::to_string(errors.size() + 3) + ": " + line.at(1)));
     }
     program.Write(R"({"alarm": {"name": "last, without an end of line"}, "log": "Alarms"})");
     EXPECT_EQ(program.Wait(), 1);
