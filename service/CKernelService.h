@@ -24,7 +24,8 @@ public:
     CKernelService& operator=(const CKernelService&) = delete;
 
     // Answers IID_KERNEL_SERVICE and asks the kernel for everything else. A look-up that comes in while one is being
-    // passed on (the kernel may ask the service back) gets RC_OK and finds `out` unchanged.
+    // passed on (the kernel may ask the service back) gets RC_OK and finds `out` unchanged. RC_NOT_MADE when the kernel
+    // throws.
     EResult GetInterface(unsigned long id, void** out) override;
     EResult Save(unsigned long section) override;
     EResult Restore(unsigned long section) override;

@@ -62,7 +62,7 @@ public:
         return std::ranges::count(Messages(), number, &ReportedMessage::m_nNumber);
     }
 
-    std::function<void()> m_OnReport;
+    std::function<void()> m_OnReport; // called while a message is reported
 
 private:
     mutable std::mutex m_Mutex;
