@@ -15,7 +15,7 @@ endif()
 add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wconversion -Werror)
 if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     # Clang counts sign conversions among -Wconversion, GCC does not in C++.
-    add_compile_options(-Wno-sign-conversion)
+    add_compile_options(-Wno-sign-conversion -Wthread-safety -Wthread-safety-beta)
 endif()
 
 # Files and dates past 2 GiB and 2038 on 32-bit targets; _TIME_BITS is only accepted together with _FILE_OFFSET_BITS.

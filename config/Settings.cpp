@@ -106,6 +106,7 @@ void ELogFile::ReleaseEvents(int before) {
     m_bRestoring = false;
     if (m_pKernelLogSpec != nullptr && m_EarlyEvents.GetCount() > before) {
         Guarded([this] {
+            m_QueueMutex.AssertHeld();
             WriteEarlyEvents();
             return RC_OK;
         });

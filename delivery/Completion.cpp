@@ -14,32 +14,13 @@ bool ELogFile::IsDelivering(const ELogFileDeliverySpec* job) {
     return job != nullptr && m_Deliveries.Find(job, nullptr) != nullptr;
 }
 
-void ELogFile::CountTransfer(ELogFileDeliverySpec* job) {
+void ELogFile::CompleteTransfers(ELogFileDeliverySpec* job, int finished, bool mayEnd) {
     const ELock lock(m_CompletionMutex, MUTEX_NAME);
-    if (IsDelivering(job)) {
-        ++job->m_nCompleted;
+    if (!IsDelivering(job)) {
+        return;
     }
-}
-
-void ELogFile::CompleteTransfer(ELogFileDeliverySpec* job) {
-    const ELock lock(m_CompletionMutex, MUTEX_NAME);
-    if (IsDelivering(job)) {
-        ++job->m_nCompleted;
-        job->OnComplete();
-    }
-}
-
-void ELogFile::CompleteIfDone(ELogFileDeliverySpec* job) {
-    const ELock lock(m_CompletionMutex, MUTEX_NAME);
-    if (IsDelivering(job)) {
-        job->OnComplete();
-    }
-}
-
-void ELogFile::CompleteJob(ELogFileDeliverySpec* job) {
-    const ELock lock(m_CompletionMutex, MUTEX_NAME);
-    if (IsDelivering(job)) {
-        job->SetAllCompleted();
+    job->m_nCompleted = finished == ALL_TRANSFERS ? job->m_Files.GetSize() : job->m_nCompleted + finished;
+    if (mayEnd) {
         job->OnComplete();
     }
 }
@@ -47,7 +28,7 @@ void ELogFile::CompleteJob(ELogFileDeliverySpec* job) {
 void ELogFile::OnEMailComplete(EMAILSTATUS /*status*/, void* job) {
     Guarded([&] {
         if (ELogFile* service = TheLogFile(); service != nullptr) { // a notice may come when the service is gone
-            service->CompleteTransfer(static_cast<ELogFileDeliverySpec*>(job));
+            service->CompleteTransfers(static_cast<ELogFileDeliverySpec*>(job), 1);
         }
         return RC_OK;
     });
@@ -55,7 +36,7 @@ void ELogFile::OnEMailComplete(EMAILSTATUS /*status*/, void* job) {
 
 void ELogFile::OnUploadComplete(unsigned long job, unsigned long /*status*/) {
     Guarded([&] {
-        CompleteJob(reinterpret_cast<ELogFileDeliverySpec*>(job));
+        CompleteTransfers(reinterpret_cast<ELogFileDeliverySpec*>(job), ALL_TRANSFERS);
         return RC_OK;
     });
 }

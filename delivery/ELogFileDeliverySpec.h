@@ -27,9 +27,6 @@ public:
     // finalises the job, takes it out of the list and frees it.
     void OnComplete();
 
-    // Counts every transfer as finished.
-    void SetAllCompleted() { m_nCompleted = m_Files.GetSize(); }
-
     ELogFile* m_pLogFile;   // not owned
     EFileSpec* m_pFileSpec; // not owned
     EString m_SpoolDir;     // the job's own directory, ending in '/'

@@ -51,7 +51,7 @@ EResult ELogFile::DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info) {
             m_pErrorReporter->Report(LEVEL_ERROR, SOURCE_LOG_FILE, MSG_EMAIL_NOT_STARTED);
         }
         message.reset();
-        CompleteJob(job);
+        CompleteTransfers(job, ALL_TRANSFERS);
         return 0;
     }
     bool allStarted = true;
@@ -66,7 +66,7 @@ EResult ELogFile::DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info) {
         });
         if (Failed(started)) {
             m_pErrorReporter->Report(LEVEL_ERROR, SOURCE_LOG_FILE, MSG_EMAIL_NOT_STARTED);
-            CountTransfer(job);
+            CompleteTransfers(job, 1, false);
             allStarted = false;
         }
     }
@@ -76,7 +76,7 @@ EResult ELogFile::DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info) {
     if (allStarted) {
         return 1;
     }
-    CompleteIfDone(job);
+    CompleteTransfers(job, 0);
     return 0;
 }
 

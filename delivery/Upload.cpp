@@ -41,7 +41,7 @@ public:
 EResult ELogFile::DeliverESFile(ELogFileDeliverySpec* job) {
     OwnedUploadFiles files;
     if (Failed(Guarded([&] { return files.AddAll(*job); }))) {
-        CompleteJob(job);
+        CompleteTransfers(job, ALL_TRANSFERS);
         return 0;
     }
     const EResult started = Guarded([&] {
@@ -56,7 +56,7 @@ EResult ELogFile::DeliverESFile(ELogFileDeliverySpec* job) {
     });
     if (Failed(started)) {
         m_pErrorReporter->Report(LEVEL_ERROR, SOURCE_LOG_FILE, MSG_UPLOAD_NOT_STARTED);
-        CompleteJob(job);
+        CompleteTransfers(job, ALL_TRANSFERS);
     }
     return 1;
 }

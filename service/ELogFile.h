@@ -16,6 +16,7 @@
 #include "base/IAction.h"
 #include "base/ILogFile.h"
 #include "base/ISMListener.h"
+#include "base/ThreadSafety.h"
 #include "service/CKernelService.h"
 
 #include <atomic>
@@ -48,7 +49,7 @@ constexpr const wchar_t* KERNEL_LOG_NAME = L"KernelLog";
 // thread at a time. Completion notices come on any thread.
 //
 // Locks. m_FileSpecMutex, m_QueueMutex and m_DeliveryMutex are never held together; a completion takes m_DeliveryMutex
-// inside m_CompletionMutex. docs/threads.md draws who takes which.
+// inside m_CompletionMutex. The compiler checks what each guards; docs/threads.md draws who takes which.
 //
 // Errors. Interface operations return an EResult and let no exception out; the operations of the file group answer 1 or
 // 0, and a row that cannot be written is dropped.
@@ -86,9 +87,9 @@ public:
     EResult Invoke(EString& actionName, EString& name, ETypedPtrList<EPtrList, EAttribute*>* attributes,
                    unsigned long count, EONEVENTSTRUCT* records, IErrorListener* listener) override;
 
-    // intake/: the queue. The caller holds m_QueueMutex and wakes the worker afterwards; the request belongs to the
-    // queue from here on, which frees it at once when QUEUE_LIMIT requests wait.
-    void PushLogInfo(ELogInfo* info);
+    // intake/: the queue. The caller wakes the worker afterwards; the request belongs to the queue from here on, which
+    // frees it at once when QUEUE_LIMIT requests wait.
+    void PushLogInfo(ELogInfo* info) KV_THREAD_SAFETY(requires_capability(m_QueueMutex));
     std::uint32_t GetDeliveryId();
     // The time that dates a snapshot row: the record's own when it is set, otherwise the value's.
     ETimeStamp GetEventTimeStamp(const EONEVENTSTRUCT* record, const CDataValue* value);
@@ -130,32 +131,34 @@ public:
     IKernelControl* m_pKernelControl = nullptr;        // 4138
     IStringTable* m_pStringTable = nullptr;            // 4142
     std::atomic<EFileSpec*> m_pKernelLogSpec{nullptr}; // the one named "KernelLog"; owned by m_FileSpecs
-    EMapStringToPtr m_FileSpecs{4};                    // name to EFileSpec*, owned
-    EMutex m_FileSpecMutex{MUTEX_NAME};                // guards m_FileSpecs
+    EMapStringToPtr m_FileSpecs KV_THREAD_SAFETY(guarded_by(m_FileSpecMutex)){4}; // name to EFileSpec*, owned
+    EMutex m_FileSpecMutex{MUTEX_NAME};
     EPersistentString m_TimeFormat;
     EPersistentString m_DateFormat;
     std::atomic<bool> m_bRunning{false}; // the worker is to go on
     EThread m_LogThread{4096, false};
     ESingleEvent m_WakeEvent;
-    EMutex m_QueueMutex{MUTEX_NAME}; // guards m_EarlyEvents, m_LogQueue and m_bRestoring
-    EPtrList m_EarlyEvents{4}; // EONEVENTSTRUCT*, owned: reported before there was a kernel log, or during Restore
-    EPtrList m_LogQueue{4};    // ELogInfo*, owned
+    EMutex m_QueueMutex{MUTEX_NAME};
+    // EONEVENTSTRUCT*, owned: reported before there was a kernel log, or during Restore.
+    EPtrList m_EarlyEvents KV_THREAD_SAFETY(guarded_by(m_QueueMutex)){4};
+    EPtrList m_LogQueue KV_THREAD_SAFETY(guarded_by(m_QueueMutex)){4}; // ELogInfo*, owned
     EStringArray m_SnapShotHeaders;
     EString m_SnapShotTitle; // the three titles and the event headings stay empty
     EStringArray m_AlarmHeaders;
     EString m_AlarmTitle;
     EStringArray m_EventHeaders;
     EString m_EventTitle;
-    EPtrList m_Deliveries{4};             // ELogFileDeliverySpec*, owned
-    EMutex m_DeliveryMutex{MUTEX_NAME};   // guards m_Deliveries
+    EPtrList m_Deliveries KV_THREAD_SAFETY(guarded_by(m_DeliveryMutex)){4}; // ELogFileDeliverySpec*, owned
+    EMutex m_DeliveryMutex KV_THREAD_SAFETY(acquired_after(m_CompletionMutex)){MUTEX_NAME};
     EMutex m_CompletionMutex{MUTEX_NAME}; // one completion at a time
     EMutex m_NameMutex{MUTEX_NAME};       // guards m_CurrentFile and the kernel log's end against GetAgentLogFile
 
 private:
     // service/
-    void DiscardRequests();
-    void DestroyFileSpecs();
-    void DestroyDeliveries();
+    // For the destructor: no other thread is left, and no lock is needed.
+    void DiscardRequests() KV_THREAD_SAFETY(no_thread_safety_analysis);
+    void DestroyFileSpecs() KV_THREAD_SAFETY(requires_capability(m_FileSpecMutex));
+    void DestroyDeliveries() KV_THREAD_SAFETY(no_thread_safety_analysis);
     EResult RegisterActions();
     void MakeKernelLog();
 
@@ -170,8 +173,8 @@ private:
     EResult Log(EString& name, int action, unsigned long count, EONEVENTSTRUCT* records);
     EResult QueueRequest(EFileSpec* spec, int action, unsigned long count, EONEVENTSTRUCT* records);
     int IdentifierOf(const EString& name);
-    void WriteEventNow(EONEVENTSTRUCT* record);
-    void WriteEarlyEvents();
+    void WriteEventNow(EONEVENTSTRUCT* record) KV_THREAD_SAFETY(requires_capability(m_QueueMutex));
+    void WriteEarlyEvents() KV_THREAD_SAFETY(requires_capability(m_QueueMutex));
     ELogInfo* TakeRequest();
     EStringArray& NewRow();
     void AppendDateAndTime(const ETimeStamp& stamp, EStringArray& row);
@@ -182,7 +185,7 @@ private:
     bool CanDeliver(const EFileSpec& spec);
     void MoveFilesToJob(EFileSpec* spec, ELogFileDeliverySpec* job);
 
-    bool m_bRestoring = false; // the kernel log may yet be refused
+    bool m_bRestoring KV_THREAD_SAFETY(guarded_by(m_QueueMutex)) = false; // the kernel log may yet be refused
 
     // files/
     bool AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited);
@@ -195,10 +198,10 @@ private:
 
     // delivery/
     bool IsDelivering(const ELogFileDeliverySpec* job);
-    void CountTransfer(ELogFileDeliverySpec* job);    // one more has finished, without a look at the job's end
-    void CompleteTransfer(ELogFileDeliverySpec* job); // one more has finished
-    void CompleteIfDone(ELogFileDeliverySpec* job);   // ends the job when all have finished
-    void CompleteJob(ELogFileDeliverySpec* job);      // all have finished
+    // So many more of the job's transfers have finished, or all of them. The job ends with the last, unless `mayEnd` is
+    // false: more of its sendings are about to be started. A job that is gone already is left alone.
+    static constexpr int ALL_TRANSFERS = -1;
+    void CompleteTransfers(ELogFileDeliverySpec* job, int finished, bool mayEnd = true);
     bool LoadDefinition(const ELogFileDeliverySpec* job, EMailMessage* message);
 
     // warm/
