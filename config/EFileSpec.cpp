@@ -86,11 +86,11 @@ EResult EFileSpec::RestoreItems(unsigned long section) {
 }
 
 void EFileSpec::PrepareDirectories() {
-    if (m_DeliveryMode != DELIVERY_NONE) {
+    if (IsSpooled()) {
         m_SpoolPath.Format(L".%cSpool%c", L'/', L'/');
         SetLogPath(&m_SpoolPath);
     }
-    if (m_DeliveryMode == DELIVERY_NONE || m_KeepCopy != 0) {
+    if (!IsSpooled() || m_KeepCopy != 0) {
         SetLogPath(&m_LogPath);
     }
 }

@@ -33,6 +33,9 @@ public:
     // cannot be made is reported and emptied: the files then go to the working directory.
     void SetLogPath(EString* path);
 
+    bool Delivers() const { return m_DeliveryMode == DELIVERY_UPLOAD || m_DeliveryMode == DELIVERY_EMAIL; }
+    bool IsSpooled() const { return m_DeliveryMode != DELIVERY_NONE; } // its files are written to m_SpoolPath
+
     // Makes m_pFilter for the format and encoding; none for an unknown format. The kernel log has no delimiter.
     void MakeFilter(bool kernelLog);
 

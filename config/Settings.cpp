@@ -5,11 +5,7 @@
 #include "base/EPersistentInt.h"
 #include "base/EPersistentPointerList.h"
 #include "base/Guarded.h"
-#include "base/IErrorReporter.h"
-#include "base/INameService.h"
-#include "base/Messages.h"
 #include "config/EFileSpec.h"
-#include "intake/Actions.h"
 #include "service/Entry.h"
 
 #include <cwchar>
@@ -32,10 +28,6 @@ struct SectionCloser {
         }
     }
     unsigned long m_nSection = 0;
-};
-
-struct Destroyer {
-    void operator()(EFileSpec* spec) const { spec->DestroyObject(); }
 };
 
 // The restored specifications that nobody else owns yet.
@@ -125,71 +117,4 @@ EResult ELogFile::RestoreSettings(unsigned long section) {
         result = m_TimeFormat.Restore(section);
     }
     return result;
-}
-
-// Enters the specification into the registry, or destroys it. The first of a name wins.
-void ELogFile::RegisterFileSpec(EFileSpec* restored) {
-    std::unique_ptr<EFileSpec, Destroyer> spec(restored);
-    EString plainName = spec->m_Name;
-    if (m_pNameService != nullptr) {
-        int id = -1;
-        m_pNameService->ParseName(&plainName, &id);
-    }
-    if (plainName == KERNEL_LOG_NAME) {
-        if (m_pKernelLogSpec != spec.get()) {
-            return;
-        }
-        spec->m_Name = plainName;
-        spec->m_FileName.Replace(L"EKernel", L"Kavro");
-    }
-    if (!IsDeliverable(*spec)) { // outside the lock: a kernel may log what it is told
-        return;
-    }
-    const ELock lock(m_FileSpecMutex, MUTEX_NAME);
-    void*& entry = m_FileSpecs[spec->m_Name];
-    if (entry == nullptr) {
-        entry = spec.release();
-    }
-}
-
-// Whether the gateway has the service by which the log file delivers; reports it when it has not.
-bool ELogFile::IsDeliverable(const EFileSpec& spec) {
-    if (spec.m_DeliveryMode == DELIVERY_UPLOAD && m_pUploadService == nullptr) {
-        m_pErrorReporter->Report(LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_UPLOAD_SERVICE);
-        return false;
-    }
-    if (spec.m_DeliveryMode == DELIVERY_EMAIL && m_pEMailService == nullptr) {
-        m_pErrorReporter->Report(LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_EMAIL_SERVICE);
-        return false;
-    }
-    return true;
-}
-
-EFileSpec* ELogFile::FindFileSpec(const wchar_t* name) {
-    const ELock lock(m_FileSpecMutex, MUTEX_NAME);
-    void* found = nullptr;
-    m_FileSpecs.Lookup(name, found);
-    return static_cast<EFileSpec*>(found);
-}
-
-EResult ELogFile::GetAgentLogFile(EString& fileName, int& format) {
-    return Guarded([&] {
-        fileName.Empty();
-        const ELock lock(m_NameMutex, MUTEX_NAME);
-        const EFileSpec* spec = m_pKernelLogSpec;
-        if (spec == nullptr) {
-            return RC_NOT_FOUND;
-        }
-        fileName = spec->m_CurrentFile;
-        format = spec->m_FileFormat;
-        return RC_OK;
-    });
-}
-
-EResult ELogFile::GetGatewayType(EString& actionName, GatewayType* type) {
-    if (type == nullptr) {
-        return RC_NO_RECORD;
-    }
-    *type = actionName == ACTION_NAME_EVENT ? GATEWAY_TYPE_EVENT : GATEWAY_TYPE_ANY;
-    return RC_OK;
 }

@@ -32,7 +32,7 @@ void AppendExpanded(IKernelService* service, const EFileSpec& spec, int index, c
 void ELogFile::CalcFileName(EFileSpec* spec, int index, const ETimeStamp* time, bool withPath, EString& name) {
     name.Empty();
     if (withPath) {
-        name += spec->m_DeliveryMode == DELIVERY_NONE ? spec->m_LogPath : spec->m_SpoolPath;
+        name += spec->IsSpooled() ? spec->m_SpoolPath : spec->m_LogPath;
     }
     AppendExpanded(this, *spec, index, time, name);
     const ELock lock(m_NameMutex, MUTEX_NAME);

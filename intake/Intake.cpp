@@ -21,10 +21,6 @@ const ActionName* FindAction(const EString& name) {
     return nullptr;
 }
 
-bool Delivers(const EFileSpec& spec) {
-    return spec.m_DeliveryMode == DELIVERY_UPLOAD || spec.m_DeliveryMode == DELIVERY_EMAIL;
-}
-
 } // namespace
 
 EResult ELogFile::ReportEvent(EONEVENTSTRUCT* record) {
@@ -93,7 +89,7 @@ EResult ELogFile::Invoke(EString& actionName, EString& name, ETypedPtrList<EPtrL
             return RC_NO_LOG_FILE;
         }
         const ActionName* action = FindAction(actionName);
-        if (action == nullptr || (action->m_Action == ACTION_DELIVERY && !Delivers(*spec))) {
+        if (action == nullptr || (action->m_Action == ACTION_DELIVERY && !spec->Delivers())) {
             return RC_NO_ACTION;
         }
         if (action->m_Action == ACTION_LOG_ALARM && records[0].m_nIdentifier != IdentifierOf(name)) {

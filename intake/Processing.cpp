@@ -78,6 +78,10 @@ EResult ELogFile::ProcessLogFile(ELogInfo* info) {
     return RC_OK; // a kind that only a damaged or newer file of saved requests can bring
 }
 
+ETimeStamp ELogFile::GetEventTimeStamp(const EONEVENTSTRUCT* record, const CDataValue* value) {
+    return record->m_TimeStamp.IsSet() ? record->m_TimeStamp : value->GetTimestamp();
+}
+
 EStringArray& ELogFile::NewRow() {
     m_Row.SetSize(0, -1);
     return m_Row;
@@ -133,23 +137,21 @@ void ELogFile::ProcessEvent(EFileSpec* spec, const EONEVENTSTRUCT& record) {
 void ELogFile::ProcessSnapShot(ELogInfo* info) {
     EFileSpec* spec = info->m_pFileSpec;
     if (!spec->m_bHeadersSet) {
-        spec->m_Headers.Copy(m_SnapShotHeaders);
+        EStringArray headings;
+        headings.Copy(m_SnapShotHeaders);
+        for (std::uint32_t i = 0; i < info->m_nEventCount; ++i) {
+            headings.Add() = info->m_pEvents[i].m_pszName;
+        }
+        SetHeadings(spec, headings, m_SnapShotTitle);
     }
     EStringArray& row = NewRow();
     for (std::uint32_t i = 0; i < info->m_nEventCount; ++i) {
         const EONEVENTSTRUCT& record = info->m_pEvents[i];
         ParseRecordName(m_pNameService, record);
-        if (!spec->m_bHeadersSet) {
-            spec->m_Headers.Add() = record.m_pszName;
-        }
         if (i == 0) {
             AppendDateAndTime(GetEventTimeStamp(&record, &record.m_Value), row);
         }
         FillSnapShotCell(record, row.Add());
-    }
-    if (!spec->m_bHeadersSet) {
-        spec->m_Title = m_SnapShotTitle;
-        spec->m_bHeadersSet = true;
     }
     if (info->m_nEventCount > 0) {
         WriteToFile(spec, &row);

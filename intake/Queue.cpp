@@ -1,8 +1,6 @@
 #include "service/ELogFile.h"
 
-#include "base/CDataValue.h"
-#include "base/EONEVENTSTRUCT.h"
-#include "base/EPRNG.h"
+#include "base/ELock.h"
 #include "intake/ELogInfo.h"
 
 #include <memory>
@@ -15,10 +13,8 @@ void ELogFile::PushLogInfo(ELogInfo* info) {
     }
 }
 
-std::uint32_t ELogFile::GetDeliveryId() {
-    return EPRNG::GetInt32();
-}
-
-ETimeStamp ELogFile::GetEventTimeStamp(const EONEVENTSTRUCT* record, const CDataValue* value) {
-    return record->m_TimeStamp.IsSet() ? record->m_TimeStamp : value->GetTimestamp();
+// The oldest request, which is the caller's from here on; null when none waits.
+ELogInfo* ELogFile::TakeRequest() {
+    const ELock lock(m_QueueMutex, MUTEX_NAME);
+    return static_cast<ELogInfo*>(m_LogQueue.RemoveHead());
 }

@@ -27,9 +27,3 @@ unsigned long ELogFile::LogFileThread() {
     }
     return 1;
 }
-
-// The oldest request, which is the caller's from here on; null when none waits.
-ELogInfo* ELogFile::TakeRequest() {
-    const ELock lock(m_QueueMutex, MUTEX_NAME);
-    return static_cast<ELogInfo*>(m_LogQueue.RemoveHead());
-}

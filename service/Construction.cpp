@@ -78,7 +78,7 @@ void ELogFile::DestroyFileSpecs() {
         if (spec == nullptr) {
             continue;
         }
-        if (spec->m_DeliveryMode != DELIVERY_NONE) {
+        if (spec->IsSpooled()) {
             Guarded([&] {
                 DeleteFiles(spec);
                 return RC_OK;
@@ -95,29 +95,4 @@ void ELogFile::DestroyDeliveries() {
         delete job;
     }
     m_Deliveries.RemoveAll();
-}
-
-EResult ELogFile::GetInterface(unsigned long id, void** out) {
-    *out = nullptr;
-    switch (id) {
-    case IID_KERNEL_SERVICE:
-        *out = static_cast<IKernelService*>(this);
-        return RC_INTERFACE_ANSWERED;
-    case IID_ACTION:
-        *out = static_cast<IAction*>(this);
-        return RC_INTERFACE_ANSWERED;
-    case IID_LOG_FILE:
-        *out = static_cast<ILogFile*>(this);
-        return RC_INTERFACE_ANSWERED;
-    case IID_RUN_TIME:
-        *out = static_cast<IRunTime*>(this);
-        return RC_INTERFACE_ANSWERED;
-    default:
-        return CKernelService::GetInterface(id, out);
-    }
-}
-
-EResult ELogFile::GetComponentId(unsigned long& id) {
-    id = static_cast<unsigned long>(SOURCE_LOG_FILE);
-    return RC_OK;
 }

@@ -2,6 +2,7 @@
 
 #include "base/EFileIO.h"
 #include "base/ELock.h"
+#include "base/EPRNG.h"
 #include "base/Guarded.h"
 #include "base/IErrorReporter.h"
 #include "base/INameService.h"
@@ -11,6 +12,10 @@
 #include "intake/ELogInfo.h"
 
 #include <memory>
+
+std::uint32_t ELogFile::GetDeliveryId() {
+    return EPRNG::GetInt32();
+}
 
 // Closes the current file, moves the files of the set into a directory of their own and hands them to a delivery job.
 EResult ELogFile::ProcessDelivery(ELogInfo* info) {
@@ -58,14 +63,9 @@ EResult ELogFile::ProcessDelivery(ELogInfo* info) {
 
 // A request that was saved before a warm restart may find that the configuration or the gateway has changed since.
 bool ELogFile::CanDeliver(const EFileSpec& spec) {
-    switch (spec.m_DeliveryMode) {
-    case DELIVERY_NONE:
-        return false;
-    case DELIVERY_UPLOAD:
-        return m_pUploadService != nullptr;
-    default:
-        return m_pEMailService != nullptr;
-    }
+    const bool canUpload = m_pUploadService != nullptr;
+    const bool canMail = m_pEMailService != nullptr;
+    return spec.IsSpooled() && (spec.m_DeliveryMode == DELIVERY_UPLOAD ? canUpload : canMail);
 }
 
 // A file that cannot be moved, be it for lack of memory, stays where it is; the others are delivered.

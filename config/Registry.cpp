@@ -1,0 +1,62 @@
+#include "service/ELogFile.h"
+
+#include "base/ELock.h"
+#include "base/IErrorReporter.h"
+#include "base/INameService.h"
+#include "base/Messages.h"
+#include "config/EFileSpec.h"
+
+#include <memory>
+
+namespace {
+
+struct Destroyer {
+    void operator()(EFileSpec* spec) const { spec->DestroyObject(); }
+};
+
+} // namespace
+
+// Enters the specification into the registry, or destroys it. The first of a name wins.
+void ELogFile::RegisterFileSpec(EFileSpec* restored) {
+    std::unique_ptr<EFileSpec, Destroyer> spec(restored);
+    EString plainName = spec->m_Name;
+    if (m_pNameService != nullptr) {
+        int id = -1;
+        m_pNameService->ParseName(&plainName, &id);
+    }
+    if (plainName == KERNEL_LOG_NAME) {
+        if (m_pKernelLogSpec != spec.get()) {
+            return;
+        }
+        spec->m_Name = plainName;
+        spec->m_FileName.Replace(L"EKernel", L"Kavro");
+    }
+    if (!IsDeliverable(*spec)) { // outside the lock: a kernel may log what it is told
+        return;
+    }
+    const ELock lock(m_FileSpecMutex, MUTEX_NAME);
+    void*& entry = m_FileSpecs[spec->m_Name];
+    if (entry == nullptr) {
+        entry = spec.release();
+    }
+}
+
+// Whether the gateway has the service by which the log file delivers; reports it when it has not.
+bool ELogFile::IsDeliverable(const EFileSpec& spec) {
+    if (spec.m_DeliveryMode == DELIVERY_UPLOAD && m_pUploadService == nullptr) {
+        m_pErrorReporter->Report(LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_UPLOAD_SERVICE);
+        return false;
+    }
+    if (spec.m_DeliveryMode == DELIVERY_EMAIL && m_pEMailService == nullptr) {
+        m_pErrorReporter->Report(LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_EMAIL_SERVICE);
+        return false;
+    }
+    return true;
+}
+
+EFileSpec* ELogFile::FindFileSpec(const wchar_t* name) {
+    const ELock lock(m_FileSpecMutex, MUTEX_NAME);
+    void* found = nullptr;
+    m_FileSpecs.Lookup(name, found);
+    return static_cast<EFileSpec*>(found);
+}
