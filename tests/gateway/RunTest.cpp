@@ -244,6 +244,25 @@ TEST(RunTest, KeepsUndeliveredFilesOverAStop) {
                 ElementsAre("Date,Time,n", EndsWith(",1"), EndsWith(",2"), EndsWith(",3")));
 }
 
+// In a directory with nothing but the program, and in whatever time zone.
+TEST(RunTest, TheReadmesCommandsEndWithTheRowThatItShows) {
+    std::string text = ReadWhole(KVTEST_SOURCES "../../README.md");
+    text = text.substr(text.find("\n## In two minutes\n") + 1);
+    text.resize(text.find("\n## "));
+    const std::regex block("(    .*\n)+");
+    const std::vector<std::string> blocks(std::sregex_token_iterator(text.begin(), text.end(), block), {});
+    ASSERT_EQ(blocks.size(), 3U) << "commands, an element of the configuration, the rows";
+    const Place place({});
+    fs::create_directories("build/release");
+    WriteWhole("build/release/kvgateway", std::string("#!/bin/sh\nexec ") + Program::GATEWAY + "\"$@\"\n");
+    fs::permissions("build/release/kvgateway", fs::perms(0755));
+    WriteWhole("commands", blocks[0]);
+    Program program("env TZ=EST5 sh -e commands");
+    ASSERT_EQ(program.Wait(), 0) << program.Errors();
+    EXPECT_THAT(program.Output(), EndsWith('\n' + std::regex_replace(blocks[2], std::regex("    (.*\n)"), "$1")));
+    EXPECT_THAT(ReadWhole("build/first/config/kvLogFile.json"), HasSubstr(blocks[1]));
+}
+
 #endif
 
 static std::string Bytes(const std::u32string& words) {
@@ -418,25 +437,6 @@ TEST(RunTest, ShowsItsProgressOnATerminal) {
     const std::string lines = "(\r\x1b\\[K" + line + ")*";
     const std::string message = "\r\x1b\\[Kkvgateway: line 2000: [^\r]+\r\n";
     EXPECT_TRUE(std::regex_match(shown, std::regex(lines + message + line + lines + "\r\x1b\\[K[^\x1b]+"))) << shown;
-}
-
-// In a directory with nothing but the program, and in whatever time zone.
-TEST(RunTest, TheReadmesCommandsEndWithTheRowThatItShows) {
-    std::string text = ReadWhole(KVTEST_SOURCES "../../README.md");
-    text = text.substr(text.find("\n## In two minutes\n") + 1);
-    text.resize(text.find("\n## "));
-    const std::regex block("(    .*\n)+");
-    const std::vector<std::string> blocks(std::sregex_token_iterator(text.begin(), text.end(), block), {});
-    ASSERT_EQ(blocks.size(), 3U) << "commands, an element of the configuration, the rows";
-    const Place place({});
-    fs::create_directories("build/release");
-    WriteWhole("build/release/kvgateway", std::string("#!/bin/sh\nexec ") + Program::GATEWAY + "\"$@\"\n");
-    fs::permissions("build/release/kvgateway", fs::perms(0755));
-    WriteWhole("commands", blocks[0]);
-    Program program("env TZ=EST5 sh -e commands");
-    ASSERT_EQ(program.Wait(), 0) << program.Errors();
-    EXPECT_THAT(program.Output(), EndsWith('\n' + std::regex_replace(blocks[2], std::regex("    (.*\n)"), "$1")));
-    EXPECT_THAT(ReadWhole("build/first/config/kvLogFile.json"), HasSubstr(blocks[1]));
 }
 
 TEST(RunTest, RefusesToStart) {
