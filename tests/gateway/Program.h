@@ -109,6 +109,9 @@ public:
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
     std::string Errors() const { return ReadWhole(m_Files + ".err"); }
+    bool Says(const std::string& text) const { // waits for it
+        return Eventually([&] { return Errors().find(text) != std::string::npos; });
+    }
     std::string Output() const { return ReadWhole(m_Files + ".out"); }
 
 private:
