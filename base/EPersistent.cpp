@@ -139,8 +139,7 @@ EResult MakeObject(Section& section, const EJsonValue& element, ObjectPtr& objec
     if (type.m_Kind != Kind::Text) {
         return section.FailItem(RC_ITEM_TYPE, type, "a text");
     }
-    EString name;
-    EUtility::Utf8Decode(type.m_Text.data(), type.m_Text.size(), name);
+    const EString name = Widen(type.m_Text);
 
     Registry& registry = GetRegistry();
     IPersistent* made = nullptr;
@@ -336,7 +335,8 @@ EResult EPersistentString::Restore(unsigned long section) {
         if (text.find('\0') != std::string::npos) {
             return open.FailItem(RC_ITEM_RANGE, *item, "one without null characters (\\u0000)");
         }
-        return EUtility::Utf8Decode(text.data(), text.size(), *this) ? RC_OK : RC_ITEM_RANGE;
+        *this = Widen(text);
+        return RC_OK;
     });
 }
 
