@@ -1,3 +1,6 @@
+// The configuration sections, EPersistent, and what is read from them: EPersistentInt, EPersistentString and
+// EPersistentPointerList.
+
 #include "base/EPersistent.h"
 
 #include "base/EFileIO.h"
@@ -86,6 +89,12 @@ EResult Guard(Work work) noexcept {
     } catch (...) {
         return RC_NOT_MADE;
     }
+}
+
+// The work of a reader of items, with the open section.
+template <class Work>
+EResult Read(unsigned long section, Work work) {
+    return section == 0 ? RC_NO_SECTION : Guard([&] { return work(GetSection(section)); });
 }
 
 EString MakePath(const wchar_t* name) {
@@ -289,17 +298,8 @@ EResult EPersistent::GetSectionFilename(const wchar_t* name, EString& fileName, 
     });
 }
 
-EPersistentInt& EPersistentInt::operator=(int value) {
-    m_nValue = value;
-    return *this;
-}
-
 EResult EPersistentInt::Restore(unsigned long section) {
-    if (section == 0) {
-        return RC_NO_SECTION;
-    }
-    return Guard([&] {
-        Section& open = GetSection(section);
+    return Read(section, [this](Section& open) {
         const EJsonValue* item = nullptr;
         const EResult result = TakeScalar(open, Kind::Integer, "an integer", item);
         if (Failed(result)) {
@@ -315,37 +315,23 @@ EResult EPersistentInt::Restore(unsigned long section) {
     });
 }
 
-EPersistentString& EPersistentString::operator=(const EString& text) {
-    EString::operator=(text);
-    return *this;
-}
-
 EResult EPersistentString::Restore(unsigned long section) {
-    if (section == 0) {
-        return RC_NO_SECTION;
-    }
-    return Guard([&] {
-        Section& open = GetSection(section);
+    return Read(section, [this](Section& open) {
         const EJsonValue* item = nullptr;
         const EResult result = TakeScalar(open, Kind::Text, "a text", item);
         if (Failed(result)) {
             return result;
         }
-        const std::string& text = item->m_Text;
-        if (text.find('\0') != std::string::npos) {
+        if (item->m_Text.find('\0') != std::string::npos) {
             return open.FailItem(RC_ITEM_RANGE, *item, "one without null characters (\\u0000)");
         }
-        *this = Widen(text);
+        *this = Widen(item->m_Text);
         return RC_OK;
     });
 }
 
 EResult EPersistentPointerList::Restore(unsigned long section) {
-    if (section == 0) {
-        return RC_NO_SECTION;
-    }
-    return Guard([&] {
-        Section& open = GetSection(section);
+    return Read(section, [&](Section& open) {
         if (open.AtEnd()) {
             return open.FailEnd("a list");
         }
