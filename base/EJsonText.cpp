@@ -268,10 +268,8 @@ EResult EJsonText::Load(const wchar_t* fileName, EJsonValue& root, EString& mess
 }
 
 EString EJsonText::Locate(const wchar_t* fileName, const EJsonPlace& place, const std::string& text) {
-    EString wide;
-    EUtility::Utf8Decode(text.data(), text.size(), wide);
     EString message;
-    message.Format(L"%s:%d:%d: %s", fileName, place.m_nLine, place.m_nColumn, wide);
+    message.Format(L"%s:%d:%d: %s", fileName, place.m_nLine, place.m_nColumn, Widen(text));
     return message;
 }
 

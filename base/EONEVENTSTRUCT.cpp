@@ -1,13 +1,14 @@
 #include "base/EONEVENTSTRUCT.h"
 
 #include "base/EFileIO.h"
+#include "base/EString.h"
 #include "base/LittleEndian.h"
 
-#include <algorithm>
 #include <array>
 #include <bit>
 #include <cwchar>
 #include <memory>
+#include <numeric>
 #include <utility>
 
 // A saved record, all numbers little-endian:
@@ -36,7 +37,7 @@ Texts TextsOf(const EONEVENTSTRUCT& record) {
     Texts texts{record.m_pszName, record.m_pszText, record.m_pszSource, record.m_pszDetail,
                 value.GetType() == CDataValue::Type::Text ? value.GetText() : nullptr};
     for (const wchar_t*& text : texts) {
-        text = text != nullptr ? text : L"";
+        text = OrEmpty(text);
     }
     return texts;
 }
@@ -66,11 +67,7 @@ void PointInto(EONEVENTSTRUCT& record, const wchar_t* room, const Lengths& lengt
 }
 
 std::size_t Sum(const Lengths& lengths) {
-    std::size_t sum = 0;
-    for (const std::size_t length : lengths) {
-        sum += length;
-    }
-    return sum;
+    return std::accumulate(lengths.begin(), lengths.end(), std::size_t{0});
 }
 
 unsigned char* PutStamp(unsigned char* out, const ETimeStamp& stamp) {
@@ -163,49 +160,19 @@ bool GetHead(const unsigned char* in, EONEVENTSTRUCT& record) {
 
 } // namespace
 
-EONEVENTSTRUCT::EONEVENTSTRUCT(const EONEVENTSTRUCT* source, bool deep) {
-    CopyFields(*source);
+EONEVENTSTRUCT::EONEVENTSTRUCT(const EONEVENTSTRUCT* source, bool deep) : EEventFields(*source) {
     if (!deep) {
         return;
     }
     const Texts texts = TextsOf(*source);
     const Lengths lengths = LengthsOf(texts);
-    m_pTexts = new wchar_t[Sum(lengths) + TEXTS];
-    wchar_t* at = m_pTexts;
+    m_pTexts = std::make_unique_for_overwrite<wchar_t[]>(Sum(lengths) + TEXTS);
+    wchar_t* at = m_pTexts.get();
     for (std::size_t i = 0; i < TEXTS; ++i) {
         std::wmemcpy(at, texts[i], lengths[i] + 1);
         at += lengths[i] + 1;
     }
-    PointInto(*this, m_pTexts, lengths);
-}
-
-EONEVENTSTRUCT::EONEVENTSTRUCT(EONEVENTSTRUCT&& other) noexcept : m_pTexts(std::exchange(other.m_pTexts, nullptr)) {
-    CopyFields(other);
-}
-
-EONEVENTSTRUCT& EONEVENTSTRUCT::operator=(EONEVENTSTRUCT&& other) noexcept {
-    std::swap(m_pTexts, other.m_pTexts); // which frees the old texts with `other`
-    CopyFields(other);
-    return *this;
-}
-
-EONEVENTSTRUCT::~EONEVENTSTRUCT() {
-    delete[] m_pTexts;
-}
-
-void EONEVENTSTRUCT::CopyFields(const EONEVENTSTRUCT& source) {
-    m_pszName = source.m_pszName;
-    m_pszText = source.m_pszText;
-    m_pszSource = source.m_pszSource;
-    m_pszDetail = source.m_pszDetail;
-    m_Value = source.m_Value;
-    m_TimeStamp = source.m_TimeStamp;
-    m_wState = source.m_wState;
-    m_nCode = source.m_nCode;
-    m_nAlarmNumber = source.m_nAlarmNumber;
-    std::copy_n(source.m_nPrefixNumbers, 4, m_nPrefixNumbers);
-    m_nIdentifier = source.m_nIdentifier;
-    m_nIndex = source.m_nIndex;
+    PointInto(*this, m_pTexts.get(), lengths);
 }
 
 int EONEVENTSTRUCT::Save(EFileIO* file) const {
@@ -240,8 +207,8 @@ int EONEVENTSTRUCT::Restore(EFileIO* file) {
     if (sum > LONGEST_TEXT || sum > file->GetBytesLeft() / 4) {
         return 0;
     }
-    restored.m_pTexts = new wchar_t[static_cast<std::size_t>(sum) + TEXTS];
-    wchar_t* out = restored.m_pTexts;
+    restored.m_pTexts = std::make_unique_for_overwrite<wchar_t[]>(static_cast<std::size_t>(sum) + TEXTS);
+    wchar_t* out = restored.m_pTexts.get();
     for (const std::size_t length : lengths) {
         if (file->ReadFrmFile(out, 4 * length, read) == 0 || read != 4 * length) {
             return 0;
@@ -249,7 +216,7 @@ int EONEVENTSTRUCT::Restore(EFileIO* file) {
         out[length] = L'\0';
         out += length + 1;
     }
-    PointInto(restored, restored.m_pTexts, lengths);
+    PointInto(restored, restored.m_pTexts.get(), lengths);
     *this = std::move(restored);
     return 1;
 }

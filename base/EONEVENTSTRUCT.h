@@ -6,39 +6,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 class EFileIO;
 
-// The record that a component reports: an event, an alarm, or one value of a snapshot.
-//
-// Its texts may be null, which counts as empty everywhere. They belong to whoever filled the record in, and must stay
-// valid while it is used; a record made by copying or by Restore owns its texts, in one allocation of its own. A record
-// belongs to one thread at a time.
-class KVBASE_API EONEVENTSTRUCT {
-public:
-    static constexpr std::uint16_t STATE_ACTIVE = 0x0002;
-    static constexpr std::uint16_t STATE_ACKED = 0x0004;
-
-    // The fewest bytes that Save writes for a record.
-    static constexpr std::size_t SAVED_SIZE_MIN = 79;
-
-    EONEVENTSTRUCT() = default;
-    // `deep`: with texts of its own, which stay valid when the source's are gone; otherwise referring to the source's.
-    // Throws std::bad_alloc.
-    EONEVENTSTRUCT(const EONEVENTSTRUCT* source, bool deep);
-    // A record that was moved from may only be destroyed or assigned to.
-    EONEVENTSTRUCT(EONEVENTSTRUCT&& other) noexcept;
-    EONEVENTSTRUCT& operator=(EONEVENTSTRUCT&& other) noexcept;
-    EONEVENTSTRUCT(const EONEVENTSTRUCT&) = delete;
-    EONEVENTSTRUCT& operator=(const EONEVENTSTRUCT&) = delete;
-    ~EONEVENTSTRUCT();
-
-    // Write and read the whole record at the file's position, little-endian and the same on every target. Non-zero on
-    // success. Lengths beyond the bytes that are left in the file, or beyond LONGEST_TEXT in all, fail before anything is
-    // allocated; after a failed Restore the record is unchanged.
-    int Save(EFileIO* file) const;
-    int Restore(EFileIO* file);
-
+// What a record says.
+struct EEventFields {
     const wchar_t* m_pszName = nullptr;
     const wchar_t* m_pszText = nullptr;
     const wchar_t* m_pszSource = nullptr;
@@ -51,9 +24,38 @@ public:
     std::int32_t m_nPrefixNumbers[4] = {0, 0, 0, 0};
     std::int32_t m_nIdentifier = 0;
     std::int32_t m_nIndex = 0; // the file index, where a record stands for a file name
+};
+
+// The record that a component reports: an event, an alarm, or one value of a snapshot.
+//
+// Its texts may be null, which counts as empty everywhere. They belong to whoever filled the record in, and must stay
+// valid while it is used; a record made by copying or by Restore owns its texts, in one allocation of its own. A record
+// belongs to one thread at a time.
+class KVBASE_API EONEVENTSTRUCT : public EEventFields {
+public:
+    static constexpr std::uint16_t STATE_ACTIVE = 0x0002;
+    static constexpr std::uint16_t STATE_ACKED = 0x0004;
+
+    // The fewest bytes that Save writes for a record.
+    static constexpr std::size_t SAVED_SIZE_MIN = 79;
+
+    EONEVENTSTRUCT() = default;
+    // `deep`: with texts of its own, which stay valid when the source's are gone; otherwise referring to the source's.
+    // Throws std::bad_alloc.
+    EONEVENTSTRUCT(const EONEVENTSTRUCT* source, bool deep);
+    // A record that was moved from may only be destroyed or assigned to.
+    EONEVENTSTRUCT(EONEVENTSTRUCT&&) noexcept = default;
+    EONEVENTSTRUCT& operator=(EONEVENTSTRUCT&&) noexcept = default;
+    EONEVENTSTRUCT(const EONEVENTSTRUCT&) = delete;
+    EONEVENTSTRUCT& operator=(const EONEVENTSTRUCT&) = delete;
+    ~EONEVENTSTRUCT() = default;
+
+    // Write and read the whole record at the file's position, little-endian and the same on every target. Non-zero on
+    // success. Lengths beyond the bytes that are left in the file, or beyond LONGEST_TEXT in all, fail before anything is
+    // allocated; after a failed Restore the record is unchanged.
+    int Save(EFileIO* file) const;
+    int Restore(EFileIO* file);
 
 private:
-    void CopyFields(const EONEVENTSTRUCT& source);
-
-    wchar_t* m_pTexts = nullptr; // the texts it owns, one behind the other
+    std::unique_ptr<wchar_t[]> m_pTexts; // the texts it owns, one behind the other
 };

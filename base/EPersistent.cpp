@@ -1,3 +1,6 @@
+// The configuration sections, EPersistent, and what is read from them: EPersistentInt, EPersistentString and
+// EPersistentPointerList.
+
 #include "base/EPersistent.h"
 
 #include "base/EFileIO.h"
@@ -79,6 +82,12 @@ Section& GetSection(unsigned long handle) {
     return *static_cast<Section*>(reinterpret_cast<ESectionRecord*>(handle));
 }
 
+// The work of a reader of items, with the open section.
+template <class Work>
+EResult Read(unsigned long section, Work work) {
+    return section == 0 ? RC_NO_SECTION : Guarded([&] { return work(GetSection(section)); });
+}
+
 EString MakePath(const wchar_t* name) {
     Registry& registry = GetRegistry();
     EString path;
@@ -130,8 +139,7 @@ EResult MakeObject(Section& section, const EJsonValue& element, ObjectPtr& objec
     if (type.m_Kind != Kind::Text) {
         return section.FailItem(RC_ITEM_TYPE, type, "a text");
     }
-    EString name;
-    EUtility::Utf8Decode(type.m_Text.data(), type.m_Text.size(), name);
+    const EString name = Widen(type.m_Text);
 
     Registry& registry = GetRegistry();
     IPersistent* made = nullptr;
@@ -281,17 +289,8 @@ EResult EPersistent::GetSectionFilename(const wchar_t* name, EString& fileName, 
     });
 }
 
-EPersistentInt& EPersistentInt::operator=(int value) {
-    m_nValue = value;
-    return *this;
-}
-
 EResult EPersistentInt::Restore(unsigned long section) {
-    if (section == 0) {
-        return RC_NO_SECTION;
-    }
-    return Guarded([&] {
-        Section& open = GetSection(section);
+    return Read(section, [this](Section& open) {
         const EJsonValue* item = nullptr;
         const EResult result = TakeScalar(open, Kind::Integer, "an integer", item);
         if (Failed(result)) {
@@ -307,36 +306,23 @@ EResult EPersistentInt::Restore(unsigned long section) {
     });
 }
 
-EPersistentString& EPersistentString::operator=(const EString& text) {
-    EString::operator=(text);
-    return *this;
-}
-
 EResult EPersistentString::Restore(unsigned long section) {
-    if (section == 0) {
-        return RC_NO_SECTION;
-    }
-    return Guarded([&] {
-        Section& open = GetSection(section);
+    return Read(section, [this](Section& open) {
         const EJsonValue* item = nullptr;
         const EResult result = TakeScalar(open, Kind::Text, "a text", item);
         if (Failed(result)) {
             return result;
         }
-        const std::string& text = item->m_Text;
-        if (text.find('\0') != std::string::npos) {
+        if (item->m_Text.find('\0') != std::string::npos) {
             return open.FailItem(RC_ITEM_RANGE, *item, "one without null characters (\\u0000)");
         }
-        return EUtility::Utf8Decode(text.data(), text.size(), *this) ? RC_OK : RC_ITEM_RANGE;
+        *this = Widen(item->m_Text);
+        return RC_OK;
     });
 }
 
 EResult EPersistentPointerList::Restore(unsigned long section) {
-    if (section == 0) {
-        return RC_NO_SECTION;
-    }
-    return Guarded([&] {
-        Section& open = GetSection(section);
+    return Read(section, [&](Section& open) {
         if (open.AtEnd()) {
             return open.FailEnd("a list");
         }

@@ -8,7 +8,6 @@ class KVBASE_API EPersistentInt {
 public:
     EPersistentInt() = default;
     EPersistentInt(int value) : m_nValue(value) {}
-    EPersistentInt& operator=(int value);
     operator int() const { return m_nValue; }
 
     // Reads the next item of the section. After a failure (RC_ITEM_MISSING, RC_ITEM_TYPE, RC_ITEM_RANGE) the value is

@@ -9,7 +9,6 @@ public:
     using EString::EString;
     using EString::operator=;
     EPersistentString() = default;
-    EPersistentString& operator=(const EString& text);
 
     // Reads the next item of the section, as EPersistentInt does.
     EResult Restore(unsigned long section);

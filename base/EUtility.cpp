@@ -1,104 +1,45 @@
 #include "base/EUtility.h"
 
-#include <cstdint>
-#include <string>
+#include <algorithm>
+#include <iterator>
 
-namespace {
-
-bool IsScalarValue(std::uint32_t value) {
-    return value < 0xD800 || (value > 0xDFFF && value <= 0x10FFFF);
-}
-
-// The number of bytes that a sequence with this first byte has, and the bits of the character that are in it; 0 for a
-// byte that begins no sequence.
-std::size_t SequenceLength(unsigned char first, std::uint32_t& bits) {
-    if (first < 0x80) {
-        bits = first;
-        return 1;
-    }
-    if (first >= 0xC2 && first < 0xE0) {
-        bits = first & 0x1FU;
-        return 2;
-    }
-    if (first >= 0xE0 && first < 0xF0) {
-        bits = first & 0x0FU;
-        return 3;
-    }
-    if (first >= 0xF0 && first < 0xF5) {
-        bits = first & 0x07U;
-        return 4;
-    }
-    return 0;
-}
-
-// Decodes the sequence at `bytes`; its length, or 0 when it is not well-formed.
-std::size_t DecodeSequence(const unsigned char* bytes, std::size_t left, std::uint32_t& value) {
-    const std::size_t length = SequenceLength(bytes[0], value);
-    if (length == 0 || length > left) {
-        return 0;
-    }
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((bytes[i] & 0xC0U) != 0x80) {
-            return 0;
-        }
-        value = (value << 6) | (bytes[i] & 0x3FU);
-    }
-    const bool overlong = (length == 3 && value < 0x800) || (length == 4 && value < 0x10000);
-    return overlong || !IsScalarValue(value) ? 0 : length;
-}
-
-} // namespace
-
-std::size_t EUtility::Utf8EncodeCharacter(wchar_t character, unsigned char bytes[4]) {
-    const auto value = static_cast<std::uint32_t>(character);
-    if (value < 0x80) {
-        bytes[0] = static_cast<unsigned char>(value);
-        return 1;
-    }
-    if (!IsScalarValue(value)) {
-        return 0;
-    }
-    const std::size_t length = value < 0x800 ? 2 : value < 0x10000 ? 3 : 4;
-    std::uint32_t rest = value;
-    for (std::size_t i = length - 1; i > 0; --i) {
-        bytes[i] = static_cast<unsigned char>(0x80U | (rest & 0x3FU));
-        rest >>= 6;
-    }
-    const std::uint32_t mark = length == 2 ? 0xC0U : length == 3 ? 0xE0U : 0xF0U;
-    bytes[0] = static_cast<unsigned char>(mark | rest);
-    return length;
-}
+#include <utf8/checked.h>
+#include <utf8/unchecked.h>
 
 void EUtility::Utf8Encode(const wchar_t* text, EByteArray& bytes) {
-    constexpr wchar_t REPLACEMENT = 0xFFFD;
-    for (; text != nullptr && *text != L'\0'; ++text) {
-        unsigned char sequence[4];
-        std::size_t length = Utf8EncodeCharacter(*text, sequence);
-        if (length == 0) {
-            length = Utf8EncodeCharacter(REPLACEMENT, sequence);
-        }
-        const int end = bytes.GetSize();
-        bytes.SetSize(end + static_cast<int>(length), -1);
-        for (std::size_t i = 0; i < length; ++i) {
-            bytes.GetData()[static_cast<std::size_t>(end) + i] = sequence[i];
-        }
+    const std::string encoded = Narrow(text);
+    const int end = bytes.GetSize();
+    bytes.SetSize(end + static_cast<int>(encoded.size()), -1);
+    std::copy(encoded.begin(), encoded.end(), bytes.GetData() + end);
+}
+
+std::size_t EUtility::Utf8EncodeCharacter(wchar_t character, unsigned char bytes[4]) {
+    try {
+        return static_cast<std::size_t>(utf8::append(static_cast<char32_t>(character), bytes) - bytes);
+    } catch (const utf8::invalid_code_point&) {
+        return 0;
     }
 }
 
-bool EUtility::Utf8Decode(const char* bytes, std::size_t length, EString& text) {
-    const auto* at = reinterpret_cast<const unsigned char*>(bytes);
-    std::wstring decoded;
-    decoded.reserve(length);
-    while (length > 0) {
-        std::uint32_t value = 0;
-        const std::size_t count = DecodeSequence(at, length, value);
-        if (count == 0) {
-            return false;
-        }
-        decoded += static_cast<wchar_t>(value);
-        at += count;
-        length -= count;
+EString Widen(const std::string& text) {
+    const auto isNotAscii = [](char c) { return static_cast<unsigned char>(c) >= 0x80; };
+    const auto rest = std::find_if(text.begin(), text.end(), isNotAscii); // mostly there is none
+    std::wstring wide(text.begin(), rest);
+    if (!utf8::is_valid(rest, text.end())) {
+        return {};
     }
-    text = EString(decoded.data(), decoded.size());
-    return true;
+    utf8::unchecked::utf8to32(rest, text.end(), std::back_inserter(wide));
+    return {wide.data(), wide.size()};
+}
+
+std::string Narrow(const wchar_t* text) {
+    std::string bytes;
+    for (text = OrEmpty(text); *text != L'\0'; ++text) {
+        try {
+            utf8::append(static_cast<char32_t>(*text), std::back_inserter(bytes));
+        } catch (const utf8::invalid_code_point&) {
+            bytes += "\uFFFD";
+        }
+    }
+    return bytes;
 }

@@ -17,9 +17,8 @@ constexpr int LONGEST_PIECE = 11;
 
 // UTF-8, or single characters where it is none.
 EString Decode(std::string_view bytes) {
-    EString text;
-    if (!EUtility::Utf8Decode(bytes.data(), bytes.size(), text)) {
-        text.Empty();
+    EString text = Widen(std::string(bytes));
+    if (text.IsEmpty()) {
         for (const char byte : bytes) {
             text += static_cast<wchar_t>(static_cast<unsigned char>(byte));
         }

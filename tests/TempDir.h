@@ -34,8 +34,8 @@ private:
 
 // The wide form of UTF-8 text.
 inline EString Wide(const std::string& text) {
-    EString wide;
-    if (!EUtility::Utf8Decode(text.data(), text.size(), wide)) {
+    EString wide = Widen(text);
+    if (wide.IsEmpty() && !text.empty()) {
         throw std::runtime_error("not UTF-8: " + text);
     }
     return wide;

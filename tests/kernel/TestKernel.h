@@ -27,12 +27,6 @@
 // A kernel for tests: serves every interface that the module asks for, does what the test has scripted, and keeps what
 // it was told. All texts are UTF-8. The scripts are set before the threads start; the records are read after they ended.
 
-inline std::string Narrow(const wchar_t* text) {
-    EByteArray bytes;
-    EUtility::Utf8Encode(text, bytes);
-    return {bytes.GetData(), bytes.GetData() + bytes.GetSize()};
-}
-
 struct ReportedMessage {
     int m_nLevel;
     int m_nSource;
