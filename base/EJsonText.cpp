@@ -191,9 +191,7 @@ private:
 // All bytes of a regular file.
 EResult ReadWhole(const wchar_t* fileName, std::string& bytes, EString& message) {
     const auto refuse = [&](const std::string& reason) {
-        EString wide;
-        EUtility::Utf8Decode(reason.data(), reason.size(), wide);
-        message.Format(L"%s: cannot be read: %s", fileName, static_cast<const wchar_t*>(wide));
+        message.Format(L"%s: cannot be read: %s", fileName, static_cast<const wchar_t*>(Widen(reason)));
         return RC_SECTION_UNREADABLE;
     };
     if (EFileIO::IsMissing(fileName)) {
