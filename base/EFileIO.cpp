@@ -101,6 +101,7 @@ bool MoveAcross(const char* source, const char* target) {
 }
 
 std::atomic<EFileIO::FailureHook> g_Hook = nullptr;
+std::atomic<bool> g_bDeleting = true;
 
 void TellFailure(const char* name, int error) {
     if (const EFileIO::FailureHook hook = g_Hook) {
@@ -229,7 +230,7 @@ int EFileIO::AppendToFile(const wchar_t* name, const void* data, unsigned long l
 
 int EFileIO::DeleteFile(const wchar_t* name, bool /*moveToTrash*/) {
     const Name path(name);
-    return Uninterrupted([&] { return unlink(path); }) == 0 ? 1 : 0;
+    return g_bDeleting && Uninterrupted([&] { return unlink(path); }) == 0 ? 1 : 0;
 }
 
 int EFileIO::RenameFile(const wchar_t* from, const wchar_t* to) {
@@ -283,6 +284,10 @@ int EFileIO::RemoveDir(const wchar_t* path) {
 
 void EFileIO::SetFailureHook(FailureHook hook) {
     g_Hook = hook;
+}
+
+void EFileIO::SetDeleting(bool works) {
+    g_bDeleting = works;
 }
 
 void EFileIO::ConvertPathString(wchar_t* path) {

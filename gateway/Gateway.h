@@ -5,9 +5,9 @@
 #include "gateway/Report.h"
 #include "gateway/SavedRequests.h"
 #include "gateway/WorkDirectory.h"
-#include "gateway/transport/Transports.h"
+#include "gateway/outbox/Outbox.h"
 
-// The running module with its kernel and transports. One thread.
+// The running module with its kernel and outbox. One thread.
 class Gateway {
 public:
     // The most requests that wait in the module; a further one is dropped.
@@ -30,7 +30,7 @@ public:
     // otherwise it is dropped. False, which is said, when it could not be saved.
     bool End(bool save);
 
-    ETransports* Transports() { return m_pTransports.get(); } // may be null
+    Outbox* GetOutbox() { return m_pOutbox.get(); } // may be null
 
     struct Counters {
         std::uint64_t m_nReports = 0;
@@ -45,7 +45,7 @@ public:
 
 private:
     void Start();
-    void ReportInterruptedDeliveries() const;
+    void StopOutbox();
     void RestoreRequests();
     bool CanReport(const SavedRequest& request) const;
     void ReportAgain(SavedRequest& request);
@@ -56,7 +56,7 @@ private:
     const Configuration& m_Configuration;
     std::filesystem::path m_Directory; // of the configuration, absolute
     WorkDirectory m_Work;
-    std::unique_ptr<ETransports> m_pTransports;
+    std::unique_ptr<Outbox> m_pOutbox;
     Kernel m_Kernel;
     Module m_Module;
     std::filesystem::path m_Saved;   // where a clean stop leaves requests for the next start

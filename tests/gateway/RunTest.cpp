@@ -174,8 +174,6 @@ TEST(RunTest, ReportsLinesThatCannotBeUsedWithTheirNumbers) {
                 ElementsAre(StartsWith("Date,Time,Name"), HasSubstr(",first,"), HasSubstr(",last, without an end")));
 }
 
-#ifndef KV_WITHOUT_TRANSPORTS
-
 // Headings of another language, an identifier's log file with its own rows, texts beyond ASCII, two schedules.
 TEST(RunTest, FollowsGatewayJson) {
     const Place place({{.m_Name = "Alarms@7", .m_File = "seven-%i.html", .m_nFormat = 2},
@@ -224,8 +222,6 @@ TEST(RunTest, KeepsUndeliveredFilesOverAStop) {
     EXPECT_THAT(Rows("there/trend-", ".csv"),
                 ElementsAre("Date,Time,n", EndsWith(",1"), EndsWith(",2"), EndsWith(",3")));
 }
-
-#endif
 
 static std::string Bytes(const std::u32string& words) {
     return {reinterpret_cast<const char*>(words.data()), sizeof(char32_t) * words.size()};
