@@ -11,10 +11,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-void Check(int result, const fs::path& path) {
-    if (result < 0) {
-        throw std::system_error(errno, std::generic_category(), path.string());
-    }
+[[noreturn]] void Fail(int error, const fs::path& path) {
+    throw std::system_error(error, std::generic_category(), path.string());
 }
 
 // 0, or errno: EEXIST when there is something of that name.
@@ -22,16 +20,16 @@ int RenameToNew(const fs::path& from, const fs::path& to) {
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
         return 0;
     }
-    if (errno != EINVAL) {
-        return errno;
-    }
-    return link(from.c_str(), to.c_str()) == 0 && unlink(from.c_str()) == 0 ? 0 : errno; // as on NFS
+    const bool isUnknown = errno == EINVAL; // as on NFS, where a link does not replace either
+    return isUnknown && link(from.c_str(), to.c_str()) == 0 && unlink(from.c_str()) == 0 ? 0 : errno;
 }
 
 } // namespace
 
 OpenFile::OpenFile(int file, const fs::path& what) : m_nFile(file) {
-    Check(file, what);
+    if (file < 0) {
+        Fail(errno, what);
+    }
 }
 
 OpenFile::~OpenFile() {
@@ -39,24 +37,24 @@ OpenFile::~OpenFile() {
 }
 
 void Sync(const fs::path& path) {
-    Check(fsync(OpenFile(open(path.c_str(), O_RDONLY | O_CLOEXEC), path).Get()), path);
+    if (fsync(OpenFile(open(path.c_str(), O_RDONLY | O_CLOEXEC), path).Get()) != 0) {
+        Fail(errno, path);
+    }
 }
 
 void MakeDirectory(const fs::path& path) {
-    if (fs::is_directory(path)) {
-        return;
-    }
     const fs::path parent = fs::absolute(path).parent_path();
-    MakeDirectory(parent);
-    fs::create_directory(path);
-    Sync(parent);
+    if (!fs::is_directory(path)) {
+        MakeDirectory(parent);
+        fs::create_directory(path);
+        Sync(parent);
+    }
 }
 
 void MoveInto(const fs::path& file, const fs::path& directory, const std::string& part, unsigned& next) {
     MakeDirectory(directory);
-    const fs::path name = file.filename();
     fs::path source = file;
-    fs::path target = directory / name;
+    fs::path target = directory / file.filename();
     int error = RenameToNew(source, target);
     if (error == EXDEV) {
         source = directory / part;
@@ -64,12 +62,12 @@ void MoveInto(const fs::path& file, const fs::path& directory, const std::string
         Sync(source);
         error = RenameToNew(source, target);
     }
-    while (error == EEXIST) {
-        next = std::max(next, 2U);
-        target = directory / (name.stem().string() + '~' + std::to_string(next++) + name.extension().string());
+    for (next = std::max(next, 2U); error == EEXIST; ++next) {
+        target = directory / (file.stem().string() + '~' + std::to_string(next) + file.extension().string());
         error = RenameToNew(source, target);
     }
-    errno = error;
-    Check(error != 0 ? -1 : 0, target);
+    if (error != 0) {
+        Fail(error, target);
+    }
     Sync(directory);
 }

@@ -6,21 +6,14 @@
 #include <memory>
 #include <mutex>
 #include <system_error>
-#include <unistd.h>
 
 namespace {
 
-template <auto FREE>
-struct Cleanup {
-    template <typename Type>
-    void operator()(Type* object) const {
-        FREE(object);
-    }
+struct Unref {
+    void operator()(gpointer object) const { g_object_unref(object); }
 };
 template <typename Type>
-using Object = std::unique_ptr<Type, Cleanup<g_object_unref>>;
-using Text = std::unique_ptr<char, Cleanup<g_free>>;
-using Time = std::unique_ptr<GDateTime, Cleanup<g_date_time_unref>>;
+using Object = std::unique_ptr<Type, Unref>;
 
 GMimeStream* OpenStream(const std::filesystem::path& path, int flags) {
     const int file = open(path.c_str(), flags | O_CLOEXEC, 0600);
@@ -30,10 +23,24 @@ GMimeStream* OpenStream(const std::filesystem::path& path, int flags) {
     return g_mime_stream_fs_new(file); // closes the file
 }
 
-void AddAddresses(GMimeMessage* message, GMimeAddressType type, const std::vector<std::string>& addresses) {
-    for (const auto& address : addresses) {
-        g_mime_message_add_mailbox(message, type, nullptr, address.c_str());
+void AddHeadings(GMimeMessage* message, const std::string& from, const MailDefinition& definition) {
+    const std::tuple<GMimeAddressType, std::vector<std::string>> headings[] = {
+        {GMIME_ADDRESS_TYPE_FROM, {from}},
+        {GMIME_ADDRESS_TYPE_TO, definition.m_To},
+        {GMIME_ADDRESS_TYPE_CC, definition.m_Cc},
+        {GMIME_ADDRESS_TYPE_BCC, definition.m_Bcc}};
+    for (const auto& [type, addresses] : headings) {
+        for (const std::string& address : addresses) {
+            g_mime_message_add_mailbox(message, type, nullptr, address.c_str());
+        }
     }
+    g_mime_message_set_subject(message, definition.m_Subject.c_str(), "utf-8");
+    char* const id = g_mime_utils_generate_message_id(from.substr(from.find('@') + 1).c_str());
+    g_mime_message_set_message_id(message, id);
+    g_free(id);
+    GDateTime* const now = g_date_time_new_now_local();
+    g_mime_message_set_date(message, now);
+    g_date_time_unref(now);
 }
 
 void AddText(GMimeMultipart* parts, const std::string& text) {
@@ -54,18 +61,6 @@ void AddAttachment(GMimeMultipart* parts, const std::filesystem::path& path) {
     g_mime_object_set_disposition(GMIME_OBJECT(part.get()), GMIME_DISPOSITION_ATTACHMENT);
     g_mime_part_set_filename(part.get(), path.filename().c_str());
     g_mime_multipart_add(parts, GMIME_OBJECT(part.get()));
-}
-
-void AddHeadings(GMimeMessage* message, const std::string& from, const MailDefinition& definition) {
-    AddAddresses(message, GMIME_ADDRESS_TYPE_FROM, {from});
-    AddAddresses(message, GMIME_ADDRESS_TYPE_TO, definition.m_To);
-    AddAddresses(message, GMIME_ADDRESS_TYPE_CC, definition.m_Cc);
-    AddAddresses(message, GMIME_ADDRESS_TYPE_BCC, definition.m_Bcc);
-    g_mime_message_set_subject(message, definition.m_Subject.c_str(), "utf-8");
-    const Text id(g_mime_utils_generate_message_id(from.substr(from.find('@') + 1).c_str()));
-    g_mime_message_set_message_id(message, id.get());
-    const Time now(g_date_time_new_now_local());
-    g_mime_message_set_date(message, now.get());
 }
 
 } // namespace

@@ -1,31 +1,142 @@
 #include "gateway/outbox/Outbox.h"
 
-#include <algorithm>
+#include "base/EMailMessage.h"
+#include "base/EUploadFiles.h"
+#include "base/ISMListener.h"
+#include "gateway/Text.h"
+#include "gateway/outbox/Mime.h"
 
-Outbox::Outbox(const MailSettings* mail, const OutboxSettings* upload, const Reporter& report) {
-    if (mail != nullptr) {
-        m_pMail = std::make_unique<MailService>(*mail, report);
-        m_Queues.push_back(&m_pMail->m_Queue);
+#include <sstream>
+#include <utility>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool IsFile(const fs::path& path) {
+    std::error_code ignored;
+    return fs::is_regular_file(path, ignored);
+}
+
+// The files of a list ";path;path". A path may have a ';' of its own: what is no file by itself is tried together with
+// what follows.
+std::vector<fs::path> FindAttachments(const std::string& list, const Reporter& report) {
+    std::vector<fs::path> files;
+    std::string missing;
+    const auto leaveOut = [&] {
+        if (!missing.empty()) {
+            report("e-mail: attachment not found, and left out: " + std::exchange(missing, ""));
+        }
+    };
+    std::istringstream items(list);
+    for (std::string item; std::getline(items, item, ';');) {
+        if (IsFile(item)) {
+            leaveOut();
+        }
+        missing += (missing.empty() ? "" : ";") + item;
+        if (IsFile(missing)) {
+            files.emplace_back(std::exchange(missing, ""));
+        }
     }
-    if (upload != nullptr) {
-        m_pUpload = std::make_unique<UploadService>(*upload, report);
-        m_Queues.push_back(&m_pUpload->m_Queue);
+    leaveOut();
+    return files;
+}
+
+} // namespace
+
+Outbox::Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload,
+               const Reporter& report)
+    : m_Report(report) {
+    if (mail) {
+        m_From = mail->m_From;
+        for (const MailDefinition& definition : mail->m_Definitions) {
+            m_Definitions[definition.m_Name] = definition;
+        }
+        m_pMails = std::make_unique<Queue>("e-mail", "outbox/mail", *mail, report);
+    }
+    if (upload) {
+        m_pUploads = std::make_unique<Queue>("upload", "outbox/upload", *upload, report);
     }
 }
 
-bool Outbox::Drain(std::chrono::milliseconds time) {
-    const auto end = Queue::Clock::now() + time;
-    return std::count_if(m_Queues.begin(), m_Queues.end(), [&](Queue* queue) { return !queue->Drain(end); }) == 0;
+std::vector<Queue*> Outbox::Queues() const {
+    std::vector<Queue*> queues{m_pMails.get(), m_pUploads.get()};
+    std::erase(queues, nullptr);
+    return queues;
 }
 
-void Outbox::Stop() {
-    std::for_each(m_Queues.begin(), m_Queues.end(), [](Queue* queue) { queue->Stop(); });
+EMailMessage* Outbox::CreateMessage() {
+    return new (std::nothrow) EMailMessage;
 }
 
-std::vector<QueueCounters> Outbox::Counters() const {
-    std::vector<QueueCounters> counters;
-    for (const Queue* const queue : m_Queues) {
-        counters.push_back(queue->Counters());
+void Outbox::ReleaseMessage(EMailMessage* message) {
+    delete message;
+}
+
+std::optional<MailDefinition> Outbox::FindDefinition(const std::string& name) {
+    const std::lock_guard lock(m_Mutex);
+    const auto found = m_Definitions.find(name);
+    return found != m_Definitions.end() ? std::optional(found->second) : std::nullopt;
+}
+
+EResult Outbox::LoadMessage(EMailMessage* message) {
+    const auto definition = FindDefinition(Narrow(message->m_Name));
+    message->m_Attachments = definition ? Widen(definition->m_Attachments) : EString();
+    return definition ? RC_OK : RC_NOT_FOUND;
+}
+
+EResult Outbox::StoreMessage(EMailMessage* message) {
+    const std::lock_guard lock(m_Mutex);
+    const auto found = m_Definitions.find(Narrow(message->m_Name));
+    if (found == m_Definitions.end()) {
+        return RC_NOT_FOUND;
     }
-    return counters;
+    found->second.m_Attachments = Narrow(message->m_Attachments);
+    return RC_OK;
+}
+
+EResult Outbox::SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* /*record*/) {
+    return Mail(Narrow(name), "", [=] { completion(EMAIL_SENT, context); });
+}
+
+EResult Outbox::Mail(const std::string& name, const std::string& attachment, const Queue::Notice& notice) {
+    auto definition = FindDefinition(name);
+    if (!definition) {
+        return RC_NOT_FOUND;
+    }
+    definition->m_Attachments += attachment;
+    const auto write = [from = m_From, report = m_Report, definition](const fs::path& file) {
+        WriteMail(from, *definition, FindAttachments(definition->m_Attachments, report), file);
+    };
+    m_pMails->Accept(NO_IDENTIFIER, "", write, notice);
+    return RC_OK;
+}
+
+EResult Outbox::UploadFiles(EUploadFiles* files, EString* parameter1, EString* /*parameter2*/, EString* /*parameter3*/,
+                            unsigned long context, ISMListener* listener) {
+    std::vector<fs::path> paths;
+    for (auto position = files->GetHeadPosition(); position != nullptr;) {
+        const fs::path path = Narrow(static_cast<const EUploadFile*>(files->GetNext(position))->m_Path);
+        if (IsFile(path)) {
+            paths.push_back(path);
+        } else {
+            m_Report("upload: file not found, and left out: " + path.string());
+        }
+    }
+    const int identifier = parameter1 != nullptr ? std::stoi(Narrow(*parameter1)) : NO_IDENTIFIER;
+    const auto left = std::make_shared<std::atomic<std::size_t>>(paths.size());
+    for (const fs::path& path : paths) {
+        Upload(path, identifier, [=] {
+            if (--*left == 0) {
+                listener->OnUploadComplete(context, 0);
+            }
+        });
+    }
+    return paths.empty() ? RC_NOT_FOUND : RC_OK;
+}
+
+void Outbox::Upload(const fs::path& file, int identifier, const Queue::Notice& notice) {
+    // A copy, for the file itself may be kept and changed.
+    const auto copy = [file](const fs::path& entry) { fs::copy_file(file, entry); };
+    m_pUploads->Accept(identifier, file.filename(), copy, notice);
 }

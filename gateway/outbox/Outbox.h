@@ -1,30 +1,44 @@
 #pragma once
 
-#include "gateway/outbox/MailService.h"
-#include "gateway/outbox/UploadService.h"
+#include "base/IEMailService.h"
+#include "base/IUploadService.h"
+#include "gateway/outbox/Queue.h"
 
 #include <memory>
 
-// The gateway's sending services and their queues in "outbox" of the working directory. One thread makes, stops and frees
-// them; the services are called from any thread.
-class Outbox {
+// The gateway's sending services, and their queues in "outbox" of the working directory. What is handed over counts as
+// sent for the caller once it is safe there. A file that cannot be found is reported and left out. What StoreMessage
+// changes of a definition lasts as long as this object. Any thread may call.
+class Outbox : public IEMailService, public IUploadService {
 public:
-    // Null pointers: not configured. Throws std::exception when a queue cannot be used.
-    Outbox(const MailSettings* mail, const OutboxSettings* upload, const Reporter& report);
+    // Throws std::exception when a queue cannot be used.
+    Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload, const Reporter& report);
 
-    MailService* Mail() { return m_pMail.get(); }       // null when mails are not configured
-    UploadService* Upload() { return m_pUpload.get(); } // null when uploads are not configured
+    IEMailService* Mails() { return m_pMails != nullptr ? this : nullptr; } // null when they are not configured
+    IUploadService* Uploads() { return m_pUploads != nullptr ? this : nullptr; }
+    std::vector<Queue*> Queues() const; // of what is configured
 
-    // Waits until nothing is left to be sent, or the time is up; true in the first case.
-    bool Drain(std::chrono::milliseconds time);
+    EResult SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* record) override;
+    EMailMessage* CreateMessage() override;
+    void ReleaseMessage(EMailMessage* message) override;
+    EResult StoreMessage(EMailMessage* message) override;
+    EResult LoadMessage(EMailMessage* message) override;
+    // The first parameter is the identifier as text. RC_NOT_FOUND: none of the files exists.
+    EResult UploadFiles(EUploadFiles* files, EString* parameter1, EString* parameter2, EString* parameter3,
+                        unsigned long context, ISMListener* listener) override;
 
-    // Ends the sending threads within two seconds, also while a program runs. What waits goes out after the next start.
-    void Stop();
-
-    std::vector<QueueCounters> Counters() const;
+    // The same for one file. A mail carries it besides the attachments of its definition, as ";path"; RC_NOT_FOUND when
+    // there is none of the name.
+    EResult Mail(const std::string& name, const std::string& attachment, const Queue::Notice& notice);
+    void Upload(const std::filesystem::path& file, int identifier, const Queue::Notice& notice);
 
 private:
-    std::unique_ptr<MailService> m_pMail;
-    std::unique_ptr<UploadService> m_pUpload;
-    std::vector<Queue*> m_Queues; // of both, as far as they are there
+    std::optional<MailDefinition> FindDefinition(const std::string& name);
+
+    Reporter m_Report;
+    std::string m_From;
+    std::mutex m_Mutex; // guards m_Definitions
+    std::map<std::string, MailDefinition> m_Definitions;
+    std::unique_ptr<Queue> m_pMails;
+    std::unique_ptr<Queue> m_pUploads;
 };

@@ -19,10 +19,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr auto TIME_TO_END = std::chrono::seconds(1); // when it is asked to
-constexpr auto FOREVER = std::chrono::hours(1);       // nothing is left but to wait
-constexpr std::size_t KEPT = 4096;                    // of its stderr, bytes
-
 // In a process group of its own, and with the signals as any program expects them.
 pid_t Spawn(const std::vector<std::string>& command, const std::filesystem::path& input, int errors) {
     std::vector<char*> arguments;
@@ -57,26 +53,21 @@ pid_t Spawn(const std::vector<std::string>& command, const std::filesystem::path
 
 // Keeps the end of what can be read. False at the end of the file.
 bool Read(int file, std::string& text) {
-    char bytes[KEPT];
+    char bytes[4096];
     const ssize_t count = read(file, bytes, sizeof bytes);
     text.append(bytes, static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
-    text.erase(0, text.size() - std::min(text.size(), KEPT));
-    return count > 0 || (count < 0 && (errno == EAGAIN || errno == EINTR));
+    text.erase(0, text.size() - std::min(text.size(), sizeof bytes));
+    return count > 0 || (count < 0 && errno == EAGAIN);
 }
 
-// Progress meters go back to the start of the line, so that their last state counts as the last line.
+// A progress meter goes back to the start of its line, and begins another one here.
 std::string LastLine(const std::string& text) {
-    const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == '\x7F'; };
     const std::size_t end = text.find_last_not_of(" \t\r\n") + 1;
-    const std::size_t begin = end > 0 ? text.find_last_of("\r\n", end - 1) + 1 : 0;
+    const std::size_t begin = text.substr(0, end).find_last_of("\r\n") + 1;
     std::string line = text.substr(begin, end - begin);
-    std::replace_if(line.begin(), line.end(), isControl, ' ');
+    std::replace_if(
+        line.begin(), line.end(), [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
     return line;
-}
-
-std::string Describe(int status) {
-    return WIFEXITED(status) ? "exit status " + std::to_string(WEXITSTATUS(status))
-                             : "ended by signal " + std::to_string(WTERMSIG(status));
 }
 
 } // namespace
@@ -95,7 +86,7 @@ void RunProgram(const std::vector<std::string>& command, const std::filesystem::
     pollfd files[] = {{handle.Get(), POLLIN, 0}, {errors.Get(), POLLIN, 0}, {stop, POLLIN, 0}};
     auto end = Clock::now() + time;
     std::string text;
-    std::string ended; // why it is to end before its time
+    std::string reason;
     while (files[0].revents == 0) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
         poll(files, std::size(files), static_cast<int>(std::clamp<std::int64_t>(left, 0, 1'000'000)));
@@ -105,23 +96,28 @@ void RunProgram(const std::vector<std::string>& command, const std::filesystem::
         if (files[2].revents != 0) {
             kill(-process, SIGTERM);
             files[2].fd = -1;
-            ended = "stopped";
-            end = Clock::now() + TIME_TO_END;
+            reason = "stopped";
+            end = Clock::now() + std::chrono::seconds(1);
         } else if (left <= 0) {
             kill(-process, SIGKILL);
-            ended = ended.empty() ? "killed, because it took too long" : ended;
-            end = Clock::now() + FOREVER;
+            reason = reason.empty() ? "killed, because it took too long" : reason;
+            end = Clock::now() + std::chrono::hours(1); // nothing is left but to wait
         }
     }
-    if (!ended.empty()) {
+    if (!reason.empty()) {
         kill(-process, SIGKILL); // what it has started may still run
     }
     int status = 0;
     waitpid(process, &status, 0);
-    Read(errors.Get(), text); // what it has said in the end
-    if (!ended.empty() || status != 0) {
+    for (int i = 0; i < 16; ++i) { // as much as a pipe holds
+        Read(errors.Get(), text);
+    }
+    if (reason.empty() && status != 0) {
+        reason = WIFEXITED(status) ? "exit status " + std::to_string(WEXITSTATUS(status))
+                                   : "ended by signal " + std::to_string(WTERMSIG(status));
+    }
+    if (!reason.empty()) {
         const std::string line = LastLine(text);
-        throw std::runtime_error(ended.empty() ? (line.empty() ? Describe(status) : line)
-                                               : ended + (line.empty() ? "" : ": " + line));
+        throw std::runtime_error(line.empty() ? reason : line);
     }
 }

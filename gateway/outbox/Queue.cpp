@@ -35,16 +35,14 @@ std::string Expand(const std::string& text, const std::vector<std::string>& valu
 
 } // namespace
 
-Queue::Queue(const std::string& subject, const fs::path& directory, const OutboxSettings& settings,
-             const Reporter& report)
-    : m_Subject(subject),
+Queue::Queue(std::string subject, const fs::path& directory, OutboxSettings settings, Reporter report)
+    : m_Subject(std::move(subject)),
       m_Directory(fs::absolute(directory)),
-      m_Settings(settings),
-      m_Report(report),
-      m_Stop(eventfd(0, EFD_CLOEXEC), "eventfd") {
-    MakeDirectory(m_Directory);
-    m_Lock.emplace(open(m_Directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC), m_Directory);
-    if (flock(m_Lock->Get(), LOCK_EX | LOCK_NB) != 0) {
+      m_Settings(std::move(settings)),
+      m_Report(std::move(report)),
+      m_Lock((MakeDirectory(m_Directory), open(m_Directory.c_str(), O_RDONLY | O_CLOEXEC)), m_Directory),
+      m_StopEvent(eventfd(0, EFD_CLOEXEC), "eventfd") {
+    if (flock(m_Lock.Get(), LOCK_EX | LOCK_NB) != 0) {
         throw std::runtime_error(m_Directory.string() + ": another kvgateway sends from it");
     }
     fs::remove_all(m_Directory / PART);
@@ -60,23 +58,22 @@ Queue::Queue(const std::string& subject, const fs::path& directory, const Outbox
 
 // What has no name of ours is left alone.
 void Queue::TakeUp(const fs::path& path) {
-    Entry entry{path, path};
+    fs::path file = path;
     if (fs::is_directory(path)) {
         const fs::directory_iterator files(path);
         if (files == fs::directory_iterator()) {
             fs::remove(path); // its removal had begun
             return;
         }
-        entry.m_File = files->path();
+        file = files->path();
     }
     std::string digits = path.stem().string();
-    entry.m_nIdentifier = SplitName(digits);
+    const int identifier = SplitName(digits);
     std::uint64_t number = 0;
-    const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
-    if (error == std::errc() && end == digits.data() + digits.size()) {
+    if (std::from_chars(digits.data(), digits.data() + digits.size(), number).ptr == digits.data() + digits.size()) {
         m_nLast = std::max(m_nLast, number);
-        m_nBytes += entry.m_nBytes = fs::file_size(entry.m_File);
-        m_Entries.emplace(number, std::move(entry));
+        m_nBytes += fs::file_size(file);
+        m_Entries.insert({number, {path, file, identifier, fs::file_size(file), nullptr, nullptr}});
     }
 }
 
@@ -94,9 +91,8 @@ void Queue::Link(Entries::iterator entry) {
     if (place != DISK && m_Settings.m_Targets.at(place).IsNone()) {
         return;
     }
-    std::set<std::uint64_t>& chain = m_Chains[KeyOf(entry->second)];
-    chain.insert(entry->first);
-    if (*chain.begin() == entry->first) {
+    auto& chain = m_Chains[KeyOf(entry->second)];
+    if (*chain.insert(entry->first).first == *chain.begin()) {
         m_Places[place].m_Ready.emplace(entry->second.m_Due, entry->first);
     }
 }
@@ -112,81 +108,67 @@ void Queue::Unlink(Entries::iterator entry) {
     if (chain->second.empty()) {
         m_Chains.erase(chain);
     } else if (wasFirst) {
-        const std::uint64_t next = *chain->second.begin();
-        ready.emplace(m_Entries.at(next).m_Due, next);
+        Link(m_Entries.find(*chain->second.begin()));
     }
 }
 
-void Queue::Accept(int identifier, const std::string& name, const Make& make, const Notice& notice) {
+void Queue::Accept(int identifier, const std::string& name, Make make, Notice notice) {
     using namespace std::chrono;
-    std::unique_lock accepting(m_AcceptMutex);
+    std::unique_lock lock(m_Mutex);
     const auto now = duration_cast<microseconds>(system_clock::now().time_since_epoch()).count();
     m_nLast = std::max(m_nLast + 1, static_cast<std::uint64_t>(now));
     const fs::path path = m_Directory / (JoinName(std::to_string(m_nLast), identifier) + (name.empty() ? MAIL : ""));
-    Entry entry{path, name.empty() ? path : path / name, identifier, 0, make, notice, {}, Clock::now()};
-    std::unique_lock lock(m_Mutex);
-    const bool isBehind = m_Chains.contains(KeyOf(entry)); // an older one is not accepted yet
+    Entry added{path, name.empty() ? path : path / name, identifier, 0, std::move(make), std::move(notice)};
+    const bool isBehind = m_Chains.contains(KeyOf(added)); // an older one that is not accepted yet
+    const auto entry = m_Entries.emplace(m_nLast, std::move(added)).first;
+    Link(entry);
+    const Notice due = isBehind ? nullptr : Conclude(entry, Attempt(entry->second));
     lock.unlock();
-    const auto failure = isBehind ? std::nullopt : Attempt(entry);
-    lock.lock();
-    const auto added = m_Entries.emplace(m_nLast, std::move(entry)).first;
-    Link(added);
-    const Notice due = isBehind ? nullptr : Conclude(added, failure);
-    lock.unlock();
-    accepting.unlock();
     if (due) {
         due();
     }
 }
 
-// The runner's thread.
 void Queue::Run() {
-    constexpr auto LOOK_ANYWAY =
-        std::chrono::hours(1); // no pause is over, and nobody has said that there is something new
+    constexpr auto LONG = std::chrono::hours(1);
     std::unique_lock lock(m_Mutex);
     while (!m_bStopping) {
-        auto wake = Clock::now() + LOOK_ANYWAY;
+        auto wake = Clock::now() + LONG;
         const auto entry = NextDue(wake);
         if (entry == m_Entries.end()) {
             m_Changed.wait_until(lock, wake);
             continue;
         }
         m_nRunning = entry->first;
-        lock.unlock();
-        std::unique_lock accepting(m_AcceptMutex, std::defer_lock);
-        if (entry->second.m_Make) {
-            accepting.lock();
+        const bool isAccepted = !entry->second.m_Make;
+        if (isAccepted) {
+            lock.unlock();
         }
         const auto failure = Attempt(entry->second);
-        lock.lock();
+        if (isAccepted) {
+            lock.lock();
+        }
         m_nRunning = 0;
         const Notice due = Conclude(entry, failure);
-        lock.unlock();
-        if (accepting) {
-            accepting.unlock();
-        }
         if (due) {
+            lock.unlock();
             due();
+            lock.lock();
         }
-        lock.lock();
     }
 }
 
 // The entry that may be tried for the longest time; otherwise, in `wake`, when the next one may be.
 Queue::Entries::iterator Queue::NextDue(Clock::time_point& wake) {
-    const auto now = Clock::now();
-    std::uint64_t next = 0;
+    auto next = m_Entries.end();
     for (const auto& [of, place] : m_Places) {
-        if (place.m_Ready.empty()) {
-            continue;
-        }
-        const auto& [due, number] = *place.m_Ready.begin();
-        if (const auto at = std::max(due, place.m_Pause.m_End); at < wake) {
-            wake = at;
-            next = number;
+        const auto first = place.m_Ready.begin();
+        if (first != place.m_Ready.end() && std::max(first->first, place.m_Due) < wake) {
+            wake = std::max(first->first, place.m_Due);
+            next = m_Entries.find(first->second);
         }
     }
-    return next != 0 && wake <= now ? m_Entries.find(next) : m_Entries.end();
+    return wake <= Clock::now() ? next : m_Entries.end();
 }
 
 // Accepts or sends the entry; the reason when that fails.
@@ -197,7 +179,6 @@ std::optional<std::string> Queue::Attempt(Entry& entry) {
         } else if (fs::exists(entry.m_File)) { // somebody may have taken it out
             Send(entry);
             ++m_nSent;
-            Discard(entry);
         }
         return std::nullopt;
     } catch (const std::exception& error) {
@@ -208,17 +189,15 @@ std::optional<std::string> Queue::Attempt(Entry& entry) {
 void Queue::Write(Entry& entry) {
     const fs::path part = m_Directory / PART;
     const bool isMail = entry.m_File == entry.m_Path;
+    const fs::path file = isMail ? part : part / entry.m_File.filename();
     try {
         if (!isMail) {
             fs::create_directory(part);
         }
-        const fs::path file = isMail ? part : part / entry.m_File.filename();
         entry.m_Make(file);
-        Sync(file);
-        if (!isMail) {
-            Sync(part);
-        }
         entry.m_nBytes = fs::file_size(file);
+        Sync(file);
+        Sync(part);
         fs::rename(part, entry.m_Path);
         Sync(m_Directory);
     } catch (...) {
@@ -237,30 +216,31 @@ void Queue::Send(const Entry& entry) {
                  m_Copies[target.m_Directory + '/' + name]);
         return;
     }
-    const bool hasIdentifier = entry.m_nIdentifier != NO_IDENTIFIER;
-    const std::vector<std::string> values{entry.m_File, name, hasIdentifier ? std::to_string(entry.m_nIdentifier) : ""};
-    std::vector<std::string> command;
-    for (const std::string& argument : target.m_Command) {
-        command.push_back(Expand(argument, values));
+    const std::string id = entry.m_nIdentifier != NO_IDENTIFIER ? std::to_string(entry.m_nIdentifier) : "";
+    std::vector<std::string> command = target.m_Command;
+    for (std::string& argument : command) {
+        argument = Expand(argument, {entry.m_File, name, id});
     }
-    RunProgram(command, entry.m_File, m_Settings.m_Timeout, m_Stop.Get());
+    RunProgram(command, entry.m_File, m_Settings.m_Timeout, m_StopEvent.Get());
 }
 
 // Counts the result of an attempt. The notice that is due then, or none.
 Queue::Notice Queue::Conclude(Entries::iterator entry, const std::optional<std::string>& failure) {
+    m_Changed.notify_all();
     if (failure) {
         if (!m_bStopping) {
             Postpone(entry, *failure);
         }
         return nullptr;
     }
-    if (std::exchange(m_Places[PlaceOf(entry->second)].m_Pause, {}).m_nLastFailed != 0) {
-        Report("works again");
-    }
+    Place& place = m_Places[PlaceOf(entry->second)];
+    place.m_nLastFailed = 0;
+    place.m_Pause = {};
+    place.m_Due = {};
     Notice notice;
     if (entry->second.m_Make) {
         Unlink(entry);
-        notice = std::exchange(entry->second.m_Notice, nullptr);
+        notice = std::move(entry->second.m_Notice);
         entry->second.m_Make = nullptr;
         entry->second.m_Pause = {};
         entry->second.m_Due = Clock::now();
@@ -268,62 +248,53 @@ Queue::Notice Queue::Conclude(Entries::iterator entry, const std::optional<std::
         Link(entry);
         HoldLimit();
     } else {
-        Erase(entry);
+        Remove(entry);
     }
-    m_Changed.notify_all();
     return notice;
 }
 
 void Queue::Postpone(Entries::iterator entry, const std::string& reason) {
-    const auto lengthen = [this](std::chrono::milliseconds& length) {
-        length = std::clamp(length * 2, m_Settings.m_RetryMin, m_Settings.m_RetryMax);
-        return Clock::now() + length;
+    const auto lengthen = [this](std::chrono::milliseconds& pause) {
+        pause = std::clamp(pause * 2, m_Settings.m_RetryMin, m_Settings.m_RetryMax);
+        return Clock::now() + pause;
     };
     auto& [number, of] = *entry;
     Place& place = m_Places[PlaceOf(of)];
     place.m_Ready.erase({of.m_Due, number});
     of.m_Due = lengthen(of.m_Pause);
     place.m_Ready.emplace(of.m_Due, number);
-    if (const std::uint64_t last = std::exchange(place.m_Pause.m_nLastFailed, number); last != 0 && last != number) {
-        place.m_Pause.m_End = lengthen(place.m_Pause.m_Length); // the fault is not this one entry's
+    if (place.m_nLastFailed != 0 && place.m_nLastFailed != number) { // the fault is not this one entry's
+        place.m_Due = lengthen(place.m_Pause);
     }
+    place.m_nLastFailed = number;
     const auto seconds = std::chrono::ceil<std::chrono::seconds>(of.m_Pause).count();
-    Report(of.m_File.filename().string() + (of.m_Make ? ": cannot be accepted, and stays where it is: " : ": ") +
-           reason + "; tried again in " + std::to_string(seconds) + " s, " + std::to_string(m_Entries.size()) +
-           " waiting");
-    m_Changed.notify_all();
-}
-
-void Queue::Erase(Entries::iterator entry) {
-    Unlink(entry);
-    m_nBytes -= entry->second.m_nBytes;
-    m_Entries.erase(entry);
+    Report(of.m_File.filename().string() + (of.m_Make ? ": not accepted, and stays where it is: " : ": ") + reason +
+           "; tried again in " + std::to_string(seconds) + " s, " + std::to_string(m_Entries.size()) + " waiting");
 }
 
 // The newest one stays, whatever its size.
 void Queue::HoldLimit() {
-    for (auto entry = m_Entries.begin(); m_Settings.m_nLimit != 0 && m_nBytes > m_Settings.m_nLimit;) {
+    const auto isOver = [this] { return m_Settings.m_nLimit != 0 && m_nBytes > m_Settings.m_nLimit; };
+    for (auto entry = m_Entries.begin(); isOver() && std::next(entry) != m_Entries.end();) {
         const auto oldest = entry++;
-        if (entry == m_Entries.end()) {
-            return;
-        }
         if (oldest->first != m_nRunning && !oldest->second.m_Make) {
-            Report(oldest->second.m_File.filename().string() +
-                   ": deleted unsent, to hold the limit: " + oldest->second.m_Path.filename().string());
-            Discard(oldest->second);
-            Erase(oldest);
+            Report(oldest->second.m_Path.string() + ": deleted before it was sent, to hold the limit");
+            Remove(oldest);
         }
     }
 }
 
-void Queue::Discard(const Entry& entry) const {
+void Queue::Remove(Entries::iterator entry) {
     try {
-        fs::remove(entry.m_File);
-        fs::remove(entry.m_Path);
+        fs::remove(entry->second.m_File);
+        fs::remove(entry->second.m_Path);
         Sync(m_Directory);
     } catch (const std::exception& error) {
-        Report("not removed, so that it goes out again after the next start: " + std::string(error.what()));
+        Report("cannot be removed, and goes out again after the next start: " + std::string(error.what()));
     }
+    Unlink(entry);
+    m_nBytes -= entry->second.m_nBytes;
+    m_Entries.erase(entry);
 }
 
 bool Queue::Drain(Clock::time_point end) {
@@ -337,13 +308,13 @@ void Queue::Stop() {
         m_bStopping = true;
     }
     m_Changed.notify_all();
-    eventfd_write(m_Stop.Get(), 1);
+    eventfd_write(m_StopEvent.Get(), 1);
     if (m_Thread.joinable()) {
         m_Thread.join();
     }
 }
 
-QueueCounters Queue::Counters() const {
+std::string Queue::Summary() const {
     const std::lock_guard lock(m_Mutex);
-    return {m_Subject, m_nSent, m_Entries.size()};
+    return m_Subject + ": " + std::to_string(m_nSent) + " sent, " + std::to_string(m_Entries.size()) + " waiting";
 }

@@ -12,12 +12,12 @@
 // One line for the operator, without its end. Called on any thread.
 using Reporter = std::function<void(const std::string& line)>;
 
-// Stand in a command for the entry's file, whose last part is its own name; for that name; and for the identifier of its
-// log file, or nothing.
+// Stand in a command for the file, for its own name, and for the identifier of its log file, or nothing.
 constexpr const char* PLACEHOLDERS[] = {"{path}", "{name}", "{id}"};
 
-// Where entries go: to a program, which also gets the file as its standard input, or into a directory. With neither they
-// stay where they are.
+constexpr int NO_IDENTIFIER = -1;
+
+// Where entries go: to a program, or into a directory. With neither they stay in the outbox.
 struct Target {
     std::vector<std::string> m_Command; // the program's path, then its arguments
     std::string m_Directory;
@@ -25,22 +25,18 @@ struct Target {
     bool IsNone() const { return m_Command.empty() && m_Directory.empty(); }
 };
 
-constexpr int NO_IDENTIFIER = -1;
-
 struct OutboxSettings {
     std::map<int, Target> m_Targets{{NO_IDENTIFIER, {}}}; // of identifiers that have their own; -1: of all others
-    std::chrono::milliseconds m_RetryMin = std::chrono::seconds(5); // before the second attempt; each further one waits
-    std::chrono::milliseconds m_RetryMax = std::chrono::minutes(10); // twice as long, up to this
+    std::chrono::milliseconds m_RetryMin = std::chrono::seconds(5);  // pause after a failure; each further one is ...
+    std::chrono::milliseconds m_RetryMax = std::chrono::minutes(10); // ... twice as long, up to this
     std::chrono::milliseconds m_Timeout = std::chrono::minutes(10);  // of a program
-    std::uint64_t m_nLimit = 0;                                      // bytes of all entries together; 0: no limit
+    std::uint64_t m_nLimit = 0;                                      // bytes of all entries together; 0: none
 };
 
 // A stored e-mail definition. Its addresses are bare ones, "user@host".
 struct MailDefinition {
     std::string m_Name; // also "name@identifier", for log files of an identifier
-    std::vector<std::string> m_To;
-    std::vector<std::string> m_Cc;
-    std::vector<std::string> m_Bcc; // of the three lists at least one has an entry
+    std::vector<std::string> m_To, m_Cc, m_Bcc; // at least one address in all
     std::string m_Subject;
     std::string m_Text;
     std::string m_Attachments; // paths of files that go with every mail, each preceded by ';'
