@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <string>
 #include <sys/stat.h>
+#include <system_error>
 #include <unistd.h>
 
 namespace {
@@ -257,6 +258,16 @@ int EFileIO::Exists(const wchar_t* path, unsigned long* mode) {
         *mode = status.st_mode;
     }
     return 1;
+}
+
+bool EFileIO::IsMissing(const wchar_t* path) {
+    const Name name(path);
+    struct stat status {};
+    return Uninterrupted([&] { return lstat(name, &status); }) != 0 && (errno == ENOENT || errno == ENOTDIR);
+}
+
+std::string EFileIO::LastError() {
+    return std::generic_category().message(errno);
 }
 
 int EFileIO::CreateDir(const wchar_t* path) {

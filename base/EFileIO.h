@@ -3,6 +3,7 @@
 #include "base/Export.h"
 
 #include <cstdint>
+#include <string>
 
 enum FilePositionStart { FILE_POSITION_BEGIN = 0, FILE_POSITION_CURRENT = 1, FILE_POSITION_END = 2 };
 
@@ -61,9 +62,12 @@ public:
     static int RenameFile(const wchar_t* from, const wchar_t* to);
     static int SetFileSize(const wchar_t* name, long size);      // a missing file fails and is not created
     static int Exists(const wchar_t* path, unsigned long* mode); // `mode`, unless null, gets stat(2)'s st_mode
-    static int CreateDir(const wchar_t* path);                   // an existing directory is a failure
-    static int CreateRecursiveDir(const wchar_t* path);          // an existing directory is a success
-    static int RemoveDir(const wchar_t* path);                   // only an empty directory is removed
+    static bool IsMissing(const wchar_t* path); // there is nothing of that name, not even a link that leads nowhere
+    // Why this thread's last operation failed, such as "Permission denied". Asked right after it.
+    static std::string LastError();
+    static int CreateDir(const wchar_t* path);          // an existing directory is a failure
+    static int CreateRecursiveDir(const wchar_t* path); // an existing directory is a success
+    static int RemoveDir(const wchar_t* path);          // only an empty directory is removed
 
     // Is told of every file that cannot be opened for writing or that a write fails on, on the thread that tried: its
     // name as it is on disk, and errno. Set while nobody writes.

@@ -199,14 +199,22 @@ private:
 
 // All bytes of a regular file.
 EResult ReadWhole(const wchar_t* fileName, std::string& bytes, EString& message) {
-    unsigned long mode = 0;
-    if (EFileIO::Exists(fileName, &mode) == 0) {
+    const auto refuse = [&](const std::string& reason) {
+        EString wide;
+        EUtility::Utf8Decode(reason.data(), reason.size(), wide);
+        message.Format(L"%s: cannot be read: %s", fileName, static_cast<const wchar_t*>(wide));
+        return RC_SECTION_UNREADABLE;
+    };
+    if (EFileIO::IsMissing(fileName)) {
         message.Format(L"%s: no such file", fileName);
         return RC_SECTION_NOT_FOUND;
     }
-    if (!S_ISREG(mode)) { // a directory cannot be read, and a pipe might keep the reader waiting
-        message.Format(L"%s: not a file that can be read", fileName);
-        return RC_SECTION_UNREADABLE;
+    unsigned long mode = 0;
+    if (EFileIO::Exists(fileName, &mode) == 0) {
+        return refuse(EFileIO::LastError());
+    }
+    if (!S_ISREG(mode)) { // a pipe might keep the reader waiting
+        return refuse("Not a regular file");
     }
     EFileIO file(fileName, EFileIO::OPEN_FOR_READING);
     const std::uint32_t size = file.IsOpen() ? file.GetFileSize() : 0;
@@ -217,8 +225,7 @@ EResult ReadWhole(const wchar_t* fileName, std::string& bytes, EString& message)
     bytes.resize(size);
     unsigned long read = 0;
     if (!file.IsOpen() || file.ReadFrmFile(bytes.data(), size, read) == 0) {
-        message.Format(L"%s: cannot be read", fileName);
-        return RC_SECTION_UNREADABLE;
+        return refuse(EFileIO::LastError());
     }
     bytes.resize(read);
     return RC_OK;

@@ -1,6 +1,5 @@
 #include "gateway/Configuration.h"
 
-#include "base/EFileIO.h"
 #include "gateway/JsonObject.h"
 #include "gateway/Report.h"
 #include "gateway/Text.h"
@@ -178,15 +177,15 @@ void ReadMail(JsonObject& object, MailSettings& mail) {
 
 // Loads an object in place of the empty one; false, and a finding, when the file holds none, or is missing and may not.
 bool LoadFile(const std::filesystem::path& path, bool mayMiss, Findings& findings, EJsonValue& root) {
-    const EString name = Widen(path.string());
     EJsonValue loaded;
     EString message;
     findings.SetFile(path.string());
     root.m_Kind = Kind::Object;
-    if (mayMiss && EFileIO::Exists(name, nullptr) == 0) {
+    const EResult result = EJsonText::Load(Widen(path.string()), loaded, message);
+    if (result == RC_SECTION_NOT_FOUND && mayMiss) {
         return true;
     }
-    if (Failed(EJsonText::Load(name, loaded, message))) {
+    if (Failed(result)) {
         findings.ErrorInWords(Narrow(message));
         return false;
     }

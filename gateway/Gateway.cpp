@@ -18,8 +18,7 @@
 
 namespace {
 
-// Operations of IKernelService::WarmRestart.
-constexpr IKernelService::WR_OPERATION FORGET_REQUESTS = 0;
+// An operation of IKernelService::WarmRestart.
 constexpr IKernelService::WR_OPERATION SAVE_REQUESTS = 1;
 
 void Demand(EResult result, const std::string& what) {
@@ -48,14 +47,6 @@ void OnFailedWrite(const char* name, int error) {
     }
 }
 
-std::unique_ptr<Outbox> MakeOutbox(const Configuration& configuration) {
-    if (!configuration.m_Mail && !configuration.m_Upload) {
-        return nullptr;
-    }
-    return std::make_unique<Outbox>(configuration.m_Mail ? &*configuration.m_Mail : nullptr,
-                                    configuration.m_Upload ? &*configuration.m_Upload : nullptr, &Console::Say);
-}
-
 } // namespace
 
 Gateway::Gateway(const Configuration& configuration, const std::filesystem::path& directory,
@@ -63,8 +54,8 @@ Gateway::Gateway(const Configuration& configuration, const std::filesystem::path
     : m_Configuration(configuration),
       m_Directory(std::filesystem::absolute(directory)),
       m_Work(directory),
-      m_pOutbox(MakeOutbox(configuration)),
-      m_Kernel(configuration, m_pOutbox.get()),
+      m_Outbox(configuration.m_Mail, configuration.m_Upload, &Console::Say),
+      m_Kernel(configuration, m_Outbox),
       m_Module(module, m_Kernel),
       m_Saved(m_Directory / Narrow(m_Module.SavedRequestsName())),
       m_Waiting(m_Work.Path() / m_Saved.filename()) {
@@ -72,13 +63,8 @@ Gateway::Gateway(const Configuration& configuration, const std::filesystem::path
     for (const LogFile& file : configuration.m_LogFiles) {
         file.RepairCurrent();
     }
-    try {
-        HandOverLeftovers(configuration, m_pOutbox.get());
-        Start();
-    } catch (...) {
-        StopOutbox();
-        throw;
-    }
+    HandOverLeftovers(configuration, m_Outbox);
+    Start();
 }
 
 void Gateway::Start() {
@@ -99,54 +85,43 @@ void Gateway::Start() {
     }
     // From here on the module keeps its list of waiting requests apart from those that a clean stop has saved.
     EPersistent::SetDirectory(Widen(m_Work.Path().string()));
-    RestoreRequests();
+    StartWithSavedRequests();
 }
 
-// At any moment of this the gateway may be killed. The saved file is removed before the first of its requests can be
-// written, so that none is written twice.
-void Gateway::RestoreRequests() {
-    std::optional<SavedRequest> last;
+// The saved requests are reported again, as if they came just now, once the service is started: before that it has no
+// default kernel log to take them up for, and for what it restores by itself it does not wake its worker. At any moment
+// the gateway may be killed: the file is removed before the first of its requests can be written, so that none is
+// written twice.
+void Gateway::StartWithSavedRequests() {
+    std::vector<SavedRequest> requests;
     if (std::filesystem::exists(m_Saved)) {
-        last = SavedRequests::SplitLast(m_Saved, m_Waiting, [this](const auto& request) { return CanReport(request); });
         bool whole = false;
-        for (const SavedRequest& request : SavedRequests::Read(m_Waiting, whole)) {
-            CountRequest(request, true);
+        requests = SavedRequests::Read(m_Saved, whole);
+        if (whole) {
+            std::filesystem::remove(m_Saved);
+        } else {
+            const std::string damaged = m_Saved.string() + ".damaged";
+            std::filesystem::rename(m_Saved, damaged);
+            Console::Say("error: the saved requests could not all be read back; their file is kept as " + damaged);
         }
-        m_Kernel.WantRestore();
     }
     Demand(m_Module.Service().PreStart(), "starting the module");
-    if (m_Kernel.HasRestoreFailed()) {
-        const std::filesystem::path damaged = m_Saved.string() + ".damaged";
-        std::filesystem::rename(m_Saved, damaged);
-        Console::Say("the file of saved requests is kept as " + damaged.string());
-    }
-    std::filesystem::remove(m_Saved);
-    m_Module.Service().WarmRestart(FORGET_REQUESTS, nullptr);
     Demand(m_Module.Service().Start(), "starting the module");
     m_bRunning = true;
-    if (last) {
-        CountRequest(*last, true);
-        ReportAgain(*last);
+    for (SavedRequest& request : requests) {
+        Report report;
+        report.m_Action = ACTIONS[request.m_nAction];
+        report.m_Kind = report.m_Action == ACTION_ALARM ? Report::Kind::Alarm : Report::Kind::Action; // whoever's it is
+        report.m_Log = Narrow(request.m_Log);
+        report.m_Records = std::move(request.m_Events);
+        if (!Failed(Pass(report))) { // its log file is still configured
+            ++m_Counters.m_nRestored;
+            CountRow(report.m_Action, report.m_Log, 1);
+        }
     }
     if (m_Counters.m_nRestored > 0) {
-        Console::Say(std::to_string(m_Counters.m_nRestored) + " saved requests are taken up again");
+        Console::Say(Plural(m_Counters.m_nRestored, "saved request") + " taken up again");
     }
-}
-
-// Whether the module will queue the request when it is reported.
-bool Gateway::CanReport(const SavedRequest& request) const {
-    const LogFile* const file = m_Configuration.FindLogFile(Narrow(request.m_Log));
-    return file != nullptr && !request.m_Events.empty() && request.m_nAction < ACTIONS.size() &&
-           (ACTIONS[request.m_nAction] != ACTION_DELIVERY || file->Delivers());
-}
-
-void Gateway::ReportAgain(SavedRequest& request) {
-    Report report;
-    report.m_Action = ACTIONS[request.m_nAction];
-    report.m_Kind = report.m_Action == ACTION_ALARM ? Report::Kind::Alarm : Report::Kind::Action; // whoever's it is
-    report.m_Log = Narrow(request.m_Log);
-    report.m_Records = std::move(request.m_Events);
-    Pass(report);
 }
 
 bool Gateway::Hand(Report& report, std::string& reason) {
@@ -186,19 +161,14 @@ void Gateway::Count(const Report& report) {
     m_Counters.m_nDeliveries += report.m_Action == ACTION_DELIVERY ? 1 : 0;
     const bool isOthers =
         report.m_Action == ACTION_ALARM && report.m_Records.front().m_nIdentifier != report.m_nIdentifier;
-    if (WritesRow(report.m_Action) && !isOthers) { // an alarm of another identifier leaves no row
-        ++m_Counters.m_Rows[report.m_Kind == Report::Kind::Event ? "KernelLog" : report.m_Log];
+    if (!isOthers) { // an alarm of another identifier leaves no row
+        CountRow(report.m_Action, report.m_Kind == Report::Kind::Event ? "KernelLog" : report.m_Log, 1);
     }
 }
 
-void Gateway::CountRequest(const SavedRequest& request, bool isRestored) {
-    const std::string log = Narrow(request.m_Log);
-    if (m_Configuration.FindLogFile(log) == nullptr) {
-        return; // of a log file that the configuration has lost: dropped by the module
-    }
-    ++(isRestored ? m_Counters.m_nRestored : m_Counters.m_nSaved);
-    if (request.m_nAction < ACTIONS.size() && WritesRow(ACTIONS[request.m_nAction])) {
-        m_Counters.m_Rows[log] += isRestored ? 1 : -1;
+void Gateway::CountRow(const std::string& action, const std::string& log, int rows) {
+    if (WritesRow(action)) {
+        m_Counters.m_Rows[log] += rows;
     }
 }
 
@@ -218,7 +188,8 @@ bool Gateway::End(bool save) {
     if (waiting) {
         bool whole = false;
         for (const SavedRequest& request : SavedRequests::Read(m_Waiting, whole)) {
-            CountRequest(request, false);
+            ++m_Counters.m_nSaved;
+            CountRow(ACTIONS[request.m_nAction], Narrow(request.m_Log), -1);
         }
         std::filesystem::rename(m_Waiting, m_Saved, error); // complete, or not there at all
     }
@@ -235,13 +206,5 @@ std::uint64_t Gateway::FailedWrites() {
 Gateway::~Gateway() {
     if (m_bRunning) {
         End(true);
-    }
-    StopOutbox();
-}
-
-// No notice comes any more to a service that is about to go.
-void Gateway::StopOutbox() {
-    if (m_pOutbox != nullptr) {
-        m_pOutbox->Stop();
     }
 }

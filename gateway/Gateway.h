@@ -30,7 +30,7 @@ public:
     // otherwise it is dropped. False, which is said, when it could not be saved.
     bool End(bool save);
 
-    Outbox* GetOutbox() { return m_pOutbox.get(); } // may be null
+    Outbox& GetOutbox() { return m_Outbox; }
 
     struct Counters {
         std::uint64_t m_nReports = 0;
@@ -45,20 +45,19 @@ public:
 
 private:
     void Start();
-    void StopOutbox();
-    void RestoreRequests();
-    bool CanReport(const SavedRequest& request) const;
-    void ReportAgain(SavedRequest& request);
+    void StartWithSavedRequests();
     EResult Pass(Report& report);
     void Count(const Report& report);
-    void CountRequest(const SavedRequest& request, bool isRestored);
+    void CountRow(const std::string& action, const std::string& log, int rows); // if the action writes one
 
     const Configuration& m_Configuration;
     std::filesystem::path m_Directory; // of the configuration, absolute
     WorkDirectory m_Work;
-    std::unique_ptr<Outbox> m_pOutbox;
+    Outbox m_Outbox;
     Kernel m_Kernel;
     Module m_Module;
+    // No notice may come to a service that is about to go: this ends before it.
+    const std::unique_ptr<Outbox, void (*)(Outbox*)> m_Stopper{&m_Outbox, [](Outbox* outbox) { outbox->Stop(); }};
     std::filesystem::path m_Saved;   // where a clean stop leaves requests for the next start
     std::filesystem::path m_Waiting; // where the module writes what waits
     bool m_bRunning = false;

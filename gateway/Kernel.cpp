@@ -15,7 +15,6 @@ namespace {
 constexpr unsigned long FIRST_HEADING = 956;
 
 const std::map<int, const char*> MESSAGES = {
-    {MSG_PENDING_NOT_RESTORED, "the saved requests could not all be read back"},
     {MSG_PATH_NOT_PREPARED, "a log directory could not be prepared"},
     {MSG_NOT_CREATED, "a directory or a delivery could not be made"},
     {MSG_NO_UPLOAD_SERVICE, "a log file is left out: it is to be uploaded, and uploads are not configured"},
@@ -25,22 +24,21 @@ const std::map<int, const char*> MESSAGES = {
 
 } // namespace
 
-Kernel::Kernel(const Configuration& configuration, Outbox* outbox)
-    : m_Identifiers(configuration.m_Identifiers), m_pOutbox(outbox) {
+Kernel::Kernel(const Configuration& configuration, Outbox& outbox)
+    : m_Identifiers(configuration.m_Identifiers), m_Outbox(outbox) {
     for (const std::string& heading : configuration.m_Headings) {
         m_Headings.push_back(Widen(heading));
     }
 }
 
 EResult Kernel::GetInterface(unsigned long id, void** out) {
-    const std::map<unsigned long, void*> interfaces = {
-        {IID_ERROR_REPORTER, static_cast<IErrorReporter*>(this)},
-        {IID_EMAIL_SERVICE, static_cast<IEMailService*>(m_pOutbox != nullptr ? m_pOutbox->Mail() : nullptr)},
-        {IID_ACTION_REGISTRY, static_cast<IActionRegistry*>(this)},
-        {IID_NAME_SERVICE, static_cast<INameService*>(this)},
-        {IID_KERNEL_CONTROL, static_cast<IKernelControl*>(this)},
-        {IID_STRING_TABLE, static_cast<IStringTable*>(this)},
-        {IID_UPLOAD_SERVICE, static_cast<IUploadService*>(m_pOutbox != nullptr ? m_pOutbox->Upload() : nullptr)}};
+    const std::map<unsigned long, void*> interfaces = {{IID_ERROR_REPORTER, static_cast<IErrorReporter*>(this)},
+                                                       {IID_EMAIL_SERVICE, m_Outbox.Mails()},
+                                                       {IID_ACTION_REGISTRY, static_cast<IActionRegistry*>(this)},
+                                                       {IID_NAME_SERVICE, static_cast<INameService*>(this)},
+                                                       {IID_KERNEL_CONTROL, static_cast<IKernelControl*>(this)},
+                                                       {IID_STRING_TABLE, static_cast<IStringTable*>(this)},
+                                                       {IID_UPLOAD_SERVICE, m_Outbox.Uploads()}};
     const auto found = interfaces.find(id);
     *out = found != interfaces.end() ? found->second : nullptr;
     const bool isOwn = id == IID_KERNEL_SERVICE || id == IID_ACTION || id == IID_LOG_FILE || id == IID_RUN_TIME;
@@ -106,11 +104,6 @@ EResult Kernel::PreparePath(int /*id*/, EString* path) {
     ++m_nFailures;
     Console::Say("error: the directory \"" + Narrow(*path) + "\" cannot be made");
     return RC_NOT_MADE;
-}
-
-EResult Kernel::CheckId(int id, bool* accepted) {
-    *accepted = id < 0 || m_Identifiers.contains(id);
-    return RC_OK;
 }
 
 const wchar_t* Kernel::GetString(unsigned long number, unsigned long /*reserved*/) {

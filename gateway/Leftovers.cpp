@@ -82,7 +82,7 @@ void Finish(const fs::path& path, bool keep, const std::string& logDirectory) {
 
 } // namespace
 
-void HandOverLeftovers(const Configuration& configuration, Outbox* outbox) {
+void HandOverLeftovers(const Configuration& configuration, Outbox& outbox) {
     for (const bool isKernelLog : {false, true}) {
         Search search(configuration, isKernelLog);
         std::stable_sort(search.m_Found.begin(), search.m_Found.end());
@@ -94,9 +94,9 @@ void HandOverLeftovers(const Configuration& configuration, Outbox* outbox) {
             std::string name = log->m_Name;
             const int identifier = SplitName(name);
             if (log->m_nDeliveryMode == 2) {
-                outbox->Upload()->Upload(path, identifier, finish);
+                outbox.Upload(path, identifier, finish);
             } else {
-                outbox->Mail()->Send(JoinName(log->m_MailName, identifier), ';' + path.string(), finish);
+                outbox.Mail(JoinName(log->m_MailName, identifier), ';' + path.string(), finish);
             }
         }
     }

@@ -6,5 +6,4 @@
 // Before the module starts: hands to the outbox what an earlier run has not delivered, oldest first. That is what lies in
 // directories of deliveries, and files of delivering log files whose names the module will not make again. They are then
 // kept or deleted as after any delivery. What belongs to no log file that delivers is named on stderr and left alone.
-// `outbox` may be null when no log file delivers.
-void HandOverLeftovers(const Configuration& configuration, Outbox* outbox);
+void HandOverLeftovers(const Configuration& configuration, Outbox& outbox);

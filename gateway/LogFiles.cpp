@@ -58,10 +58,10 @@ void CheckPattern(JsonObject& object, const char* name, const std::map<char, std
 
 void CheckFileName(JsonObject& object, const LogFile& file) {
     const std::string& pattern = file.m_FileName;
-    bool hasIndex = false;
+    std::set<char> escapes;
     for (std::size_t at = pattern.find('%'); at != std::string::npos; at = pattern.find('%', at + 2)) {
         const char escape = at + 1 < pattern.size() ? pattern[at + 1] : '?';
-        hasIndex = hasIndex || escape == 'i';
+        escapes.insert(escape);
         if (std::string_view("iYymdHMSs%").find(escape) == std::string_view::npos) {
             object.Refuse("fileName", "only %i, %Y, %y, %m, %d, %H, %M, %S, %s and %% as escapes");
             return;
@@ -69,8 +69,12 @@ void CheckFileName(JsonObject& object, const LogFile& file) {
     }
     if (pattern.empty()) {
         object.Refuse("fileName", "a pattern such as \"name-%i.csv\"");
-    } else if (!hasIndex && file.m_nNumFiles > 1) {
+    } else if (!escapes.contains('i') && file.m_nNumFiles > 1) {
         object.Doubt("fileName", "found no %i for several files: only the newest is kept");
+    }
+    if (file.Delivers() && !(escapes.contains('H') && escapes.contains('M') && escapes.contains('S'))) {
+        object.Doubt("fileName", "found no %H, %M and %S: what is delivered later has the same names, and may replace "
+                                 "what was delivered before");
     }
     if (pattern.find_first_of("/:") != std::string::npos) {
         object.Doubt("fileName", R"(found "/" or ":": they become "-")");
@@ -95,7 +99,7 @@ LogFile ReadLogFile(JsonObject& object) {
     }
     object.Integer("maxFileSize", file.m_nMaxFileSize);
     if (object.Integer("numFiles", file.m_nNumFiles, 0, MAX_FILES) && file.m_nNumFiles == 0) {
-        object.Doubt("numFiles", "found 0: the file grows without limit and is never delivered");
+        object.Doubt("numFiles", "found 0: no file is moved along, deleted or delivered");
     }
     object.Integer("fileFormat", file.m_nFileFormat, 0, 2);
     if (object.Integer("unicode", file.m_nUnicode) && file.m_nUnicode != 0 && file.m_nUnicode != 1) {
@@ -249,8 +253,8 @@ std::string LogFile::Describe() const {
     const char* const deliveries[] = {"", ", uploaded on request", ", mailed on request"};
     std::string text = m_Name + ": " + Directory() + Pattern() + ", " + formats[m_nFileFormat];
     text += m_nFileFormat == 2 ? "" : m_nUnicode == 1 ? " in UTF-16" : " in 8 bits";
-    text += ", " + std::to_string(m_nNumFiles) + (m_nNumFiles == 1 ? " file" : " files");
-    text += m_nMaxFileSize > 0 ? " of up to " + std::to_string(m_nMaxFileSize) + " bytes" : " without a size limit";
+    text += ", " + Plural(m_nNumFiles, "file");
+    text += m_nMaxFileSize > 0 ? " of up to " + Plural(m_nMaxFileSize, "byte") : " without a size limit";
     text += deliveries[m_nDeliveryMode - 1];
     return text + (Delivers() && m_nKeepCopy != 0 ? ", then kept in " + LogDirectory() : "");
 }

@@ -1,5 +1,6 @@
 #include "gateway/Configuration.h"
 #include "gateway/Console.h"
+#include "gateway/Text.h"
 
 #include <algorithm>
 #include <fstream>
@@ -79,7 +80,7 @@ void CutTail(const LogFile& file, const std::filesystem::path& path) {
         return;
     }
     std::filesystem::resize_file(path, begin + end);
-    Console::Say(path.string() + ": an unfinished end of " + std::to_string(tail.size() - end) + " bytes is cut off");
+    Console::Say(path.string() + ": an unfinished end of " + Plural(tail.size() - end, "byte") + " is cut off");
 }
 
 } // namespace

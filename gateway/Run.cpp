@@ -5,6 +5,7 @@
 #include "gateway/Gateway.h"
 #include "gateway/JsonObject.h"
 #include "gateway/LineReader.h"
+#include "gateway/Text.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -202,10 +203,11 @@ private:
 
     // Only at the end of the input: a signal does not want to wait, and what is under way is sent after the next start.
     void WaitForOutbox() {
-        Outbox* const outbox = m_Gateway.GetOutbox();
         const auto end = Clock::now() + std::chrono::seconds(10);
-        while (outbox != nullptr && !m_bStopped && Clock::now() < end && !outbox->Drain(milliseconds(100))) {
-            Sleep(microseconds(0), false);
+        for (Queue* const queue : m_Gateway.GetOutbox().Queues()) {
+            while (!m_bStopped && Clock::now() < end && !queue->Drain(Clock::now() + milliseconds(100))) {
+                Sleep(microseconds(0), false);
+            }
         }
     }
 
@@ -227,28 +229,26 @@ private:
 
     void Summarize() {
         const Gateway::Counters& counters = m_Gateway.GetCounters();
-        const auto line = [](const std::string& what, auto count, const std::string& unit) {
-            Console::Print("  " + what + ": " + std::to_string(count) + unit);
+        const auto line = [](const std::string& what, const std::string& text) {
+            Console::Print("  " + what + ": " + text);
         };
-        Console::Say(std::to_string(counters.m_nReports) + " reports, " + std::to_string(m_nSkipped) +
-                     " skipped lines, " + std::to_string(m_Gateway.Messages()) + " messages" +
+        Console::Say(Plural(counters.m_nReports, "report") + ", " + Plural(m_nSkipped, "skipped line") + ", " +
+                     Plural(m_Gateway.Messages(), "message") +
                      (m_Options.m_bReportLive ? "; without flow control some of the rows may have been dropped" : ""));
         for (const auto& [log, rows] : counters.m_Rows) {
-            line(log, rows, " rows");
+            line(log, Plural(rows, "row"));
         }
         if (Gateway::FailedWrites() > 0) {
-            line("rows that could not be written", Gateway::FailedWrites(), "");
+            line("rows that could not be written", std::to_string(Gateway::FailedWrites()));
         }
         if (counters.m_nSaved > 0) {
-            line("saved for the next start", counters.m_nSaved, " requests");
+            line("saved for the next start", Plural(counters.m_nSaved, "request"));
         }
         if (counters.m_nDeliveries > 0) {
-            line("deliveries asked for", counters.m_nDeliveries, "");
+            line("deliveries asked for", std::to_string(counters.m_nDeliveries));
         }
-        if (const Outbox* const outbox = m_Gateway.GetOutbox(); outbox != nullptr) {
-            for (const QueueCounters& sent : outbox->Counters()) {
-                line(sent.m_Subject, sent.m_nSent, " sent, " + std::to_string(sent.m_nWaiting) + " waiting");
-            }
+        for (const Queue* const queue : m_Gateway.GetOutbox().Queues()) {
+            Console::Print("  " + queue->Summary());
         }
     }
 

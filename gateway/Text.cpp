@@ -34,3 +34,7 @@ int SplitName(std::string& name) {
 std::string JoinName(const std::string& name, int id) {
     return id < 0 ? name : name + '@' + std::to_string(id);
 }
+
+std::string Plural(std::int64_t count, const std::string& noun) {
+    return std::to_string(count) + ' ' + noun + (count == 1 ? "" : "s");
+}

@@ -2,6 +2,7 @@
 
 #include "base/EString.h"
 
+#include <cstdint>
 #include <string>
 
 // Between the UTF-8 texts of the gateway and the wide texts of the module. What has no counterpart becomes U+FFFD or,
@@ -13,3 +14,5 @@ std::string Narrow(const wchar_t* text);
 // SplitName takes the identifier off the name, and returns it.
 int SplitName(std::string& name);
 std::string JoinName(const std::string& name, int id);
+
+std::string Plural(std::int64_t count, const std::string& noun); // "1 row", "2 rows"

@@ -50,6 +50,7 @@ int Dispatch(int argc, char** argv) {
 
     CLI::App app("Runs the log file service on reports, one JSON object a line.");
     app.require_subcommand(1);
+    app.set_version_flag("--version", PROGRAM_VERSION);
     CLI::App& run = *app.add_subcommand("run", "run the service until the end of the input or a signal");
     AddConfiguration(run, options);
     run.add_option("--input", options.m_Input, "file of reports, or - for standard input")->capture_default_str();

@@ -65,6 +65,12 @@ std::vector<Queue*> Outbox::Queues() const {
     return queues;
 }
 
+void Outbox::Stop() {
+    for (Queue* const queue : Queues()) {
+        queue->Stop();
+    }
+}
+
 EMailMessage* Outbox::CreateMessage() {
     return new (std::nothrow) EMailMessage;
 }

@@ -12,11 +12,14 @@
 class Outbox : public IEMailService, public IUploadService {
 public:
     // Throws std::exception when a queue cannot be used.
-    Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload, const Reporter& report);
+    Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload,
+           const Reporter& report);
 
     IEMailService* Mails() { return m_pMails != nullptr ? this : nullptr; } // null when they are not configured
     IUploadService* Uploads() { return m_pUploads != nullptr ? this : nullptr; }
     std::vector<Queue*> Queues() const; // of what is configured
+
+    void Stop(); // ends the threads of both; no notice comes afterwards
 
     EResult SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* record) override;
     EMailMessage* CreateMessage() override;

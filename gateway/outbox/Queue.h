@@ -83,7 +83,7 @@ private:
     OutboxSettings m_Settings;
     Reporter m_Report;
     OpenFile m_Lock;
-    OpenFile m_StopEvent;                     // becomes readable
+    OpenFile m_StopEvent; // becomes readable
     std::atomic<std::uint64_t> m_nSent = 0;
     std::map<std::string, unsigned> m_Copies; // of the thread: the next number of a name in a directory
 

@@ -35,7 +35,7 @@ struct OutboxSettings {
 
 // A stored e-mail definition. Its addresses are bare ones, "user@host".
 struct MailDefinition {
-    std::string m_Name; // also "name@identifier", for log files of an identifier
+    std::string m_Name;                         // also "name@identifier", for log files of an identifier
     std::vector<std::string> m_To, m_Cc, m_Bcc; // at least one address in all
     std::string m_Subject;
     std::string m_Text;

@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include <unistd.h>
+
 namespace {
 
 // A stored object: a name and a number.
@@ -194,7 +196,33 @@ TEST_F(Section, NamesStandForFilesOfTheDirectory) {
         EPersistent::CloseSection(m_nHandle);
     }
     EXPECT_EQ(Read("itl"), "[-77]no section[before]no section[]no section");
-    EXPECT_EQ(Messages(), m_Dir.Path("dir.json: not a file that can be read"));
+    EXPECT_EQ(Messages(), m_Dir.Path("dir.json: cannot be read: Not a regular file"));
+}
+
+// Only what is not there may be left out.
+TEST_F(Section, WhatIsThereAndCannotBeReadIsNotMissing) {
+    std::filesystem::create_symlink("nowhere", m_Dir.Path("dangling.json"));
+    std::filesystem::create_symlink("loop.json", m_Dir.Path("loop.json"));
+    WriteWhole(m_Dir.Path("file"), "");
+    WriteWhole(m_Dir.Path("closed.json"), "{}");
+    std::filesystem::permissions(m_Dir.Path("closed.json"), std::filesystem::perms::none);
+    std::filesystem::create_directory(m_Dir.Path("closed"));
+    std::filesystem::permissions(m_Dir.Path("closed"), std::filesystem::perms::none);
+    std::filesystem::permissions(m_Dir.Path(), std::filesystem::perms(0755));
+    const uid_t user = geteuid();
+    if (user == 0) {
+        ASSERT_EQ(seteuid(65534), 0); // root may read everything
+    }
+    for (const auto& [name, reason] : {std::pair{L"dangling.json", "No such file or directory"},
+                                       {L"loop.json", "Too many levels of symbolic links"},
+                                       {L"closed.json", "Permission denied"},
+                                       {L"closed/s.json", "Permission denied"}}) {
+        EXPECT_EQ(EPersistent::RestoreSection(name, m_nHandle, true), RC_SECTION_UNREADABLE) << reason;
+        EXPECT_EQ(Messages(), m_Dir.Path(Narrow(name)) + ": cannot be read: " + reason);
+    }
+    EXPECT_EQ(EPersistent::RestoreSection(L"file/s.json", m_nHandle, true), RC_SECTION_NOT_FOUND);
+    EXPECT_EQ(Messages(), "");
+    EXPECT_EQ(seteuid(user), 0);
 }
 
 } // namespace

@@ -13,7 +13,10 @@ namespace {
 
 class CheckTest : public testing::Test {
 protected:
-    CheckTest() : m_Place({}) {}
+    CheckTest() : m_Place({}) {
+        setenv("TZ", "UTC", 1);
+        tzset();
+    }
 
     // The configuration without a fault that is kept beside this file, but with a text in place of another. "^" marks a
     // place in it, and is left out. Returns the place: "FILE:LINE:COLUMN".
@@ -63,6 +66,13 @@ TEST_F(CheckTest, SaysEverythingAtOnceAndRunRefusesIt) {
     EXPECT_EQ(run.Wait(), 2);
     EXPECT_THAT(run.Errors(), HasSubstr(check.Errors()));
     EXPECT_FALSE(fs::exists("Kavro.log") || fs::exists("config/kvgateway.work"));
+
+    // It may be left out, but a link that leads nowhere is a mistake.
+    fs::remove("config/gateway.json");
+    fs::create_symlink("../etc/gateway.json", "config/gateway.json");
+    Program other = Program::Gateway("check --config config");
+    EXPECT_EQ(other.Wait(), 1);
+    EXPECT_THAT(other.Errors(), HasSubstr("gateway.json: cannot be read: No such file or directory\n"));
 }
 
 #ifdef KV_WITHOUT_MAIL
@@ -83,9 +93,12 @@ TEST_F(CheckTest, DescribesEveryLogFileOfAConfigurationWithoutFaults) {
     EXPECT_THAT(Lines(check.Errors()), ElementsAre(HasSubstr(doubtful + ": warning: ")));
     EXPECT_EQ(check.Output(),
               "KernelLog: Kavro.log, plain text in UTF-16, 1 file of up to 512000 bytes\n"
-              "Trend: ./Spool/trend-%i.csv, comma-separated in 8 bits, 3 files of up to 1000 bytes, "
+              "Trend: ./Spool/trend-%H%M%S-%i.csv, comma-separated in 8 bits, 3 files of up to 1000 bytes, "
               "uploaded on request, then kept in logs/\n"
-              "Alarms@7: ./Spool/alarms-%i.html, HTML, 1 file without a size limit, mailed on request\n");
+              "Alarms@7: ./Spool/alarms-%H%M%S-%i.html, HTML, 1 file without a size limit, mailed on request\n");
+    Program version = Program::Gateway("--version");
+    EXPECT_EQ(version.Wait(), 0);
+    EXPECT_THAT(version.Output(), testing::MatchesRegex("kvgateway [0-9]+\\.[0-9]+\\.[0-9]+\n"));
     EXPECT_EQ(Program::Gateway("init new/config").Wait(), 0);
     Program again = Program::Gateway("check --config new/config");
     EXPECT_EQ(again.Wait(), 0);

@@ -7,6 +7,7 @@
 #include <regex>
 #include <utility>
 
+#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -91,13 +92,16 @@ public:
         }
     }
 
-    static Program Gateway(const std::string& arguments) {
-        return Program(KVGATEWAY_EMULATOR " " KVGATEWAY_PATH " " + arguments);
-    }
+    static constexpr const char* GATEWAY = KVGATEWAY_EMULATOR " " KVGATEWAY_PATH " ";
+    static Program Gateway(const std::string& arguments) { return Program(GATEWAY + arguments); }
     static Program Run(const std::string& more = "") { return Gateway("run --config config " + more); }
 
     bool Write(const std::string& text) { // as much as the program takes, false when it takes no more
         return std::fwrite(text.data(), 1, text.size(), m_pInput) == text.size() && std::fflush(m_pInput) == 0;
+    }
+    bool HasReadAll() const { // of what was written
+        int left = 0;
+        return ioctl(fileno(m_pInput), FIONREAD, &left) == 0 && left == 0;
     }
     void Signal(int number) const { kill(std::stoi(ReadWhole(m_Files + ".pid")), number); }
     int Wait() { // ends the input; the exit status, or -signal

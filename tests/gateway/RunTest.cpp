@@ -8,6 +8,9 @@
 #include <random>
 #include <thread>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::ElementsAre;
@@ -19,7 +22,7 @@ using testing::StartsWith;
 namespace {
 
 // Small files and large sets: many rotations, and nothing that falls out at the end.
-const SpecItems KERNEL_LOG{"KernelLog", "logs", "events-%i.log", 40'000, 900, 0};
+const SpecItems KERNEL_LOG{"KernelLog", "kernel/my", "events-%i.log", 40'000, 900, 0};
 const SpecItems ALARMS{"Alarms", "logs", "alarms-%i.csv", 50'000, 900};
 const SpecItems TREND{"Trend", "logs", "trend-%i.csv", 0, 1};
 
@@ -43,8 +46,14 @@ std::vector<int> Numbers(const std::vector<std::string>& rows, const std::string
     return numbers;
 }
 
+// In the configured kernel log, or in the default one.
 std::vector<int> EventNumbers() {
-    return Numbers(Rows("logsevents-", ".log"), " *E([0-9]+): t");
+    std::vector<std::string> rows = Rows("kernel/myevents-", ".log");
+    if (std::string text = ReadWhole("Kavro.log"); !text.empty()) { // UTF-16
+        std::erase(text, '\0');
+        rows = Lines(text.substr(2));
+    }
+    return Numbers(rows, " *E([0-9]+): t");
 }
 
 std::vector<int> AlarmNumbers() {
@@ -76,8 +85,9 @@ TEST(RunTest, FindsEveryRowOfALongMixedInputInOrderAcrossRotations) {
     EXPECT_EQ(EventNumbers(), halves);
     EXPECT_EQ(AlarmNumbers(), quarters);
     EXPECT_EQ(Numbers(Rows("logs/trend-", ".csv", "Date,Time,n,half"), "([0-9]+),\\1\\.5"), quarters);
-    EXPECT_TRUE(fs::exists("logsevents-20.log") && fs::exists("logs/alarms-20.csv")) << "hardly rotated";
-    EXPECT_THAT(program.Errors(), AllOf(HasSubstr("200000 reports, 0 skipped lines"), HasSubstr("Alarms: 50000 rows")));
+    EXPECT_TRUE(fs::exists("kernel/myevents-20.log") && fs::exists("logs/alarms-20.csv")) << "hardly rotated";
+    EXPECT_THAT(program.Errors(), AllOf(HasSubstr("200000 reports, 0 skipped lines"), HasSubstr("Alarms: 50000 rows"),
+                                        Not(HasSubstr("\x1b"))));
     EXPECT_FALSE(fs::exists("config/kvLogFile.warm") || fs::exists("config/kvgateway.work"));
 }
 
@@ -123,34 +133,43 @@ TEST(RunTest, LeavesWholeRowsAndWritesNoneTwiceWhenKilled) {
     EXPECT_GT(saved, 0) << "no start met saved requests";
 }
 
-TEST(RunTest, SavesWhatWaitsAtASignalAndWritesItOnceAfterTheNextStart) {
+// Also when the kernel log is the default one, which the service only has when it is started.
+TEST(RunTest, SavesWhatWaitsAtASignalAndWritesItOnceAndFirstAfterTheNextStart) {
+    constexpr int LINES = 6000;
+    constexpr int SIGNALS[] = {SIGTERM, SIGINT, SIGHUP};
     std::string text;
-    for (int i = 0; i < 20'000; ++i) {
+    for (int i = 0; i < LINES; ++i) {
         text += Event(i);
     }
-    bool sawSaved = false;
-    for (int attempt = 0; attempt < 20 && !sawSaved; ++attempt) {
-        const Place place({KERNEL_LOG});
-        WriteWhole("input", text);
-        Program program = Program::Run("--input input");
-        Eventually([&] { return fs::exists("logsevents-0.log"); });
-        program.Signal(attempt % 2 == 0 ? SIGTERM : SIGINT);
-        ASSERT_EQ(program.Wait(), 0) << program.Errors();
-        sawSaved = fs::exists("config/kvLogFile.warm");
-        const std::size_t written = EventNumbers().size();
-        std::vector<int> all;
-        for (int start = 0; start < 2; ++start) { // the second one has nothing to bring back
-            Program next = Program::Run();
-            ASSERT_EQ(next.Wait(), 0) << next.Errors();
-            all.resize(EventNumbers().size());
+    for (const std::vector<SpecItems>& specs : {std::vector{KERNEL_LOG}, {}}) {
+        const auto logFile = specs.empty() ? "Kavro.log" : "kernel/myevents-0.log";
+        bool sawSaved = false;
+        for (int attempt = 0; attempt < 20 && !(sawSaved && attempt > 2); ++attempt) {
+            const Place place(specs);
+            WriteWhole("input", text);
+            Program program = Program::Run("--input input");
+            Eventually([&] { return fs::exists(logFile); });
+            program.Signal(SIGNALS[attempt % 3]);
+            ASSERT_EQ(program.Wait(), 0) << program.Errors();
+            const std::string said = program.Errors();
+            std::smatch reports;
+            ASSERT_TRUE(std::regex_search(said, reports, std::regex("([0-9]+) reports"))) << said;
+            std::vector<int> all(std::stoul(reports.str(1)));
             std::iota(all.begin(), all.end(), 0);
-            EXPECT_EQ(EventNumbers(), all) << "after start " << start;
-            EXPECT_THAT(program.Errors(), HasSubstr(": " + std::to_string(all.size()) + " reports"));
-            EXPECT_FALSE(fs::exists("config/kvLogFile.warm"));
+            const bool isSaved = fs::exists("config/kvLogFile.warm");
+            EXPECT_EQ(isSaved, EventNumbers().size() < all.size());
+            sawSaved = sawSaved || isSaved;
+            for (const int newer : {LINES, LINES + 1}) { // the second start has nothing to bring back
+                Program next = Program::Run();
+                next.Write(Event(newer));
+                ASSERT_EQ(next.Wait(), 0) << next.Errors();
+                all.push_back(newer);
+                EXPECT_EQ(EventNumbers(), all) << next.Errors();
+                EXPECT_FALSE(fs::exists("config/kvLogFile.warm"));
+            }
         }
-        EXPECT_EQ(sawSaved, written < all.size());
+        EXPECT_TRUE(sawSaved);
     }
-    EXPECT_TRUE(sawSaved);
 }
 
 TEST(RunTest, ReportsLinesThatCannotBeUsedWithTheirNumbers) {
@@ -227,10 +246,10 @@ static std::string Bytes(const std::u32string& words) {
     return {reinterpret_cast<const char*>(words.data()), sizeof(char32_t) * words.size()};
 }
 
-// The saved request of one event: name of the log file, action 1, one record of the name. See docs/file-formats.md.
-static std::string SavedEvent(char32_t name) {
-    return Bytes(U"\tKernelLog\1\1") + Bytes({1'700'000'000}) + std::string(55, '\0') + Bytes({1}) +
-           std::string(16, '\0') + Bytes({name});
+// The saved request of one event: name of the log file, action, one record of the name. See docs/file-formats.md.
+static std::string SavedEvent(char32_t name, char32_t action = 1, const std::u32string& log = U"\tKernelLog") {
+    return Bytes(log) + Bytes({action, 1, 1'700'000'000}) + std::string(55, '\0') + Bytes({1}) + std::string(16, '\0') +
+           Bytes({name});
 }
 
 TEST(RunTest, TakesUpSavedRequestsWithoutAnyInput) {
@@ -243,8 +262,10 @@ TEST(RunTest, TakesUpSavedRequestsWithoutAnyInput) {
         {whole, "ABC", false},
         {Bytes({1}) + SavedEvent('A'), "A", false},
         {Bytes({0}), "", false},
-        {whole.substr(0, whole.size() - 1), "AB", true}, // cut off in the last request
-        {Bytes({2}) + SavedEvent('A'), "A", true},       // fewer than it says
+        {Bytes({2}) + SavedEvent('A', 1, U"\4Gone") + SavedEvent('B'), "B", false},       // not configured any more
+        {Bytes({3}) + SavedEvent('A') + SavedEvent('B', 5) + SavedEvent('C'), "A", true}, // there is no such action
+        {whole.substr(0, whole.size() - 1), "AB", true},                                  // cut off in the last request
+        {Bytes({2}) + SavedEvent('A'), "A", true},                                        // fewer than it says
         {Bytes({0xFFFFFFFF}) + SavedEvent('A') + SavedEvent('B'), "AB", true},
         {"", "", true},
     };
@@ -254,12 +275,13 @@ TEST(RunTest, TakesUpSavedRequestsWithoutAnyInput) {
         Program program = Program::Run();
         ASSERT_EQ(program.Wait(), 0) << program.Errors();
         std::string names;
-        for (const std::string& row : Rows("logsevents-", ".log")) {
+        for (const std::string& row : Rows("kernel/myevents-", ".log")) {
             names += row.at(row.size() - 3);
         }
         EXPECT_EQ(names, test.m_Names) << program.Errors();
         EXPECT_EQ(fs::exists("config/kvLogFile.warm.damaged"), test.m_bDamaged);
-        EXPECT_EQ(program.Errors().find("error 138") != std::string::npos, test.m_bDamaged) << program.Errors();
+        EXPECT_EQ(program.Errors().find("could not all be read back") != std::string::npos, test.m_bDamaged)
+            << program.Errors();
         EXPECT_FALSE(fs::exists("config/kvLogFile.warm"));
     }
 }
@@ -304,19 +326,123 @@ TEST(RunTest, CutsOffUnfinishedRowsBeforeItGoesOn) {
     }
 }
 
-TEST(RunTest, SaysThatRowsCannotBeWritten) {
+TEST(RunTest, SaysWhatCannotBeWritten) {
     const Place place(
         {SpecItems{.m_Name = "Full", .m_File = "full-%i.csv"}, {.m_Name = "Well", .m_File = "well-%i.csv"}});
     fs::create_directory("logs");
     fs::create_symlink("/dev/full", "logs/full-0.csv");
     Program program = Program::Run();
+    ASSERT_TRUE(Eventually([] { return fs::exists("config/kvgateway.work"); }));
+    fs::rename("config/kvgateway.work", "elsewhere"); // the list of what waits, which is no row
     program.Write(R"({"alarm": {}, "log": "Full"}
 {"alarm": {}, "log": "Full"}
 {"alarm": {}, "log": "Well"})");
+    EXPECT_TRUE(Eventually([&] { return program.Errors().find("the input stands still") != std::string::npos; }));
+    EXPECT_FALSE(fs::exists("logs/well-0.csv"));
+    fs::rename("elsewhere", "config/kvgateway.work");
     EXPECT_EQ(program.Wait(), 1);
     EXPECT_THAT(program.Errors(), AllOf(HasSubstr("/dev/full: No space left on device; rows are lost, 1 so far"),
+                                        HasSubstr("kvgateway: goes on\n"), HasSubstr("  Well: 1 row\n"),
                                         HasSubstr("rows that could not be written: 2\n")));
     EXPECT_THAT(Rows("logs/well-", ".csv"), testing::SizeIs(2));
+}
+
+// While a row waits to be written the queue runs full, and then the pipe.
+TEST(RunTest, UsesUpThePipeAtASignalAndDropsReportsOnlyWithoutFlowControl) {
+    constexpr int QUEUE = 512;
+    std::string begin = R"({"alarm": {}, "log": "Stuck"})"
+                        "\n";
+    std::string rest;
+    std::vector<int> all(1500);
+    std::iota(all.begin(), all.end(), 0);
+    for (const int number : all) {
+        (number < 600 ? begin : rest) += Alarm(number);
+    }
+    for (const bool isLive : {false, true}) {
+        const Place place({ALARMS, {.m_Name = "Stuck", .m_File = "stuck"}});
+        fs::create_directory("logs");
+        ASSERT_EQ(mkfifo("logs/stuck", 0600), 0);
+        Program program = Program::Run(isLive ? "--no-flow-control" : "");
+        program.Write(begin);
+        ASSERT_TRUE(Eventually([&] { return program.HasReadAll(); }));
+        program.Write(rest + (isLive ? "end\n" : ""));
+        if (isLive) {
+            EXPECT_TRUE(Eventually([&] { return program.Errors().find("line 1502: ") != std::string::npos; }));
+        }
+        program.Signal(SIGTERM);
+        const int reader = open("logs/stuck", O_RDONLY | O_NONBLOCK | O_CLOEXEC); // lets the first row go on, and fail
+        EXPECT_EQ(program.Wait(), 1) << program.Errors();
+        EXPECT_EQ(program.Errors().find("; without flow control") != std::string::npos, isLive);
+        close(reader);
+        fs::remove("logs/stuck");
+        Program next = Program::Run();
+        ASSERT_EQ(next.Wait(), 0) << next.Errors();
+        if (isLive) {
+            EXPECT_THAT(AlarmNumbers(), testing::SizeIs(AllOf(testing::Gt(0), testing::Le(QUEUE))));
+        } else {
+            EXPECT_EQ(AlarmNumbers(), all);
+        }
+    }
+}
+
+TEST(RunTest, GoesOnAfterAHangUpWithNohup) {
+    const Place place({ALARMS});
+    Program program(std::string("nohup ") + Program::GATEWAY + "run --config config");
+    for (const int number : {0, 1, 2}) {
+        program.Write(Alarm(number));
+        EXPECT_TRUE(Eventually([&] { return AlarmNumbers().size() == number + 1U; })) << number;
+        program.Signal(SIGHUP);
+    }
+    EXPECT_EQ(program.Wait(), 0);
+}
+
+// The line of progress stays below the messages, and goes in the end.
+TEST(RunTest, ShowsItsProgressOnATerminal) {
+    const Place place({ALARMS});
+    std::string text;
+    for (int i = 1; i <= 3000; ++i) {
+        text += i == 2000 ? "end\n" : Alarm(i);
+    }
+    WriteWhole("input", text);
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_TRUE(grantpt(terminal) == 0 && unlockpt(terminal) == 0);
+    Program program(std::string("sh -c 'exec ") + Program::GATEWAY + "run --config config --input input 2>" +
+                    ptsname(terminal) + "'");
+    EXPECT_EQ(program.Wait(), 1);
+    std::string shown(65536, '\0');
+    shown.resize(static_cast<std::size_t>(std::max<ssize_t>(read(terminal, shown.data(), shown.size()), 0)));
+    close(terminal);
+    const std::string progress = R"([0-9]+ lines \([0-9]+%\)(, 1 skipped)?)";
+    EXPECT_TRUE(std::regex_match(
+        shown, std::regex("(\r\x1b\\[K" + progress + ")+\r\x1b\\[Kkvgateway: line 2000: [^\r]+\r\n" + progress +
+                          "(\r\x1b\\[K" + progress + ")*\r\x1b\\[Kkvgateway: 2999 reports, [^\r]+\r\n[^\r]+\r\n")))
+        << shown;
+}
+
+// In a directory with nothing but the program, and in whatever time zone.
+TEST(RunTest, TheReadmesCommandsEndWithTheRowThatItShows) {
+    std::string readme = ReadWhole(KVTEST_SOURCES "../../README.md");
+    readme = readme.substr(readme.find("\n## In two minutes\n") + 1);
+    std::vector<std::string> blocks;
+    bool isInside = false;
+    for (const std::string& line : Lines(readme.substr(0, readme.find("\n## ")))) {
+        if (!line.starts_with("    ")) {
+            isInside = false;
+        } else {
+            isInside ? blocks.back() += line + '\n' : blocks.emplace_back(line + '\n');
+            isInside = true;
+        }
+    }
+    ASSERT_EQ(blocks.size(), 3U) << "commands, an element of the configuration, the rows";
+    const Place place({});
+    fs::create_directories("build/release");
+    WriteWhole("build/release/kvgateway", std::string("#!/bin/sh\nexec ") + Program::GATEWAY + "\"$@\"\n");
+    fs::permissions("build/release/kvgateway", fs::perms(0755));
+    WriteWhole("commands", blocks[0]);
+    Program program("env TZ=EST5 sh -e commands");
+    ASSERT_EQ(program.Wait(), 0) << program.Errors();
+    EXPECT_THAT(program.Output(), EndsWith('\n' + std::regex_replace(blocks[2], std::regex("(^|\n)    "), "$1")));
+    EXPECT_THAT(ReadWhole("build/first/config/kvLogFile.json"), HasSubstr(blocks[1]));
 }
 
 TEST(RunTest, RefusesToStart) {
