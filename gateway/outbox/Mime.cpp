@@ -1,11 +1,22 @@
 #include "gateway/outbox/Mime.h"
 
+#include <system_error>
+
+#ifdef KV_WITHOUT_MAIL
+
+// A configuration that asks for mails has been refused before.
+void WriteMail(const std::string&, const MailDefinition&, const std::vector<std::filesystem::path>&,
+               const std::filesystem::path&) {
+    throw std::system_error(std::make_error_code(std::errc::not_supported));
+}
+
+#else
+
 #include <cerrno>
 #include <fcntl.h>
 #include <gmime/gmime.h>
 #include <memory>
 #include <mutex>
-#include <system_error>
 
 namespace {
 
@@ -43,14 +54,6 @@ void AddHeadings(GMimeMessage* message, const std::string& from, const MailDefin
     g_date_time_unref(now);
 }
 
-void AddText(GMimeMultipart* parts, const std::string& text) {
-    const Object<GMimeTextPart> part(g_mime_text_part_new_with_subtype("plain"));
-    g_mime_text_part_set_charset(part.get(), "utf-8");
-    g_mime_text_part_set_text(part.get(), text.c_str());
-    g_mime_part_set_content_encoding(GMIME_PART(part.get()), GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE);
-    g_mime_multipart_add(parts, GMIME_OBJECT(part.get()));
-}
-
 void AddAttachment(GMimeMultipart* parts, const std::filesystem::path& path) {
     const Object<GMimeStream> stream(OpenStream(path, O_RDONLY));
     const Object<GMimeDataWrapper> content(
@@ -72,7 +75,11 @@ void WriteMail(const std::string& from, const MailDefinition& definition,
     const Object<GMimeMessage> message(g_mime_message_new(TRUE));
     AddHeadings(message.get(), from, definition);
     const Object<GMimeMultipart> parts(g_mime_multipart_new_with_subtype("mixed"));
-    AddText(parts.get(), definition.m_Text);
+    const Object<GMimeTextPart> text(g_mime_text_part_new_with_subtype("plain"));
+    g_mime_text_part_set_charset(text.get(), "utf-8");
+    g_mime_text_part_set_text(text.get(), definition.m_Text.c_str());
+    g_mime_part_set_content_encoding(GMIME_PART(text.get()), GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE);
+    g_mime_multipart_add(parts.get(), GMIME_OBJECT(text.get()));
     for (const auto& path : attachments) {
         AddAttachment(parts.get(), path);
     }
@@ -83,3 +90,5 @@ void WriteMail(const std::string& from, const MailDefinition& definition,
         throw std::system_error(errno, std::generic_category(), file.string());
     }
 }
+
+#endif

@@ -3,11 +3,11 @@
 #include "base/EMailMessage.h"
 #include "base/EUploadFiles.h"
 #include "base/ISMListener.h"
+#include "gateway/Console.h"
 #include "gateway/Text.h"
 #include "gateway/outbox/Mime.h"
 
 #include <sstream>
-#include <utility>
 
 namespace fs = std::filesystem;
 
@@ -18,44 +18,31 @@ bool IsFile(const fs::path& path) {
     return fs::is_regular_file(path, ignored);
 }
 
-// The files of a list ";path;path". A path may have a ';' of its own: what is no file by itself is tried together with
-// what follows.
-std::vector<fs::path> FindAttachments(const std::string& list, const Reporter& report) {
+std::vector<fs::path> FindAttachments(const std::string& list) {
     std::vector<fs::path> files;
-    std::string missing;
-    const auto leaveOut = [&] {
-        if (!missing.empty()) {
-            report("e-mail: attachment not found, and left out: " + std::exchange(missing, ""));
-        }
-    };
-    std::istringstream items(list);
-    for (std::string item; std::getline(items, item, ';');) {
-        if (IsFile(item)) {
-            leaveOut();
-        }
-        missing += (missing.empty() ? "" : ";") + item;
-        if (IsFile(missing)) {
-            files.emplace_back(std::exchange(missing, ""));
+    std::istringstream paths(list.empty() ? "" : list.substr(1));
+    for (std::string path; std::getline(paths, path, ';');) {
+        if (IsFile(path)) {
+            files.emplace_back(path);
+        } else {
+            Console::Say("e-mail: attachment not found, and left out: " + path);
         }
     }
-    leaveOut();
     return files;
 }
 
 } // namespace
 
-Outbox::Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload,
-               const Reporter& report)
-    : m_Report(report) {
+Outbox::Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload) {
     if (mail) {
         m_From = mail->m_From;
         for (const MailDefinition& definition : mail->m_Definitions) {
             m_Definitions[definition.m_Name] = definition;
         }
-        m_pMails = std::make_unique<Queue>("e-mail", "outbox/mail", *mail, report);
+        m_pMails = std::make_unique<Queue>("e-mail", "outbox/mail", *mail);
     }
     if (upload) {
-        m_pUploads = std::make_unique<Queue>("upload", "outbox/upload", *upload, report);
+        m_pUploads = std::make_unique<Queue>("upload", "outbox/upload", *upload);
     }
 }
 
@@ -111,8 +98,8 @@ EResult Outbox::Mail(const std::string& name, const std::string& attachment, con
         return RC_NOT_FOUND;
     }
     definition->m_Attachments += attachment;
-    const auto write = [from = m_From, report = m_Report, definition](const fs::path& file) {
-        WriteMail(from, *definition, FindAttachments(definition->m_Attachments, report), file);
+    const auto write = [from = m_From, definition](const fs::path& file) {
+        WriteMail(from, *definition, FindAttachments(definition->m_Attachments), file);
     };
     m_pMails->Accept(NO_IDENTIFIER, "", write, notice);
     return RC_OK;
@@ -126,7 +113,7 @@ EResult Outbox::UploadFiles(EUploadFiles* files, EString* parameter1, EString* /
         if (IsFile(path)) {
             paths.push_back(path);
         } else {
-            m_Report("upload: file not found, and left out: " + path.string());
+            Console::Say("upload: file not found, and left out: " + path.string());
         }
     }
     const int identifier = parameter1 != nullptr ? std::stoi(Narrow(*parameter1)) : NO_IDENTIFIER;

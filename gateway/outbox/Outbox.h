@@ -12,8 +12,7 @@
 class Outbox : public IEMailService, public IUploadService {
 public:
     // Throws std::exception when a queue cannot be used.
-    Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload,
-           const Reporter& report);
+    Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload);
 
     IEMailService* Mails() { return m_pMails != nullptr ? this : nullptr; } // null when they are not configured
     IUploadService* Uploads() { return m_pUploads != nullptr ? this : nullptr; }
@@ -38,7 +37,6 @@ public:
 private:
     std::optional<MailDefinition> FindDefinition(const std::string& name);
 
-    Reporter m_Report;
     std::string m_From;
     std::mutex m_Mutex; // guards m_Definitions
     std::map<std::string, MailDefinition> m_Definitions;
