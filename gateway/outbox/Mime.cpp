@@ -35,17 +35,16 @@ GMimeStream* OpenStream(const std::filesystem::path& path, int flags) {
 }
 
 void AddHeadings(GMimeMessage* message, const std::string& from, const MailDefinition& definition) {
-    const std::tuple<GMimeAddressType, std::vector<std::string>> headings[] = {
-        {GMIME_ADDRESS_TYPE_FROM, {from}},
-        {GMIME_ADDRESS_TYPE_TO, definition.m_To},
-        {GMIME_ADDRESS_TYPE_CC, definition.m_Cc},
-        {GMIME_ADDRESS_TYPE_BCC, definition.m_Bcc}};
-    for (const auto& [type, addresses] : headings) {
-        for (const std::string& address : addresses) {
-            g_mime_message_add_mailbox(message, type, nullptr, address.c_str());
+    const std::pair<const char*, const std::string&> headings[] = {{"From", from},
+                                                                   {"To", definition.m_To},
+                                                                   {"Cc", definition.m_Cc},
+                                                                   {"Bcc", definition.m_Bcc},
+                                                                   {"Subject", definition.m_Subject}};
+    for (const auto& [name, text] : headings) {
+        if (!text.empty()) {
+            g_mime_object_set_header(GMIME_OBJECT(message), name, text.c_str(), "utf-8");
         }
     }
-    g_mime_message_set_subject(message, definition.m_Subject.c_str(), "utf-8");
     char* const id = g_mime_utils_generate_message_id(from.substr(from.find('@') + 1).c_str());
     g_mime_message_set_message_id(message, id);
     g_free(id);

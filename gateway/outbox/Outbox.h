@@ -5,6 +5,7 @@
 #include "gateway/outbox/Queue.h"
 
 #include <memory>
+#include <optional>
 
 // The gateway's sending services, and their queues in "outbox" of the working directory. What is handed over counts as
 // sent for the caller once it is safe there. A file that cannot be found is reported and left out. What StoreMessage
@@ -35,8 +36,6 @@ public:
     void Upload(const std::filesystem::path& file, int identifier, const Queue::Notice& notice);
 
 private:
-    std::optional<MailDefinition> FindDefinition(const std::string& name);
-
     std::string m_From;
     std::mutex m_Mutex; // guards m_Definitions
     std::map<std::string, MailDefinition> m_Definitions;

@@ -44,17 +44,18 @@ void Queue::TakeUp(const fs::path& path) {
     if (name.empty() || name.find_first_not_of("0123456789") != std::string::npos) {
         return; // not ours
     }
-    const fs::directory_iterator files =
-        fs::is_directory(path) ? fs::directory_iterator(path) : fs::directory_iterator();
-    if (fs::is_directory(path) && files == fs::directory_iterator()) {
-        fs::remove(path); // its removal had begun
-        return;
+    fs::path file = path;
+    if (fs::is_directory(path)) {
+        const fs::directory_iterator files(path);
+        if (files == fs::directory_iterator()) {
+            fs::remove(path); // its removal had begun
+            return;
+        }
+        file = files->path();
     }
-    const fs::path file = fs::is_directory(path) ? files->path() : path;
-    const std::uint64_t number = std::stoull(name);
-    m_nLast = std::max(m_nLast, number);
+    m_nLast = std::max<std::uint64_t>(m_nLast, std::stoull(name));
     m_nBytes += fs::file_size(file);
-    m_Entries.insert({number, {file, identifier, fs::file_size(file), nullptr, nullptr}});
+    m_Entries.insert({std::stoull(name), {file, identifier, fs::file_size(file), nullptr, nullptr}});
 }
 
 fs::path Queue::PathOf(const Entry& entry) const {
@@ -79,11 +80,8 @@ void Queue::Accept(int identifier, const std::string& name, Make make, Notice no
     const std::string number = std::to_string(m_nLast);
     const fs::path file = m_Directory / (name.empty() ? number + MAIL : JoinName(number, identifier) + '/' + name);
     const auto entry = m_Entries.insert({m_nLast, {file, identifier, 0, std::move(make), std::move(notice)}}).first;
-    const bool isBehind = m_nUnaccepted++ > 0; // and keeps its place
-    const Notice due = isBehind ? nullptr : Conclude(entry, Attempt(entry->second));
-    lock.unlock();
-    if (due) {
-        due();
+    if (m_nUnaccepted++ == 0) { // otherwise it waits its turn
+        Step(entry, lock);
     }
 }
 
@@ -91,26 +89,10 @@ void Queue::Run() {
     std::unique_lock lock(m_Mutex);
     while (!m_bStopping) {
         auto wake = Clock::now() + std::chrono::hours(1);
-        const auto entry = NextDue(wake);
-        if (entry == m_Entries.end()) {
+        if (const auto entry = NextDue(wake); entry != m_Entries.end()) {
+            Step(entry, lock);
+        } else {
             m_Changed.wait_until(lock, wake);
-            continue;
-        }
-        m_nRunning = entry->first;
-        const bool isAccepted = !entry->second.m_Make;
-        if (isAccepted) {
-            lock.unlock();
-        }
-        const auto failure = Attempt(entry->second);
-        if (isAccepted) {
-            lock.lock();
-        }
-        m_nRunning = 0;
-        const Notice due = Conclude(entry, failure);
-        if (due) {
-            lock.unlock();
-            due();
-            lock.lock();
         }
     }
 }
@@ -138,19 +120,44 @@ Queue::Entries::iterator Queue::NextDue(Clock::time_point& wake) {
     return wake <= now ? next : m_Entries.end();
 }
 
-// Accepts or sends the entry; the reason when that fails.
-std::optional<std::string> Queue::Attempt(Entry& entry) {
+// Accepts or sends the entry, and counts the result. Gives the lock away meanwhile.
+void Queue::Step(Entries::iterator entry, std::unique_lock<std::mutex>& lock) {
+    std::string failure;
     try {
-        if (entry.m_Make) {
-            Write(entry);
-        } else if (fs::exists(entry.m_File)) { // somebody may have taken it out
-            Send(entry);
-            ++m_nSent;
+        if (entry->second.m_Make) {
+            Write(entry->second);
+        } else {
+            m_nRunning = entry->first;
+            lock.unlock();
+            Send(entry->second);
         }
-        return std::nullopt;
     } catch (const std::exception& error) {
-        return error.what();
+        failure = error.what();
     }
+    if (!lock) {
+        lock.lock();
+        m_nRunning = 0;
+    }
+    m_Changed.notify_all();
+    if (!failure.empty()) {
+        Postpone(entry, failure);
+        return;
+    }
+    m_Places[PlaceOf(entry->second)] = {};
+    if (!entry->second.m_Make) {
+        ++m_nSent;
+        Remove(entry);
+        return;
+    }
+    --m_nUnaccepted;
+    m_nBytes += entry->second.m_nBytes;
+    entry->second.m_Make = nullptr;
+    entry->second.m_Pause = {};
+    const Notice notice = std::exchange(entry->second.m_Notice, nullptr);
+    HoldLimit();
+    lock.unlock();
+    notice();
+    lock.lock();
 }
 
 void Queue::Write(Entry& entry) {
@@ -176,6 +183,9 @@ void Queue::Write(Entry& entry) {
 }
 
 void Queue::Send(const Entry& entry) {
+    if (!fs::exists(entry.m_File)) {
+        return; // somebody has taken it out
+    }
     const Target& target = m_Settings.m_Targets.at(PlaceOf(entry));
     const std::string name = entry.m_File.filename();
     if (!target.m_Directory.empty()) {
@@ -198,42 +208,20 @@ void Queue::Send(const Entry& entry) {
     RunProgram(command, entry.m_File, m_Settings.m_Timeout, m_StopEvent.Get());
 }
 
-// Counts the result of an attempt. The notice that is due then, or none.
-Queue::Notice Queue::Conclude(Entries::iterator entry, const std::optional<std::string>& failure) {
-    m_Changed.notify_all();
-    if (failure) {
-        Postpone(entry, *failure);
-        return nullptr;
-    }
-    m_Places[PlaceOf(entry->second)] = {};
-    if (!entry->second.m_Make) {
-        Remove(entry);
-        return nullptr;
-    }
-    --m_nUnaccepted;
-    m_nBytes += entry->second.m_nBytes;
-    entry->second.m_Make = nullptr;
-    entry->second.m_Pause = {};
-    const Notice notice = std::exchange(entry->second.m_Notice, nullptr);
-    HoldLimit();
-    return notice;
-}
-
 void Queue::Postpone(Entries::iterator entry, const std::string& reason) {
     const auto lengthen = [this](Pause& pause) {
         pause.m_Length = std::clamp(pause.m_Length * 2, m_Settings.m_RetryMin, m_Settings.m_RetryMax);
         pause.m_End = Clock::now() + pause.m_Length;
     };
+    if (m_bStopping) {
+        return;
+    }
     auto& [number, of] = *entry;
     Place& place = m_Places[PlaceOf(of)];
-    if (m_bStopping) {
-        return; // it was not its fault
-    }
     lengthen(of.m_Pause);
-    if (place.m_nLastFailed != 0 && place.m_nLastFailed != number) { // nor is it this one entry's
-        lengthen(place.m_Pause);
+    if (const auto last = std::exchange(place.m_nLastFailed, number); last != 0 && last != number) {
+        lengthen(place.m_Pause); // the fault is not this one entry's
     }
-    place.m_nLastFailed = number;
     const auto seconds = std::chrono::ceil<std::chrono::seconds>(of.m_Pause.m_Length).count();
     Report(of.m_File.filename().string() + (of.m_Make ? ": not accepted, and stays where it is: " : ": ") + reason +
            "; tried again in " + std::to_string(seconds) + " s, " + std::to_string(m_Entries.size()) + " waiting");
@@ -278,9 +266,10 @@ bool Queue::Drain(Clock::time_point end) {
 }
 
 void Queue::Stop() {
-    std::unique_lock lock(m_Mutex);
-    m_bStopping = true;
-    lock.unlock();
+    {
+        const std::lock_guard lock(m_Mutex);
+        m_bStopping = true;
+    }
     m_Changed.notify_all();
     eventfd_write(m_StopEvent.Get(), 1);
     if (m_Thread.joinable()) {

@@ -1,13 +1,11 @@
 #pragma once
 
-#include "gateway/outbox/Platform.h"
+#include "gateway/Platform.h"
 #include "gateway/outbox/Settings.h"
 
-#include <atomic>
 #include <condition_variable>
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <thread>
 
 // Entries that wait on disk until they are sent, and the thread that sends them, oldest first:
@@ -63,10 +61,9 @@ private:
     bool IsWaiting(const Entry& entry) const; // not one that stays here
     void Run();
     Entries::iterator NextDue(Clock::time_point& wake);
-    std::optional<std::string> Attempt(Entry& entry);
+    void Step(Entries::iterator entry, std::unique_lock<std::mutex>& lock);
     void Write(Entry& entry);
     void Send(const Entry& entry);
-    Notice Conclude(Entries::iterator entry, const std::optional<std::string>& failure);
     void Postpone(Entries::iterator entry, const std::string& reason);
     void HoldLimit();
     void Remove(Entries::iterator entry);
@@ -76,8 +73,7 @@ private:
     const std::filesystem::path m_Directory;
     const OutboxSettings m_Settings;
     const OpenFile m_Lock;
-    const OpenFile m_StopEvent; // becomes readable
-    std::atomic<std::uint64_t> m_nSent = 0;
+    const OpenFile m_StopEvent;               // becomes readable
     std::map<std::string, unsigned> m_Copies; // of the thread: the next number of a name in a directory
 
     std::mutex m_Mutex; // guards what follows; not held while something is sent
@@ -87,6 +83,7 @@ private:
     std::uint64_t m_nLast = 0; // number
     std::uint64_t m_nBytes = 0;
     std::uint64_t m_nUnaccepted = 0;
+    std::uint64_t m_nSent = 0;
     std::uint64_t m_nRunning = 0; // number of what is being sent
     std::map<int, Place> m_Places;
     std::thread m_Thread;

@@ -31,8 +31,8 @@ struct OutboxSettings {
 
 // A stored e-mail definition. Its addresses are bare ones, "user@host".
 struct MailDefinition {
-    std::string m_Name;                         // also "name@identifier", for log files of an identifier
-    std::vector<std::string> m_To, m_Cc, m_Bcc; // at least one address in all
+    std::string m_Name;            // also "name@identifier", for log files of an identifier
+    std::string m_To, m_Cc, m_Bcc; // with ", " in between; at least one in all
     std::string m_Subject, m_Text;
     std::string m_Attachments; // paths of files that go with every mail, each preceded by ';'
 };

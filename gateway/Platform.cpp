@@ -1,4 +1,4 @@
-#include "gateway/outbox/Platform.h"
+#include "gateway/Platform.h"
 
 #include <algorithm>
 #include <cerrno>

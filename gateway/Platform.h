@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-// What the outbox asks of the system. Everything throws std::exception when it cannot be done.
+// What the gateway asks of the system. Everything throws std::exception when it cannot be done.
 
 class OpenFile {
 public:
