@@ -6,7 +6,6 @@
 #include <memory>
 
 namespace fs = std::filesystem;
-using testing::AnyOf;
 using testing::HasSubstr;
 
 namespace {
@@ -28,17 +27,15 @@ protected:
     SendingTest() : m_Place({Log("a-%i.csv", "A", 1), Log("b \xC3\xBC{%H%M%S%s}-%i.csv", "B", 0)}) {
         fs::create_directory("data");
         fs::create_directory("kept");
-        if (m_bMails) {
-            const std::string make = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes "
-                                     "-subj /CN=test -keyout key.pem -out cert.pem -addext subjectAltName=IP:";
-            EXPECT_EQ(Program(make + m_Address).Wait(), 0);
-        }
-        WriteWhole("msmtprc", "account default\nhost " + m_Address +
-                                  "\nport 8025\nfrom g@example.com\ntls on\ntls_trust_file cert.pem\nauth on\n"
-                                  "user kavro\npassword right\nlogfile /dev/stderr\n");
-        WriteWhole(
-            "curlrc",
-            "fail\nsilent\ngloboff\nwrite-out = \"%{onerror}%{stderr}%{errormsg}\"\nnoproxy = *\nuser = kavro:right\n");
+        const std::string make = "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes -subj "
+                                 "/CN=test -keyout key.pem -out cert.pem -addext subjectAltName=IP:";
+        EXPECT_EQ(Program(make + m_Address).Wait(), 0);
+        WriteWhole("msmtprc",
+                   "account default\nhost " + m_Address +
+                       "\nport 8025\nfrom g@example.com\ntls on\n"
+                       "tls_trust_file cert.pem\nauth on\nuser kavro\npassword right\nlogfile /dev/stderr\n");
+        WriteWhole("curlrc", "fail\nsilent\ngloboff\nnoproxy = *\nuser = kavro:right\n"
+                             "write-out = \"%{onerror}%{stderr}%{errormsg}\"\n");
         WriteWhole("rclone.conf", "[dav]\ntype = webdav\nvendor = other\nurl = http://" + m_Address +
                                       ":8025\nuser = kavro\npass = P44QTVxlQl4uEzgIqTstOcXa3jfp\n"); // "right"
     }
@@ -48,9 +45,10 @@ protected:
     }
 
     void StartServer(const std::string& password = "right") {
-        const std::string server = m_bMails ? "python3 " KVTEST_SOURCES "outbox/server.py " + m_Address + ' ' + password
-                                            : "rclone --config rclone.conf serve webdav data --user kavro --pass " +
-                                                  password + " --addr " + m_Address + ":8025";
+        const std::string server =
+            m_bMails ? "/usr/bin/python3 " KVTEST_SOURCES "outbox/server.py " + m_Address + ' ' + password
+                     : "rclone --config rclone.conf serve webdav data --user kavro --pass " + password + " --addr " +
+                           m_Address + ":8025";
         m_pServer = std::make_unique<Program>(server);
         ASSERT_TRUE(Eventually([&] { return m_pServer->Errors().find("started") != std::string::npos; }));
     }
@@ -58,13 +56,13 @@ protected:
     Program StartGateway(const std::string& timeout) const {
         const std::map<std::string, std::string> beginnings{
             {"msmtp", R"("mail": {"from": "g@example.com", "definitions": [{"name": "daily", "to": ["o@example.com"]}],
-                "command": ["msmtp", "--file=msmtprc", "-t"])"},
-            {"curl", R"("upload": {"command": ["curl", "--config", "curlrc", "--upload-file", "{path}", "http://)" +
-                         m_Address + ":8025/\"]"},
-            {"rclone",
-             R"("upload": {"command": ["rclone", "--config", "rclone.conf", "--retries", "1", "--ignore-times",
-                "copyto", "{path}", "dav:{name}"])"}};
-        WriteWhole("config/gateway.json", "{" + beginnings.at(m_Program) + R"(, "timeout": ")" + timeout +
+                "command": ["msmtp", "--file=msmtprc", "-t")"},
+            {"curl", R"("upload": {"command": ["curl", "--config", "curlrc", "--upload-file", "{path}",
+                "http://)" +
+                         m_Address + ":8025/\""},
+            {"rclone", R"("upload": {"command": ["rclone", "--config", "rclone.conf", "--low-level-retries", "1",
+                "--ignore-times", "copyto", "{path}", "dav:{name}")"}};
+        WriteWhole("config/gateway.json", "{" + beginnings.at(m_Program) + R"(], "timeout": ")" + timeout +
                                               R"(", "retryMin": "100ms", "retryMax": "500ms"}})");
         return Program::Run();
     }
@@ -81,20 +79,19 @@ protected:
     const std::string m_Fault = std::get<1>(GetParam());
     const bool m_bMails = m_Program == "msmtp";
     const Place m_Place;
-    // Of this process alone, so that the port is always free.
-    const std::string m_Address = "127." + std::to_string(1 + getpid() / 65536) + '.' +
-                                  std::to_string(getpid() / 256 % 256) + '.' + std::to_string(getpid() % 256);
+    // Of this process, so that the port is free.
+    const std::string m_Address =
+        "127.9." + std::to_string(getpid() / 256 % 256) + '.' + std::to_string(getpid() % 256);
     std::unique_ptr<Program> m_pServer;
 };
 
 // Files of the log A have all the same name: its last one has to be there in the end. Those of B have names of their own.
 TEST_P(SendingTest, EverythingArrivesInOrderOverRestarts) {
-    const std::map<std::string, testing::Matcher<std::string>> reasons{
-        // by msmtp, curl and rclone
-        {"down", AnyOf(HasSubstr("cannot connect"), HasSubstr("Failed to connect"), HasSubstr("connection refused"))},
-        {"refuses_one", AnyOf(HasSubstr("550 "), HasSubstr("returned error: 4"), HasSubstr("is a directory"))},
-        {"refuses_all", AnyOf(HasSubstr("535 "), HasSubstr("returned error: 401"), HasSubstr("401 Unauthorized"))},
-        {"hangs", HasSubstr("took too long")}};
+    const std::map<std::string, const char*> reasons{// by msmtp, curl and rclone
+                                                     {"down", "cannot connect|Failed to connect|connection refused"},
+                                                     {"refuses_one", "550 |returned error: 4|is a directory"},
+                                                     {"refuses_all", "535 |returned error: 401|401 Unauthorized"},
+                                                     {"hangs", "took too long"}};
     if (m_Fault == "refuses_one") {
         fs::create_directory("data/a-0.csv");
     }
@@ -105,11 +102,12 @@ TEST_P(SendingTest, EverythingArrivesInOrderOverRestarts) {
         m_pServer->Signal(SIGSTOP);
     }
     for (const int end : {SIGTERM, SIGKILL}) {
+        const std::string text = end == SIGTERM ? "\xC3\xBC first" : "\xC3\xBC later"; // of the same length
         Program gateway = StartGateway("1s");
-        Send(gateway, "A", "\xC3\xBC" + std::to_string(end));
-        Send(gateway, "B", "\xC3\xBC" + std::to_string(end) + std::string(3000, 'x')); // longer than a mail's lines
-        EXPECT_TRUE(Eventually([&] { return testing::Value(gateway.Errors(), reasons.at(m_Fault)); }))
-            << gateway.Errors();
+        Send(gateway, "A", text);
+        Send(gateway, "B", text + std::string(3000, 'x')); // longer than a mail's lines
+        const std::regex reason(reasons.at(m_Fault));
+        EXPECT_TRUE(Eventually([&] { return std::regex_search(gateway.Errors(), reason); })) << gateway.Errors();
         if (m_Fault == "refuses_one") { // and holds up nothing else
             EXPECT_TRUE(Eventually([&] { return Contents("data").size() == Contents("kept").size() - 1; }));
         }
@@ -124,22 +122,17 @@ TEST_P(SendingTest, EverythingArrivesInOrderOverRestarts) {
     EXPECT_EQ(last.Wait(), 0);
     EXPECT_THAT(last.Errors(), HasSubstr(", 0 waiting"));
     EXPECT_EQ(Contents("data"), Contents("kept"));
-    EXPECT_EQ(Contents("data").size(), 3U);
+    EXPECT_EQ(Contents("data").size(), 5U) << "each file of B has an empty older one";
 }
 
 #ifdef KV_WITHOUT_MAIL
 const auto PROGRAMS = testing::Values("curl", "rclone");
 #else
 const auto PROGRAMS = testing::Values("msmtp", "curl", "rclone");
-#endif
 
-INSTANTIATE_TEST_SUITE_P(Table, SendingTest,
-                         testing::Combine(PROGRAMS, testing::Values("down", "refuses_one", "refuses_all", "hangs")),
-                         [](const auto& test) { return std::get<0>(test.param) + '_' + std::get<1>(test.param); });
-
-void ExpectAccepted(std::string configuration) {
-    configuration = std::regex_replace(configuration, std::regex("/usr/sbin/sendmail"), "msmtp"); // may be missing
-    WriteWhole("config/gateway.json", configuration);
+void ExpectAccepted(const std::string& configuration) {
+    // A mail system may be missing.
+    WriteWhole("config/gateway.json", std::regex_replace(configuration, std::regex("/usr/sbin/sendmail"), "msmtp"));
     Program check = Program::Gateway("check --config config");
     EXPECT_EQ(check.Wait(), 0) << check.Errors() << configuration;
 }
@@ -149,9 +142,8 @@ TEST(SendingPageTest, EveryConfigurationIsAccepted) {
     const std::string page = ReadWhole(KVTEST_SOURCES "../../docs/sending.md");
     const std::regex block("\n    \\{\n(     .*\n)+    \\}\n");
     int found = 0;
-    for (auto match = std::sregex_iterator(page.begin(), page.end(), block); match != std::sregex_iterator(); ++match) {
+    for (std::sregex_iterator match(page.begin(), page.end(), block), end; match != end; ++match, ++found) {
         ExpectAccepted(match->str());
-        ++found;
     }
     EXPECT_EQ(found, 8);
 
@@ -164,5 +156,11 @@ TEST(SendingPageTest, EveryConfigurationIsAccepted) {
     }
     ExpectAccepted(std::regex_replace(start, std::regex("  // (  |\"mail|\\},)"), "$1"));
 }
+
+#endif
+
+INSTANTIATE_TEST_SUITE_P(Table, SendingTest,
+                         testing::Combine(PROGRAMS, testing::Values("down", "refuses_one", "refuses_all", "hangs")),
+                         [](const auto& test) { return std::get<0>(test.param) + '_' + std::get<1>(test.param); });
 
 } // namespace

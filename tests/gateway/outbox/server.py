@@ -1,14 +1,11 @@
 #!/usr/bin/python3
-"""A mail server that tests send to: server.py ADDRESS PASSWORD
+"""server.py ADDRESS PASSWORD: a mail server that tests send to as the user kavro, encrypted (cert.pem, key.pem).
 
-The user kavro may send, encrypted (cert.pem, key.pem). Attachments go into data/; one with whose name there is a directory
-is refused.
-"""
+Attachments go into data/; one with whose name there is a directory is refused."""
 
 import email.policy
 import ssl
 import sys
-import threading
 
 from aiosmtpd.controller import Controller
 from aiosmtpd.smtp import AuthResult
@@ -35,4 +32,4 @@ context.load_cert_chain("cert.pem", "key.pem")
 Controller(Handler(), hostname=sys.argv[1], port=8025, tls_context=context, require_starttls=True, auth_required=True,
            authenticator=log_in).start()
 print("started", file=sys.stderr)
-threading.Event().wait()
+sys.stdin.read()
