@@ -104,6 +104,7 @@ bool MoveAcross(const char* source, const char* target) {
 }
 
 std::atomic<EFileIO::FailureHook> g_Hook = nullptr;
+std::atomic<bool> g_bDeleting = true;
 
 void TellFailure(const char* name, int error) {
     if (const EFileIO::FailureHook hook = g_Hook) {
@@ -263,7 +264,7 @@ std::uint64_t EFileIO::GetBytesLeft() {
 
 int EFileIO::DeleteFile(const wchar_t* name, bool /*moveToTrash*/) {
     const Name path(name);
-    return Uninterrupted([&] { return unlink(path); }) == 0 ? 1 : 0;
+    return g_bDeleting && Uninterrupted([&] { return unlink(path); }) == 0 ? 1 : 0;
 }
 
 int EFileIO::RenameFile(const wchar_t* from, const wchar_t* to) {
@@ -327,6 +328,10 @@ int EFileIO::RemoveDir(const wchar_t* path) {
 
 void EFileIO::SetFailureHook(FailureHook hook) {
     g_Hook = hook;
+}
+
+void EFileIO::SetDeleting(bool works) {
+    g_bDeleting = works;
 }
 
 void EFileIO::ConvertPathString(wchar_t* path) {

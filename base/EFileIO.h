@@ -80,6 +80,9 @@ public:
     using FailureHook = void (*)(const char* name, int error);
     static void SetFailureHook(FailureHook hook); // null, the default: nobody listens
 
+    // From here on DeleteFile fails and leaves every file, or works again.
+    static void SetDeleting(bool works);
+
     // Turns '\' into the platform's '/', in place.
     static void ConvertPathString(wchar_t* path);
 

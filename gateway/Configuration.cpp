@@ -6,7 +6,10 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include <unistd.h>
 
 // Reads gateway.json, whose members stand in any order.
 
@@ -18,11 +21,22 @@ using Kind = EJsonValue::Kind;
 constexpr std::array HEADING_NAMES{"date",   "time",   "name",         "text",        "source",
                                    "detail", "active", "acknowledged", "alarmNumber", "value"};
 
-#ifdef KV_WITHOUT_TRANSPORTS
-constexpr bool WITH_TRANSPORTS = false;
+#ifdef KV_WITHOUT_MAIL
+constexpr bool WITH_MAIL = false;
 #else
-constexpr bool WITH_TRANSPORTS = true;
+constexpr bool WITH_MAIL = true;
 #endif
+
+// What to write instead of a member that the gateway knew when it sent by itself; empty for other members.
+std::string Instead(const std::string& member) {
+    const std::string_view ofProgram =
+        " server url user passwordEnv passwordFile requireTls caFile knownHosts keyFile ";
+    return member == "spool"    ? R"("limit", "retryMin" and "retryMax" in its place)"
+           : member == "outbox" ? R"(none: without "command" mails stay in outbox/mail)"
+           : ofProgram.find(' ' + member + ' ') != std::string_view::npos
+               ? R"("command", a program that sends and knows servers, logins and certificates by itself)"
+               : "";
+}
 
 // A number of seconds, or a text with a unit. True when the member is there.
 bool TakeSpan(JsonObject& object, const char* name, milliseconds shortest, milliseconds& span) {
@@ -37,80 +51,67 @@ bool TakeSpan(JsonObject& object, const char* name, milliseconds shortest, milli
     return true;
 }
 
-// A URL of one of the schemes, without a user in it.
-void TakeUrl(JsonObject& object, const char* name, const std::vector<std::string>& schemes, std::string& url) {
-    if (!object.Line(name, url) || url.empty()) {
-        return;
-    }
-    const std::size_t colon = url.find("://");
-    const std::size_t host = colon != std::string::npos ? colon + 3 : 0;
-    if (url.substr(host, url.find('/', host) - host).find('@') != std::string::npos) {
-        // The URL is not repeated in the message: it may hold a password.
-        object.Error(object.Find(name)->m_Begin,
-                     EJsonText::Quote(name) + ": found a user in the URL, expected it in \"user\"");
-    } else if (host == 0 || host == url.size() ||
-               std::find(schemes.begin(), schemes.end(), url.substr(0, colon)) == schemes.end()) {
-        std::string expected = "a URL that begins with one of";
-        for (const std::string& scheme : schemes) {
-            expected.append(" ").append(scheme).append("://");
+// The program's path, looked for as a shell does it; empty when there is none.
+std::string FindProgram(const std::string& name) {
+    const char* const path = std::getenv("PATH");
+    std::istringstream directories(name.find('/') != std::string::npos || path == nullptr ? "." : path);
+    for (std::string directory; std::getline(directories, directory, ':');) {
+        const std::filesystem::path program =
+            std::filesystem::path(directory) / name; // `name` alone when it is absolute
+        std::error_code error;
+        if (std::filesystem::is_regular_file(program, error) && access(program.c_str(), X_OK) == 0) {
+            return program;
         }
-        object.Refuse(name, expected);
+    }
+    return {};
+}
+
+void TakeCommand(JsonObject& object, bool isMail, std::vector<std::string>& command) {
+    for (const EJsonValue& member : object.Value().m_Items) {
+        if (const std::string instead = Instead(member.m_Name); !instead.empty()) {
+            object.Find(member.m_Name); // for there is nothing more to say about it
+            object.Error(member.m_NamePlace, "found " + EJsonText::Quote(member.m_Name) + ", expected " + instead);
+        }
+    }
+    static const std::regex unknown("\\{(?!(path|name|id)\\})[A-Za-z]+\\}");
+    bool hasPath = isMail;
+    for (const EJsonValue& item : object.List("command")) {
+        std::string& argument = command.emplace_back();
+        if (!object.TakeText(item, "command", argument)) {
+            return;
+        }
+        hasPath = hasPath || argument.find("{path}") != std::string::npos;
+        if (std::regex_search(argument, unknown)) {
+            object.Refuse(item, "command", "no placeholders but {path}, {name} and {id}");
+        } else if (command.size() == 1 && (argument = FindProgram(argument)).empty()) {
+            object.Refuse(item, "command", "a program that can be found and executed");
+        }
+    }
+    if (object.Find("command") != nullptr && (command.empty() || !hasPath)) {
+        object.Refuse("command",
+                      isMail ? "a program and its arguments" : "{path}, the file to send, among the arguments");
     }
 }
 
-// "user", and the password from where it is kept.
-void TakeLogin(JsonObject& object, std::string& user, std::string& password) {
-    object.Line("user", user);
-    if (std::string name; object.Text("passwordEnv", name)) {
-        const char* const secret = std::getenv(name.c_str());
-        password = secret != nullptr ? secret : "";
-        if (secret == nullptr) {
-            object.Refuse("passwordEnv", "the name of an environment variable that is set");
-        }
-    }
-    if (std::string path; object.Text("passwordFile", path)) {
-        std::ifstream file(path);
-        if (!std::getline(file, password)) {
-            object.Refuse("passwordFile", "a readable file whose first line is the password");
-        }
-        password.erase(password.find_last_not_of('\r') + 1); // of a file with the line ends of other systems
+void TakeTarget(JsonObject& object, Target& target) {
+    TakeCommand(object, false, target.m_Command);
+    if (object.Text("directory", target.m_Directory) && target.m_Directory.empty()) {
+        object.Refuse("directory", "a directory");
+    } else if (!target.m_Directory.empty() && object.Find("command") != nullptr) {
+        object.Error(object.Find("directory")->m_NamePlace,
+                     "found \"directory\" beside \"command\", expected one of them");
     }
 }
 
-void TakeTarget(JsonObject& object, std::string& url, std::string& user, std::string& password) {
-    TakeUrl(object, "url", {"file", "ftp", "ftps", "sftp", "http", "https"}, url);
-    if (!url.empty() && url.back() != '/') {
-        url += '/'; // a directory, below which the files get their own names
+void TakeOutbox(JsonObject& object, OutboxSettings& settings) {
+    object.Integer("limit", settings.m_nLimit, 0, std::numeric_limits<std::int64_t>::max());
+    constexpr milliseconds SHORTEST{100};
+    TakeSpan(object, "retryMin", SHORTEST, settings.m_RetryMin);
+    TakeSpan(object, "retryMax", SHORTEST, settings.m_RetryMax);
+    TakeSpan(object, "timeout", SHORTEST, settings.m_Timeout);
+    if (settings.m_RetryMax < settings.m_RetryMin) {
+        object.Error(object.Value().m_Begin, "found a \"retryMax\" below \"retryMin\", expected at least as much");
     }
-    TakeLogin(object, user, password);
-}
-
-void TakeDirectory(JsonObject& object, const char* name, std::string& directory) {
-    if (object.Text(name, directory) && directory.empty()) {
-        object.Refuse(name, "a directory");
-    }
-}
-
-SpoolSettings TakeSpool(JsonObject& parent, const char* directory, unsigned stallTimeout) {
-    constexpr std::uint64_t DEFAULT_LIMIT = 256U << 20U; // bytes
-    SpoolSettings spool{directory, DEFAULT_LIMIT, 5, 600, 30, stallTimeout};
-    parent.Object("spool", [&](JsonObject& object) {
-        TakeDirectory(object, "directory", spool.m_Directory);
-        object.Integer("limit", spool.m_nLimit, 0, std::numeric_limits<std::int64_t>::max());
-        const std::pair<const char*, unsigned&> spans[] = {{"retryMin", spool.m_nRetryMin},
-                                                           {"retryMax", spool.m_nRetryMax},
-                                                           {"connectTimeout", spool.m_nConnectTimeout},
-                                                           {"stallTimeout", spool.m_nStallTimeout}};
-        for (const auto& [name, seconds] : spans) {
-            milliseconds span = std::chrono::seconds(seconds);
-            TakeSpan(object, name, std::chrono::seconds(1), span);
-            seconds = static_cast<unsigned>(span.count() / 1000);
-        }
-        if (spool.m_nRetryMax < spool.m_nRetryMin) {
-            object.Error(object.Value().m_Begin, "found a \"retryMax\" below \"retryMin\", expected at least as much");
-        }
-    });
-    return spool;
 }
 
 void TakeAddress(JsonObject& object, const EJsonValue& value, const std::string& name, std::string& address) {
@@ -128,22 +129,26 @@ void ReadDefinition(JsonObject& object, std::vector<MailDefinition>& definitions
     MailDefinition definition;
     object.Require("name");
     object.Line("name", definition.m_Name);
-    const std::pair<const char*, std::vector<std::string>&> lists[] = {
+    const std::pair<const char*, std::string&> lists[] = {
         {"to", definition.m_To}, {"cc", definition.m_Cc}, {"bcc", definition.m_Bcc}};
-    bool hasRecipient = false;
     for (const auto& [name, addresses] : lists) {
         for (const EJsonValue& item : object.List(name)) {
-            TakeAddress(object, item, name, addresses.emplace_back());
-            hasRecipient = true;
+            std::string address;
+            TakeAddress(object, item, name, address);
+            addresses += (addresses.empty() ? "" : ", ") + address;
         }
     }
-    if (!hasRecipient) {
+    if ((definition.m_To + definition.m_Cc + definition.m_Bcc).empty()) {
         object.Error(object.Value().m_Begin, "found no recipient, expected \"to\", \"cc\" or \"bcc\"");
     }
     object.Line("subject", definition.m_Subject);
     object.Text("text", definition.m_Text);
     for (const EJsonValue& item : object.List("attachments")) {
-        object.TakeText(item, "attachments", definition.m_Attachments.emplace_back());
+        std::string path;
+        if (object.TakeText(item, "attachments", path) && path.find(';') != std::string::npos) {
+            object.Refuse(item, "attachments", "a path without \";\", which stands between paths");
+        }
+        definition.m_Attachments += ';' + path;
     }
     const auto same = [&](const MailDefinition& other) { return other.m_Name == definition.m_Name; };
     if (std::any_of(definitions.begin(), definitions.end(), same)) {
@@ -153,30 +158,13 @@ void ReadDefinition(JsonObject& object, std::vector<MailDefinition>& definitions
 }
 
 void ReadMail(JsonObject& object, MailSettings& mail) {
-    TakeUrl(object, "server", {"smtp", "smtps"}, mail.m_Url);
-    object.Boolean("requireTls", mail.m_bRequireTls);
-    TakeLogin(object, mail.m_User, mail.m_Password);
+    TakeCommand(object, true, mail.m_Targets[NO_IDENTIFIER].m_Command);
+    TakeOutbox(object, mail);
     if (const EJsonValue* const from = object.Require("from"); from != nullptr) {
         TakeAddress(object, *from, "from", mail.m_From);
     }
-    object.Text("caFile", mail.m_CaFile);
-    mail.m_Outbox = "outbox";
-    TakeDirectory(object, "outbox", mail.m_Outbox);
-    // A server may take long to look through a mail before it confirms it. Given up, it would go out again and again.
-    mail.m_Spool = TakeSpool(object, "outgoing/mail", 600);
     object.Objects("definitions", "definition",
                    [&](JsonObject& definition) { ReadDefinition(definition, mail.m_Definitions); });
-}
-
-void ReadUpload(JsonObject& object, UploadSettings& upload) {
-    TakeTarget(object, upload.m_Url, upload.m_User, upload.m_Password);
-    upload.m_Directory = "uploads";
-    TakeDirectory(object, "directory", upload.m_Directory);
-    object.Text("caFile", upload.m_CaFile);
-    object.Text("knownHosts", upload.m_KnownHosts);
-    object.Text("keyFile", upload.m_KeyFile);
-    object.Boolean("requireTls", upload.m_bRequireTls);
-    upload.m_Spool = TakeSpool(object, "outgoing/upload", 60);
 }
 
 // Loads an object in place of the empty one; false, and a finding, when the file holds none, or is missing and may not.
@@ -225,27 +213,33 @@ void Configuration::ReadGateway(JsonObject& object) {
         }
     });
     object.Objects("identifiers", "identifier", [this](JsonObject& identifier) { ReadIdentifier(identifier); });
-    for (const char* const name : {"mail", "upload"}) {
-        if (const EJsonValue* const value = object.Find(name); value != nullptr && !WITH_TRANSPORTS) {
-            object.Error(value->m_NamePlace, "found " + EJsonText::Quote(name) +
-                                                 ", expected none: this kvgateway is built without e-mail and uploads");
-        }
+    if (const EJsonValue* const mail = object.Find("mail"); mail != nullptr && !WITH_MAIL) {
+        object.Error(mail->m_NamePlace, "found \"mail\", expected none: this kvgateway is built without mails");
     }
     object.Object("mail", [this](JsonObject& mail) { ReadMail(mail, m_Mail.emplace()); });
-    object.Object("upload", [this](JsonObject& upload) { ReadUpload(upload, m_Upload.emplace()); });
-    if (m_Mail && m_Upload && m_Mail->m_Spool.m_Directory == m_Upload->m_Spool.m_Directory) {
-        object.Error(object.Find("upload")->m_NamePlace,
-                     "found the spool directory of \"mail\" in \"upload\", expected another one");
+    object.Object("upload", [this](JsonObject& upload) { ReadUpload(upload); });
+}
+
+void Configuration::ReadUpload(JsonObject& object) {
+    m_Upload.emplace();
+    TakeOutbox(object, *m_Upload);
+    Target target;
+    TakeTarget(object, target);
+    if (target.IsNone()) {
+        target.m_Directory = "uploads";
     }
+    m_Upload->m_Targets = m_Identifiers;
+    std::erase_if(m_Upload->m_Targets, [](const auto& identifier) { return identifier.second.IsNone(); });
+    m_Upload->m_Targets[NO_IDENTIFIER] = target;
 }
 
 void Configuration::ReadIdentifier(JsonObject& object) {
-    Identifier identifier;
+    Target target;
     int id = -1;
     object.Require("id");
     object.Integer("id", id, 0);
-    TakeTarget(object, identifier.m_Url, identifier.m_User, identifier.m_Password);
-    if (!m_Identifiers.emplace(id, identifier).second) {
+    TakeTarget(object, target);
+    if (!m_Identifiers.emplace(id, target).second) {
         object.Error(object.Value().m_Begin, "found a second one of this id, expected another id");
     }
 }

@@ -1,13 +1,14 @@
 #pragma once
 
 #include "gateway/Schedule.h"
-#include "gateway/transport/Settings.h"
+#include "gateway/outbox/Settings.h"
 
 #include <array>
 #include <cstdint>
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -35,18 +36,17 @@ struct LogFile {
     std::string Pattern() const;      // of its files' names, as the module uses it
     std::string Describe() const;     // in one line
 
+    // The paths that its files have at the moment, also where they are kept after a delivery.
+    std::set<std::string> Files(const ETimeStamp& moment) const;
+
     // Puts right what a kill may leave at the end of the file that was being written: a row that the system had only
     // taken in part, or the end of an HTML page that the next rows are to stand before. Before the module starts; says
     // on stderr what it has cut off.
     void RepairCurrent() const;
 };
 
-// An identifier, and where uploads of its log files go.
-struct Identifier {
-    std::string m_Url; // empty: where all uploads go
-    std::string m_User;
-    std::string m_Password;
-};
+// The pattern of a file name as one of fnmatch(3), whatever the time; `index` in place of "%i".
+std::string MakeGlob(const std::string& pattern, const std::string& index);
 
 struct Configuration {
     // Reads kvLogFile.json and gateway.json (which may be missing) of the directory, and finds what is wrong or doubtful.
@@ -58,14 +58,15 @@ struct Configuration {
     std::vector<LogFile> m_LogFiles; // the kernel log included, also when it is the default one
     std::array<std::string, 10> m_Headings{"Date",   "Time",   "Name",         "Text",         "Source",
                                            "Detail", "Active", "Acknowledged", "Alarm number", "Value"};
-    std::map<int, Identifier> m_Identifiers;
+    std::map<int, Target> m_Identifiers; // and where uploads of their log files go; nowhere: where all go
     std::optional<MailSettings> m_Mail;
-    std::optional<UploadSettings> m_Upload;
+    std::optional<OutboxSettings> m_Upload;
     std::vector<ScheduleEntry> m_Schedule;
 
 private:
     void ReadGateway(JsonObject& object);
     void ReadIdentifier(JsonObject& object);
+    void ReadUpload(JsonObject& object);
     void ReadLogFiles(const EJsonValue& root, bool alone, Findings& findings); // alone: whatever gateway.json says
     void CheckDelivery(const LogFile& file, JsonObject& object) const;
     void ReadEntry(JsonObject& object);

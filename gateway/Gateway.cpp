@@ -6,6 +6,7 @@
 #include "base/IAction.h"
 #include "base/IKernelService.h"
 #include "gateway/Console.h"
+#include "gateway/Leftovers.h"
 #include "gateway/Text.h"
 
 #include <atomic>
@@ -19,8 +20,6 @@ namespace {
 
 // An operation of IKernelService::WarmRestart.
 constexpr IKernelService::WR_OPERATION SAVE_REQUESTS = 1;
-
-constexpr int NO_IDENTIFIER = -1;
 
 void Demand(EResult result, const std::string& what) {
     if (Failed(result)) {
@@ -48,14 +47,6 @@ void OnFailedWrite(const char* name, int error) {
     }
 }
 
-std::unique_ptr<ETransports> MakeTransportsFor(const Configuration& configuration) {
-    if (!configuration.m_Mail && !configuration.m_Upload) {
-        return nullptr;
-    }
-    return MakeTransports(configuration.m_Mail ? &*configuration.m_Mail : nullptr,
-                          configuration.m_Upload ? &*configuration.m_Upload : nullptr, &Console::Say);
-}
-
 } // namespace
 
 Gateway::Gateway(const Configuration& configuration, const std::filesystem::path& directory,
@@ -63,16 +54,16 @@ Gateway::Gateway(const Configuration& configuration, const std::filesystem::path
     : m_Configuration(configuration),
       m_Directory(std::filesystem::absolute(directory)),
       m_Work(directory),
-      m_pTransports(MakeTransportsFor(configuration)),
-      m_Kernel(configuration, m_pTransports.get()),
-      m_Module(module, m_Kernel, m_Work.Path()),
+      m_Outbox(configuration.m_Mail, configuration.m_Upload),
+      m_Kernel(configuration, m_Outbox),
+      m_Module(module, m_Kernel),
       m_Saved(m_Directory / Narrow(m_Module.SavedRequestsName())),
       m_Waiting(m_Work.Path() / m_Saved.filename()) {
     m_Kernel.SetService(&m_Module.Service());
     for (const LogFile& file : configuration.m_LogFiles) {
         file.RepairCurrent();
     }
-    ReportInterruptedDeliveries();
+    HandOverLeftovers(configuration, m_Outbox);
     Start();
 }
 
@@ -95,19 +86,6 @@ void Gateway::Start() {
     // From here on the module keeps its list of waiting requests apart from those that a clean stop has saved.
     EPersistent::SetDirectory(Widen(m_Work.Path().string()));
     StartWithSavedRequests();
-}
-
-// Directories of deliveries that a kill has interrupted. Whether the transports had taken their files over nobody knows.
-void Gateway::ReportInterruptedDeliveries() const {
-    std::error_code error;
-    for (const char* const spool : {"Spool", "."}) { // the latter is the kernel log's
-        for (const auto& entry : std::filesystem::directory_iterator(spool, error)) {
-            if (entry.is_directory(error) && entry.path().filename().string().starts_with("$tmp")) {
-                Console::Say(entry.path().string() +
-                             ": left by an interrupted delivery; its files may not have been sent");
-            }
-        }
-    }
 }
 
 // The saved requests are reported again, as if they came just now, once the service is started: before that it has no
@@ -228,8 +206,5 @@ std::uint64_t Gateway::FailedWrites() {
 Gateway::~Gateway() {
     if (m_bRunning) {
         End(true);
-    }
-    if (m_pTransports != nullptr) {
-        m_pTransports->Stop(); // no notice comes any more to a service that is about to go
     }
 }

@@ -5,9 +5,9 @@
 #include "gateway/Report.h"
 #include "gateway/SavedRequests.h"
 #include "gateway/WorkDirectory.h"
-#include "gateway/transport/Transports.h"
+#include "gateway/outbox/Outbox.h"
 
-// The running module with its kernel and transports. One thread.
+// The running module with its kernel and outbox. One thread.
 class Gateway {
 public:
     // The most requests that wait in the module; a further one is dropped.
@@ -30,7 +30,7 @@ public:
     // otherwise it is dropped. False, which is said, when it could not be saved.
     bool End(bool save);
 
-    ETransports* Transports() { return m_pTransports.get(); } // may be null
+    Outbox& GetOutbox() { return m_Outbox; }
 
     struct Counters {
         std::uint64_t m_nReports = 0;
@@ -45,7 +45,6 @@ public:
 
 private:
     void Start();
-    void ReportInterruptedDeliveries() const;
     void StartWithSavedRequests();
     EResult Pass(Report& report);
     void Count(const Report& report);
@@ -54,9 +53,11 @@ private:
     const Configuration& m_Configuration;
     std::filesystem::path m_Directory; // of the configuration, absolute
     WorkDirectory m_Work;
-    std::unique_ptr<ETransports> m_pTransports;
+    Outbox m_Outbox;
     Kernel m_Kernel;
     Module m_Module;
+    // No notice may come to a service that is about to go: this ends before it.
+    const std::unique_ptr<Outbox, void (*)(Outbox*)> m_Stopper{&m_Outbox, [](Outbox* outbox) { outbox->Stop(); }};
     std::filesystem::path m_Saved;   // where a clean stop leaves requests for the next start
     std::filesystem::path m_Waiting; // where the module writes what waits
     bool m_bRunning = false;

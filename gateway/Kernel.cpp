@@ -8,7 +8,7 @@
 #include "base/Messages.h"
 #include "gateway/Console.h"
 #include "gateway/Text.h"
-#include "gateway/transport/Transports.h"
+#include "gateway/outbox/Outbox.h"
 
 namespace {
 
@@ -24,22 +24,21 @@ const std::map<int, const char*> MESSAGES = {
 
 } // namespace
 
-Kernel::Kernel(const Configuration& configuration, ETransports* transports)
-    : m_Identifiers(configuration.m_Identifiers), m_pTransports(transports) {
+Kernel::Kernel(const Configuration& configuration, Outbox& outbox)
+    : m_Identifiers(configuration.m_Identifiers), m_Outbox(outbox) {
     for (const std::string& heading : configuration.m_Headings) {
         m_Headings.push_back(Widen(heading));
     }
 }
 
 EResult Kernel::GetInterface(unsigned long id, void** out) {
-    const std::map<unsigned long, void*> interfaces = {
-        {IID_ERROR_REPORTER, static_cast<IErrorReporter*>(this)},
-        {IID_EMAIL_SERVICE, m_pTransports != nullptr ? m_pTransports->EMail() : nullptr},
-        {IID_ACTION_REGISTRY, static_cast<IActionRegistry*>(this)},
-        {IID_NAME_SERVICE, static_cast<INameService*>(this)},
-        {IID_KERNEL_CONTROL, static_cast<IKernelControl*>(this)},
-        {IID_STRING_TABLE, static_cast<IStringTable*>(this)},
-        {IID_UPLOAD_SERVICE, m_pTransports != nullptr ? m_pTransports->Upload() : nullptr}};
+    const std::map<unsigned long, void*> interfaces = {{IID_ERROR_REPORTER, static_cast<IErrorReporter*>(this)},
+                                                       {IID_EMAIL_SERVICE, m_Outbox.Mails()},
+                                                       {IID_ACTION_REGISTRY, static_cast<IActionRegistry*>(this)},
+                                                       {IID_NAME_SERVICE, static_cast<INameService*>(this)},
+                                                       {IID_KERNEL_CONTROL, static_cast<IKernelControl*>(this)},
+                                                       {IID_STRING_TABLE, static_cast<IStringTable*>(this)},
+                                                       {IID_UPLOAD_SERVICE, m_Outbox.Uploads()}};
     const auto found = interfaces.find(id);
     *out = found != interfaces.end() ? found->second : nullptr;
     const bool isOwn = id == IID_KERNEL_SERVICE || id == IID_ACTION || id == IID_LOG_FILE || id == IID_RUN_TIME;
@@ -90,14 +89,11 @@ EResult Kernel::ParseNameText(const wchar_t* name, int* id) {
     return ParseName(&copy, id);
 }
 
-EResult Kernel::GetUploadParameters(int id, EString* parameter1, EString* parameter2, EString* parameter3) {
-    const auto identifier = m_Identifiers.find(id);
-    if (identifier == m_Identifiers.end() || identifier->second.m_Url.empty()) {
+EResult Kernel::GetUploadParameters(int id, EString* parameter1, EString* /*parameter2*/, EString* /*parameter3*/) {
+    if (!m_Identifiers.contains(id)) {
         return RC_NOT_FOUND;
     }
-    *parameter1 = Widen(identifier->second.m_Url);
-    *parameter2 = Widen(identifier->second.m_User);
-    *parameter3 = Widen(identifier->second.m_Password);
+    *parameter1 = Widen(std::to_string(id));
     return RC_OK;
 }
 

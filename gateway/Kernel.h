@@ -13,11 +13,11 @@
 #include <map>
 #include <string>
 
-class ETransports;
+class Outbox;
 class IKernelService;
 
-// What the module meets as its kernel: the look-up of interfaces, and most of them. The configuration and the transports
-// (which may be null) have to outlive the kernel, and the kernel the module.
+// What the module meets as its kernel: the look-up of interfaces, and most of them. The configuration and the outbox have
+// to outlive the kernel, and the kernel the module.
 class Kernel : public IKernelBase,
                public IErrorReporter,
                public IActionRegistry,
@@ -25,7 +25,7 @@ class Kernel : public IKernelBase,
                public IKernelControl,
                public IStringTable {
 public:
-    Kernel(const Configuration& configuration, ETransports* transports);
+    Kernel(const Configuration& configuration, Outbox& outbox);
 
     // The service that answers for its own interfaces, to whoever asks the kernel for them.
     void SetService(IKernelService* service) { m_pService = service; }
@@ -63,8 +63,8 @@ public:
     const wchar_t* GetString(unsigned long number, unsigned long reserved) override; // the headings of columns
 
 private:
-    const std::map<int, Identifier>& m_Identifiers;
-    ETransports* m_pTransports;
+    const std::map<int, Target>& m_Identifiers;
+    Outbox& m_Outbox;
     IKernelService* m_pService = nullptr;
     std::map<std::string, IAction*> m_Actions;
     std::vector<EString> m_Headings;

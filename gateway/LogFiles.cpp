@@ -116,37 +116,11 @@ LogFile ReadLogFile(JsonObject& object) {
     }
     if (object.Text("fileName", file.m_FileName)) {
         CheckFileName(object, file);
+        if (file.m_nDeliveryMode == 3 && file.m_FileName.find(';') != std::string::npos) {
+            object.Refuse("fileName", "no \";\", which stands between the attachments of a mail");
+        }
     }
     return file;
-}
-
-// The names of the files that a log file will have, as far as they can be told apart before they are written: with the
-// same moment in all of them.
-std::set<std::string> NamesOf(const LogFile& file) {
-    const EString pattern = Widen(file.Pattern());
-    const ETimeStamp moment{86400, 0};
-    std::vector<std::string> directories{file.Directory()};
-    if (file.Delivers() && file.m_nKeepCopy != 0) {
-        directories.push_back(file.LogDirectory());
-    }
-    std::set<std::string> names;
-    for (int i = 0; i < std::max(file.m_nNumFiles, 1); ++i) {
-        EONEVENTSTRUCT record;
-        record.m_nIndex = i;
-        EscFilter filter(nullptr, pattern, &record, false, &moment, -1);
-        EString name;
-        int stop = 0;
-        while (const wchar_t* const piece = filter.GetNextPiece(stop)) {
-            name += piece;
-        }
-        name.Replace(L":", L"-");
-        name.Replace(L"/", L"-");
-        for (const std::string& directory : directories) {
-            const std::filesystem::path path = (directory.starts_with('/') ? "" : "./") + directory + Narrow(name);
-            names.insert(path.lexically_normal().string());
-        }
-    }
-    return names;
 }
 
 LogFile DefaultKernelLog() {
@@ -176,7 +150,7 @@ void Configuration::ReadLogFiles(const EJsonValue& root, bool alone, Findings& f
 
     std::map<std::string, std::string> owners; // of the files: two log files in one would make a mess of it
     const auto claim = [&](const LogFile& file, const EJsonPlace& place) {
-        for (const std::string& name : NamesOf(file)) {
+        for (const std::string& name : file.Files(ETimeStamp{86400, 0})) { // whatever the moment
             if (const auto [owner, isNew] = owners.emplace(name, file.m_Name); !isNew && owner->second != file.m_Name) {
                 findings.Error(place, "log file " + EJsonText::Quote(file.m_Name) + " would write the file " +
                                           EJsonText::Quote(name) + ", which belongs to log file " +
@@ -241,6 +215,32 @@ std::string LogFile::Directory() const {
 std::string LogFile::LogDirectory() const {
     const std::string directory = m_LogPath.empty() ? "." : m_LogPath;
     return IsKernelLog() ? m_LogPath : directory.back() == '/' ? directory : directory + '/';
+}
+
+std::set<std::string> LogFile::Files(const ETimeStamp& moment) const {
+    const EString pattern = Widen(Pattern());
+    std::vector<std::string> directories{Directory()};
+    if (Delivers() && m_nKeepCopy != 0) {
+        directories.push_back(LogDirectory());
+    }
+    std::set<std::string> names;
+    for (int i = 0; i < std::max(m_nNumFiles, 1); ++i) {
+        EONEVENTSTRUCT record;
+        record.m_nIndex = i;
+        EscFilter filter(nullptr, pattern, &record, false, &moment, -1);
+        EString name;
+        int stop = 0;
+        while (const wchar_t* const piece = filter.GetNextPiece(stop)) {
+            name += piece;
+        }
+        name.Replace(L":", L"-");
+        name.Replace(L"/", L"-");
+        for (const std::string& directory : directories) {
+            const std::filesystem::path path = (directory.starts_with('/') ? "" : "./") + directory + Narrow(name);
+            names.insert(path.lexically_normal().string());
+        }
+    }
+    return names;
 }
 
 std::string LogFile::Pattern() const {

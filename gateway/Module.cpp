@@ -1,5 +1,6 @@
 #include "gateway/Module.h"
 
+#include "base/EFileIO.h"
 #include "base/EPersistent.h"
 #include "base/IKernelService.h"
 #include "base/InterfaceIds.h"
@@ -8,8 +9,8 @@
 
 #include <dlfcn.h>
 
-Module::Module(const std::filesystem::path& path, IKernelBase& kernel, const std::filesystem::path& retreat)
-    : m_Retreat(retreat), m_pLibrary(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+Module::Module(const std::filesystem::path& path, IKernelBase& kernel)
+    : m_pLibrary(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) {
     if (m_pLibrary == nullptr) {
         throw std::runtime_error(std::string("the module cannot be loaded: ") + dlerror());
     }
@@ -36,13 +37,9 @@ void* Module::Symbol(const char* name) const {
 }
 
 Module::~Module() {
-    const std::filesystem::path home = std::filesystem::current_path();
-    std::error_code error;
-    std::filesystem::current_path(m_Retreat, error);
-    if (!error) { // otherwise the end of the process is end enough
-        m_pService->Stop();
-    }
-    std::filesystem::current_path(home, error);
+    EFileIO::SetDeleting(false);
+    m_pService->Stop();
+    EFileIO::SetDeleting(true);
     EPersistent::RemoveFactories(); // their code is about to go
     dlclose(m_pLibrary);
 }

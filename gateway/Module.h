@@ -11,13 +11,11 @@ class IKernelService;
 // The loaded module and its one service. What cannot be done throws std::runtime_error with a text for the operator.
 class Module {
 public:
-    // `retreat` is an empty directory, see the destructor.
-    Module(const std::filesystem::path& path, IKernelBase& kernel, const std::filesystem::path& retreat);
+    Module(const std::filesystem::path& path, IKernelBase& kernel);
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
     // Ends the service, whatever its state, and unloads the module. A service that goes deletes what its delivering log
-    // files have not delivered yet, by relative names; the next start is to go on with those files, so they are put out
-    // of its sight: the working directory is the retreat meanwhile.
+    // files have not delivered yet; the next start is to go on with those files, so it is kept from deleting them.
     ~Module();
 
     IKernelService& Service() { return *m_pService; }
@@ -27,7 +25,6 @@ public:
 private:
     void* Symbol(const char* name) const;
 
-    std::filesystem::path m_Retreat;
     void* m_pLibrary;
     IKernelService* m_pService = nullptr;
     ILogFile* m_pLogFile = nullptr;

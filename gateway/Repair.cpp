@@ -12,13 +12,14 @@ namespace {
 
 constexpr std::size_t LONGEST_ROW = 8U << 20U; // bytes; all that is looked at
 
-// A pattern of fnmatch(3) for the names that the log file's pattern gives the file of index 0, whatever the time.
-std::string NamesOfCurrent(const std::string& pattern) {
+} // namespace
+
+std::string MakeGlob(const std::string& pattern, const std::string& index) {
     std::string names;
     for (std::size_t i = 0; i < pattern.size(); ++i) {
         const char escape = pattern[i] == '%' && i + 1 < pattern.size() ? pattern[++i] : '\0';
         if (escape == 'i') {
-            names += '0';
+            names += index;
         } else if (escape == '\0' || escape == '%') {
             names += '\\';
             names += pattern[i] == ':' || pattern[i] == '/' ? '-' : pattern[i];
@@ -30,6 +31,8 @@ std::string NamesOfCurrent(const std::string& pattern) {
     }
     return names;
 }
+
+namespace {
 
 // Where the last mark ends, 0 when there is none. Characters of UTF-16 begin at even places.
 std::size_t EndOfLast(std::string_view mark, bool isUtf16, std::string_view text) {
@@ -85,7 +88,7 @@ void CutTail(const LogFile& file, const std::filesystem::path& path) {
 void LogFile::RepairCurrent() const {
     const std::string directory = Directory();
     const std::size_t name = directory.rfind('/') + 1; // the kernel log's may end with the beginning of the file names
-    const std::string names = NamesOfCurrent(directory.substr(name) + Pattern());
+    const std::string names = MakeGlob(directory.substr(name) + Pattern(), "0");
     std::error_code error;
     for (const auto& entry : std::filesystem::directory_iterator(name == 0 ? "." : directory.substr(0, name), error)) {
         if (entry.is_regular_file(error) && fnmatch(names.c_str(), entry.path().filename().c_str(), 0) == 0) {

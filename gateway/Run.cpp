@@ -86,7 +86,7 @@ public:
         }
         Console::ShowProgress("");
         const bool saved = m_Gateway.End(m_bStopped);
-        WaitForTransports();
+        WaitForOutbox();
         Summarize();
         return !saved ? EXIT_NOT_DONE : m_nSkipped + Gateway::FailedWrites() > 0 ? EXIT_FOUND : EXIT_WELL;
     }
@@ -202,11 +202,12 @@ private:
     }
 
     // Only at the end of the input: a signal does not want to wait, and what is under way is sent after the next start.
-    void WaitForTransports() {
-        ETransports* const transports = m_Gateway.Transports();
+    void WaitForOutbox() {
         const auto end = Clock::now() + std::chrono::seconds(10);
-        while (transports != nullptr && !m_bStopped && Clock::now() < end && !transports->Drain(milliseconds(100))) {
-            Sleep(microseconds(0), false);
+        for (Queue* const queue : m_Gateway.GetOutbox().Queues()) {
+            while (!m_bStopped && Clock::now() < end && !queue->Drain(Clock::now() + milliseconds(100))) {
+                Sleep(microseconds(0), false);
+            }
         }
     }
 
@@ -246,12 +247,8 @@ private:
         if (counters.m_nDeliveries > 0) {
             line("deliveries asked for", std::to_string(counters.m_nDeliveries));
         }
-        if (ETransports* const transports = m_Gateway.Transports(); transports != nullptr) {
-            for (const TransportCounters& sent : transports->Counters()) {
-                const std::string refused = std::to_string(sent.m_nRefused) + " not accepted";
-                line(sent.m_Subject, std::to_string(sent.m_nSent) + " sent, " + std::to_string(sent.m_nWaiting) +
-                                         " waiting, " + refused);
-            }
+        for (Queue* const queue : m_Gateway.GetOutbox().Queues()) {
+            Console::Print("  " + queue->Summary());
         }
     }
 

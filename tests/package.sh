@@ -25,13 +25,16 @@ cleanup() {
 # directive NAME: the unit's lines of that name
 directive() { sed -n "s/^$1=//p" "$unit"; }
 
+# (as_user COMMAND...): runs it as the unit's user, in that user's environment
+as_user() { exec setpriv --reuid="$(directive User)" --regid="$(directive User)" --init-groups --reset-env "$@"; }
+
 # run_unit TEXT...: does what the service manager does to start the unit, gives it events one by one, as programs do that
 # come and go, waits until exactly one row of the kernel log has the text of each, and stops it
 run_unit() {
     local text tries
-    mkdir -p "$state" "$runtime"
-    sh -ec "$(directive ExecStartPre)" || fail "the preparation"
-    sh -c "exec $(directive ExecStart)" 2>>"$work/messages" &
+    install -d -o "$(directive User)" -g "$(directive User)" "$state" "$state/home" "$runtime"
+    (as_user sh -ec "$(directive ExecStartPre)") || fail "the preparation"
+    (as_user sh -c "exec $(directive ExecStart)" 2>>"$work/messages") &
     gateway=$!
     for text in "$@"; do
         timeout 10 sh -c "printf '{\"event\": {\"text\": \"%s\"}}\n' '$text' >$runtime/reports" || fail "reporting $text"
@@ -63,6 +66,7 @@ for path in usr/bin/kvgateway usr/lib/kvgateway/{kvgateway,kvLogFile.so,kvBase39
     grep -qx "./$path" <<<"$contents" || fail "no $path in the package"
 done
 [[ $(dpkg-deb -f "$file" Depends) == *'libstdc++6 (>= '* ]] || fail "no dependency on the runtime libraries"
+[[ $(dpkg-deb -f "$file" Recommends) == *mail-transport-agent*curl*rclone* ]] || fail "no programs to send with"
 
 package -i "$file"
 libraries=$(ldd /usr/lib/kvgateway/kvgateway)
@@ -84,4 +88,5 @@ rm -rf "$runtime" # the service manager's to remove
 package -P kvgateway
 left=$(find /etc /usr /var /run -xdev -path '*kvgateway*' 2>/dev/null || true)
 [[ -z $left ]] || fail "left behind: $left"
+! getent passwd kvgateway >/dev/null || fail "the user outlives the package"
 printf 'ok: %s (%d bytes) installs, runs, upgrades and leaves nothing behind\n' "${file##*/}" "$(stat -c %s "$file")"

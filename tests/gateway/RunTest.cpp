@@ -193,8 +193,6 @@ TEST(RunTest, ReportsLinesThatCannotBeUsedWithTheirNumbers) {
                 ElementsAre(StartsWith("Date,Time,Name"), HasSubstr(",first,"), HasSubstr(",last, without an end")));
 }
 
-#ifndef KV_WITHOUT_TRANSPORTS
-
 // Headings of another language, an identifier's log file with its own rows, texts beyond ASCII, two schedules.
 TEST(RunTest, FollowsGatewayJson) {
     const Place place({{.m_Name = "Alarms@7", .m_File = "seven-%i.html", .m_nFormat = 2},
@@ -262,8 +260,6 @@ TEST(RunTest, TheReadmesCommandsEndWithTheRowThatItShows) {
     EXPECT_THAT(program.Output(), EndsWith('\n' + std::regex_replace(blocks[2], std::regex("    (.*\n)"), "$1")));
     EXPECT_THAT(ReadWhole("build/first/config/kvLogFile.json"), HasSubstr(blocks[1]));
 }
-
-#endif
 
 static std::string Bytes(const std::u32string& words) {
     return {reinterpret_cast<const char*>(words.data()), sizeof(char32_t) * words.size()};

@@ -1,0 +1,94 @@
+#include "gateway/Leftovers.h"
+
+#include "base/EFileIO.h"
+#include "gateway/Console.h"
+#include "gateway/Moments.h"
+#include "gateway/Text.h"
+
+#include <algorithm>
+
+#include <fnmatch.h>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+using Leftovers = std::multimap<fs::file_time_type, std::pair<fs::path, const LogFile*>>; // oldest first
+
+bool IsJob(const fs::path& directory) {
+    return directory.filename().string().starts_with("$tmp");
+}
+
+// What the log files that are written in the directory have left there.
+Leftovers Find(const std::vector<const LogFile*>& logs, const fs::path& spool) {
+    Leftovers found;
+    const auto take = [&](const fs::path& path, bool isNamedAgain) {
+        const auto owner = std::find_if(logs.begin(), logs.end(), [&](const LogFile* log) {
+            const std::string names = MakeGlob(log->Pattern(), "+([0-9])");
+            return fnmatch(names.c_str(), path.filename().c_str(), FNM_EXTMATCH) == 0;
+        });
+        if (owner != logs.end() && !isNamedAgain) {
+            found.emplace(fs::last_write_time(path), std::pair(path, *owner));
+        } else if (owner == logs.end() && (spool != "." || IsJob(path.parent_path()))) {
+            Console::Say(path.string() + ": of no log file that delivers; left alone");
+        }
+    };
+    std::set<std::string> current; // what the module goes on with
+    for (const LogFile* const log : logs) {
+        current.merge(log->Files(Moments::Now()));
+    }
+    std::error_code error;
+    for (const auto& item : fs::directory_iterator(spool, error)) {
+        if (item.is_regular_file(error)) {
+            take(item.path(), current.contains(item.path().lexically_normal()));
+        } else if (IsJob(item.path())) {
+            for (const auto& file : fs::directory_iterator(item.path(), error)) {
+                take(file.path(), false);
+            }
+            fs::remove(item.path(), error); // an empty one
+        }
+    }
+    return found;
+}
+
+// As the module does after a delivery.
+void Finish(const fs::path& path, bool keep, const std::string& logDirectory) {
+    std::error_code error;
+    if (keep) {
+        const fs::path target = logDirectory + path.filename().string();
+        fs::create_directories(target.parent_path(), error);
+        EFileIO::RenameFile(Widen(path.string()), Widen(target.string()));
+    } else {
+        fs::remove(path, error);
+    }
+    if (IsJob(path.parent_path())) {
+        fs::remove(path.parent_path(), error); // once it is empty
+    }
+}
+
+} // namespace
+
+void HandOverLeftovers(const Configuration& configuration, Outbox& outbox) {
+    for (const bool isKernelLog : {false, true}) { // which is written where it stands
+        std::vector<const LogFile*> logs;
+        for (const LogFile& log : configuration.m_LogFiles) {
+            if (log.Delivers() && log.IsKernelLog() == isKernelLog) {
+                logs.push_back(&log);
+            }
+        }
+        for (const auto& [time, leftover] : Find(logs, isKernelLog ? "." : "Spool")) {
+            const auto& [path, log] = leftover;
+            const auto finish = [path = path, keep = log->m_nKeepCopy != 0, directory = log->LogDirectory()] {
+                Finish(path, keep, directory);
+            };
+            Console::Say(path.string() + ": left by an earlier run; it is sent now");
+            std::string name = log->m_Name;
+            const int identifier = SplitName(name);
+            if (log->m_nDeliveryMode == 2) {
+                outbox.Upload(path, identifier, finish);
+            } else {
+                outbox.Mail(JoinName(log->m_MailName, identifier), ';' + path.string(), finish);
+            }
+        }
+    }
+}
