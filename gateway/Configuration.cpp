@@ -27,20 +27,16 @@ constexpr bool WITH_MAIL = false;
 constexpr bool WITH_MAIL = true;
 #endif
 
-// What the gateway knew when it sent by itself.
-constexpr const char* OF_PROGRAM = "it in the configuration of the program in \"command\"";
-const std::map<std::string, std::string> FORMER_MEMBERS = {
-    {"server", R"("command", a mail program such as ["sendmail", "-i", "-t"])"},
-    {"url", R"("command", a program such as ["curl", "-sSfT", "{path}", "ftp://host/{name}"])"},
-    {"outbox", "nothing: without \"command\" mails stay in outbox/mail"},
-    {"spool", R"("limit", "retryMin" and "retryMax" in its place)"},
-    {"user", OF_PROGRAM},
-    {"passwordEnv", OF_PROGRAM},
-    {"passwordFile", OF_PROGRAM},
-    {"requireTls", OF_PROGRAM},
-    {"caFile", OF_PROGRAM},
-    {"knownHosts", OF_PROGRAM},
-    {"keyFile", OF_PROGRAM}};
+// What to write instead of a member that the gateway knew when it sent by itself; empty for other members.
+std::string Instead(const std::string& member) {
+    const std::string_view ofProgram =
+        " server url user passwordEnv passwordFile requireTls caFile knownHosts keyFile ";
+    return member == "spool"    ? R"("limit", "retryMin" and "retryMax" in its place)"
+           : member == "outbox" ? R"(none: without "command" mails stay in outbox/mail)"
+           : ofProgram.find(' ' + member + ' ') != std::string_view::npos
+               ? R"("command", a program that sends and knows servers, logins and certificates by itself)"
+               : "";
+}
 
 // A number of seconds, or a text with a unit. True when the member is there.
 bool TakeSpan(JsonObject& object, const char* name, milliseconds shortest, milliseconds& span) {
@@ -70,40 +66,34 @@ std::string FindProgram(const std::string& name) {
     return {};
 }
 
-// Whether every placeholder of the text is one of the known ones.
-bool HasKnownPlaceholders(const std::string& text) {
-    static const std::regex placeholder("\\{[A-Za-z]+\\}");
-    return std::all_of(
-        std::sregex_iterator(text.begin(), text.end(), placeholder), std::sregex_iterator(), [](auto& i) {
-            return std::find(std::begin(PLACEHOLDERS), std::end(PLACEHOLDERS), i.str()) != std::end(PLACEHOLDERS);
-        });
-}
-
 void TakeCommand(JsonObject& object, bool isMail, std::vector<std::string>& command) {
+    for (const EJsonValue& member : object.Value().m_Items) {
+        if (const std::string instead = Instead(member.m_Name); !instead.empty()) {
+            object.Find(member.m_Name); // for there is nothing more to say about it
+            object.Error(member.m_NamePlace, "found " + EJsonText::Quote(member.m_Name) + ", expected " + instead);
+        }
+    }
+    static const std::regex unknown("\\{(?!(path|name|id)\\})[A-Za-z]+\\}");
     bool hasPath = isMail;
     for (const EJsonValue& item : object.List("command")) {
         std::string& argument = command.emplace_back();
         if (!object.TakeText(item, "command", argument)) {
             return;
         }
-        if (command.size() == 1) {
-            argument = FindProgram(item.m_Text);
-            if (argument.empty()) {
-                object.Refuse(item, "command", "a program that can be found and executed");
-            }
-        } else if (!HasKnownPlaceholders(argument)) {
-            object.Refuse(item, "command", "no placeholders but {path}, {name} and {id}");
-        }
         hasPath = hasPath || argument.find("{path}") != std::string::npos;
+        if (std::regex_search(argument, unknown)) {
+            object.Refuse(item, "command", "no placeholders but {path}, {name} and {id}");
+        } else if (command.size() == 1 && (argument = FindProgram(argument)).empty()) {
+            object.Refuse(item, "command", "a program that can be found and executed");
+        }
     }
-    if (object.Find("command") != nullptr && !hasPath) {
-        object.Refuse("command", "{path}, the file to send, among the arguments");
+    if (object.Find("command") != nullptr && (command.empty() || !hasPath)) {
+        object.Refuse("command",
+                      isMail ? "a program and its arguments" : "{path}, the file to send, among the arguments");
     }
 }
 
-// Where uploads go.
 void TakeTarget(JsonObject& object, Target& target) {
-    object.SetFormer(FORMER_MEMBERS);
     TakeCommand(object, false, target.m_Command);
     if (object.Text("directory", target.m_Directory) && target.m_Directory.empty()) {
         object.Refuse("directory", "a directory");
@@ -115,9 +105,10 @@ void TakeTarget(JsonObject& object, Target& target) {
 
 void TakeOutbox(JsonObject& object, OutboxSettings& settings) {
     object.Integer("limit", settings.m_nLimit, 0, std::numeric_limits<std::int64_t>::max());
-    TakeSpan(object, "retryMin", milliseconds(100), settings.m_RetryMin);
-    TakeSpan(object, "retryMax", milliseconds(100), settings.m_RetryMax);
-    TakeSpan(object, "timeout", milliseconds(100), settings.m_Timeout);
+    constexpr milliseconds SHORTEST{100};
+    TakeSpan(object, "retryMin", SHORTEST, settings.m_RetryMin);
+    TakeSpan(object, "retryMax", SHORTEST, settings.m_RetryMax);
+    TakeSpan(object, "timeout", SHORTEST, settings.m_Timeout);
     if (settings.m_RetryMax < settings.m_RetryMin) {
         object.Error(object.Value().m_Begin, "found a \"retryMax\" below \"retryMin\", expected at least as much");
     }
@@ -138,23 +129,25 @@ void ReadDefinition(JsonObject& object, std::vector<MailDefinition>& definitions
     MailDefinition definition;
     object.Require("name");
     object.Line("name", definition.m_Name);
-    const std::pair<const char*, std::vector<std::string>&> lists[] = {
+    const std::pair<const char*, std::string&> lists[] = {
         {"to", definition.m_To}, {"cc", definition.m_Cc}, {"bcc", definition.m_Bcc}};
-    bool hasRecipient = false;
     for (const auto& [name, addresses] : lists) {
         for (const EJsonValue& item : object.List(name)) {
-            TakeAddress(object, item, name, addresses.emplace_back());
-            hasRecipient = true;
+            std::string address;
+            TakeAddress(object, item, name, address);
+            addresses += (addresses.empty() ? "" : ", ") + address;
         }
     }
-    if (!hasRecipient) {
+    if ((definition.m_To + definition.m_Cc + definition.m_Bcc).empty()) {
         object.Error(object.Value().m_Begin, "found no recipient, expected \"to\", \"cc\" or \"bcc\"");
     }
     object.Line("subject", definition.m_Subject);
     object.Text("text", definition.m_Text);
     for (const EJsonValue& item : object.List("attachments")) {
         std::string path;
-        object.TakeText(item, "attachments", path);
+        if (object.TakeText(item, "attachments", path) && path.find(';') != std::string::npos) {
+            object.Refuse(item, "attachments", "a path without \";\", which stands between paths");
+        }
         definition.m_Attachments += ';' + path;
     }
     const auto same = [&](const MailDefinition& other) { return other.m_Name == definition.m_Name; };
@@ -165,7 +158,6 @@ void ReadDefinition(JsonObject& object, std::vector<MailDefinition>& definitions
 }
 
 void ReadMail(JsonObject& object, MailSettings& mail) {
-    object.SetFormer(FORMER_MEMBERS);
     TakeCommand(object, true, mail.m_Targets[NO_IDENTIFIER].m_Command);
     TakeOutbox(object, mail);
     if (const EJsonValue* const from = object.Require("from"); from != nullptr) {

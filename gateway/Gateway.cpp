@@ -54,7 +54,7 @@ Gateway::Gateway(const Configuration& configuration, const std::filesystem::path
     : m_Configuration(configuration),
       m_Directory(std::filesystem::absolute(directory)),
       m_Work(directory),
-      m_Outbox(configuration.m_Mail, configuration.m_Upload, &Console::Say),
+      m_Outbox(configuration.m_Mail, configuration.m_Upload),
       m_Kernel(configuration, m_Outbox),
       m_Module(module, m_Kernel),
       m_Saved(m_Directory / Narrow(m_Module.SavedRequestsName())),

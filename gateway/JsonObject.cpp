@@ -111,12 +111,8 @@ void JsonObject::Finish() {
     for (const EJsonValue& member : m_Value.m_Items) {
         const bool isKnown = m_Known.contains(member.m_Name);
         if (m_Value.m_Kind == Kind::Object && !(isKnown && seen.insert(member.m_Name).second)) {
-            const auto former = m_Former.find(member.m_Name);
             Error(member.m_NamePlace, (isKnown ? "found a second " : "found ") + EJsonText::Quote(member.m_Name) +
-                                          ", expected " +
-                                          (isKnown                    ? "one"
-                                           : former != m_Former.end() ? former->second
-                                                                      : "one of " + known()));
+                                          (isKnown ? ", expected one" : ", expected one of " + known()));
         }
     }
 }

@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <limits>
-#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -65,9 +64,6 @@ public:
     void Doubt(const std::string& name, const std::string& text);
     void Error(const EJsonPlace& place, const std::string& text) { m_Findings.Error(place, m_What + ": " + text); }
 
-    // Members of earlier versions: what a message then expects instead.
-    void SetFormer(const std::map<std::string, std::string>& members) { m_Former = members; }
-
     // Every member that nobody has asked for, and every second one of a name, is a finding.
     void Finish();
 
@@ -94,5 +90,4 @@ private:
     std::string m_What;
     Findings& m_Findings;
     std::set<std::string> m_Known;
-    std::map<std::string, std::string> m_Former;
 };

@@ -13,59 +13,45 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* JOB = "$tmp"; // begins the names of the directories
-
-struct Leftover {
-    fs::file_time_type m_Time;
-    fs::path m_Path;
-    const LogFile* m_pLog;
-    bool operator<(const Leftover& other) const { return m_Time < other.m_Time; }
-};
+using Leftovers = std::multimap<fs::file_time_type, std::pair<fs::path, const LogFile*>>; // oldest first
 
 bool IsJob(const fs::path& directory) {
-    return directory.filename().string().starts_with(JOB);
+    return directory.filename().string().starts_with("$tmp");
 }
 
-class Search {
-public:
-    // The log files that are written in "Spool", or the kernel log, which is written where it stands.
-    Search(const Configuration& configuration, bool isKernelLog) {
-        for (const LogFile& log : configuration.m_LogFiles) {
-            if (log.Delivers() && log.IsKernelLog() == isKernelLog) {
-                m_Logs.emplace_back(&log, MakeGlob(log.Pattern(), "+([0-9])"));
-                m_Named.merge(log.Files(Moments::Now()));
-            }
-        }
-        std::error_code error;
-        for (const auto& item : fs::directory_iterator(isKernelLog ? "." : "Spool", error)) {
-            if (item.is_directory(error) && IsJob(item.path())) {
-                const std::vector<fs::directory_entry> files(fs::directory_iterator(item.path()), {});
-                std::for_each(files.begin(), files.end(), [this](const auto& file) { Take(file.path(), false); });
-                fs::remove(item.path(), error); // an empty one
-            } else if (item.is_regular_file(error) && !m_Named.contains(item.path().lexically_normal())) {
-                Take(item.path(), isKernelLog);
-            }
-        }
-    }
-
-    std::vector<Leftover> m_Found;
-
-private:
-    void Take(const fs::path& path, bool mayBeAnothers) {
-        const auto owner = std::find_if(m_Logs.begin(), m_Logs.end(), [&](const auto& log) {
-            return fnmatch(log.second.c_str(), path.filename().c_str(), FNM_EXTMATCH) == 0;
+// What the log files that are written in the directory have left there.
+Leftovers Find(const std::vector<const LogFile*>& logs, const fs::path& spool) {
+    Leftovers found;
+    const auto take = [&](const fs::path& path, bool isNamedAgain) {
+        const auto owner = std::find_if(logs.begin(), logs.end(), [&](const LogFile* log) {
+            const std::string names = MakeGlob(log->Pattern(), "+([0-9])");
+            return fnmatch(names.c_str(), path.filename().c_str(), FNM_EXTMATCH) == 0;
         });
-        if (owner != m_Logs.end()) {
-            m_Found.push_back({fs::last_write_time(path), path, owner->first});
-        } else if (!mayBeAnothers) {
+        if (owner != logs.end() && !isNamedAgain) {
+            found.emplace(fs::last_write_time(path), std::pair(path, *owner));
+        } else if (owner == logs.end() && (spool != "." || IsJob(path.parent_path()))) {
             Console::Say(path.string() + ": of no log file that delivers; left alone");
         }
+    };
+    std::set<std::string> current; // what the module goes on with
+    for (const LogFile* const log : logs) {
+        current.merge(log->Files(Moments::Now()));
     }
+    std::error_code error;
+    for (const auto& item : fs::directory_iterator(spool, error)) {
+        if (item.is_regular_file(error)) {
+            take(item.path(), current.contains(item.path().lexically_normal()));
+        } else if (IsJob(item.path())) {
+            for (const auto& file : fs::directory_iterator(item.path(), error)) {
+                take(file.path(), false);
+            }
+            fs::remove(item.path(), error); // an empty one
+        }
+    }
+    return found;
+}
 
-    std::vector<std::pair<const LogFile*, std::string>> m_Logs; // and how their files are called
-    std::set<std::string> m_Named;                              // what the module goes on with
-};
-
+// As the module does after a delivery.
 void Finish(const fs::path& path, bool keep, const std::string& logDirectory) {
     std::error_code error;
     if (keep) {
@@ -83,10 +69,15 @@ void Finish(const fs::path& path, bool keep, const std::string& logDirectory) {
 } // namespace
 
 void HandOverLeftovers(const Configuration& configuration, Outbox& outbox) {
-    for (const bool isKernelLog : {false, true}) {
-        Search search(configuration, isKernelLog);
-        std::stable_sort(search.m_Found.begin(), search.m_Found.end());
-        for (const auto& [time, path, log] : search.m_Found) {
+    for (const bool isKernelLog : {false, true}) { // which is written where it stands
+        std::vector<const LogFile*> logs;
+        for (const LogFile& log : configuration.m_LogFiles) {
+            if (log.Delivers() && log.IsKernelLog() == isKernelLog) {
+                logs.push_back(&log);
+            }
+        }
+        for (const auto& [time, leftover] : Find(logs, isKernelLog ? "." : "Spool")) {
+            const auto& [path, log] = leftover;
             const auto finish = [path = path, keep = log->m_nKeepCopy != 0, directory = log->LogDirectory()] {
                 Finish(path, keep, directory);
             };

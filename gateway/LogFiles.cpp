@@ -116,6 +116,9 @@ LogFile ReadLogFile(JsonObject& object) {
     }
     if (object.Text("fileName", file.m_FileName)) {
         CheckFileName(object, file);
+        if (file.m_nDeliveryMode == 3 && file.m_FileName.find(';') != std::string::npos) {
+            object.Refuse("fileName", "no \";\", which stands between the attachments of a mail");
+        }
     }
     return file;
 }

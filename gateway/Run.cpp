@@ -247,7 +247,7 @@ private:
         if (counters.m_nDeliveries > 0) {
             line("deliveries asked for", std::to_string(counters.m_nDeliveries));
         }
-        for (const Queue* const queue : m_Gateway.GetOutbox().Queues()) {
+        for (Queue* const queue : m_Gateway.GetOutbox().Queues()) {
             Console::Print("  " + queue->Summary());
         }
     }

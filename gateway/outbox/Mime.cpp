@@ -1,11 +1,22 @@
 #include "gateway/outbox/Mime.h"
 
+#include <system_error>
+
+#ifdef KV_WITHOUT_MAIL
+
+// A configuration that asks for mails has been refused before.
+void WriteMail(const std::string&, const MailDefinition&, const std::vector<std::filesystem::path>&,
+               const std::filesystem::path&) {
+    throw std::system_error(std::make_error_code(std::errc::not_supported));
+}
+
+#else
+
 #include <cerrno>
 #include <fcntl.h>
 #include <gmime/gmime.h>
 #include <memory>
 #include <mutex>
-#include <system_error>
 
 namespace {
 
@@ -24,31 +35,22 @@ GMimeStream* OpenStream(const std::filesystem::path& path, int flags) {
 }
 
 void AddHeadings(GMimeMessage* message, const std::string& from, const MailDefinition& definition) {
-    const std::tuple<GMimeAddressType, std::vector<std::string>> headings[] = {
-        {GMIME_ADDRESS_TYPE_FROM, {from}},
-        {GMIME_ADDRESS_TYPE_TO, definition.m_To},
-        {GMIME_ADDRESS_TYPE_CC, definition.m_Cc},
-        {GMIME_ADDRESS_TYPE_BCC, definition.m_Bcc}};
-    for (const auto& [type, addresses] : headings) {
-        for (const std::string& address : addresses) {
-            g_mime_message_add_mailbox(message, type, nullptr, address.c_str());
+    const std::pair<const char*, const std::string&> headings[] = {{"From", from},
+                                                                   {"To", definition.m_To},
+                                                                   {"Cc", definition.m_Cc},
+                                                                   {"Bcc", definition.m_Bcc},
+                                                                   {"Subject", definition.m_Subject}};
+    for (const auto& [name, text] : headings) {
+        if (!text.empty()) {
+            g_mime_object_set_header(GMIME_OBJECT(message), name, text.c_str(), "utf-8");
         }
     }
-    g_mime_message_set_subject(message, definition.m_Subject.c_str(), "utf-8");
     char* const id = g_mime_utils_generate_message_id(from.substr(from.find('@') + 1).c_str());
     g_mime_message_set_message_id(message, id);
     g_free(id);
     GDateTime* const now = g_date_time_new_now_local();
     g_mime_message_set_date(message, now);
     g_date_time_unref(now);
-}
-
-void AddText(GMimeMultipart* parts, const std::string& text) {
-    const Object<GMimeTextPart> part(g_mime_text_part_new_with_subtype("plain"));
-    g_mime_text_part_set_charset(part.get(), "utf-8");
-    g_mime_text_part_set_text(part.get(), text.c_str());
-    g_mime_part_set_content_encoding(GMIME_PART(part.get()), GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE);
-    g_mime_multipart_add(parts, GMIME_OBJECT(part.get()));
 }
 
 void AddAttachment(GMimeMultipart* parts, const std::filesystem::path& path) {
@@ -72,7 +74,11 @@ void WriteMail(const std::string& from, const MailDefinition& definition,
     const Object<GMimeMessage> message(g_mime_message_new(TRUE));
     AddHeadings(message.get(), from, definition);
     const Object<GMimeMultipart> parts(g_mime_multipart_new_with_subtype("mixed"));
-    AddText(parts.get(), definition.m_Text);
+    const Object<GMimeTextPart> text(g_mime_text_part_new_with_subtype("plain"));
+    g_mime_text_part_set_charset(text.get(), "utf-8");
+    g_mime_text_part_set_text(text.get(), definition.m_Text.c_str());
+    g_mime_part_set_content_encoding(GMIME_PART(text.get()), GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE);
+    g_mime_multipart_add(parts.get(), GMIME_OBJECT(text.get()));
     for (const auto& path : attachments) {
         AddAttachment(parts.get(), path);
     }
@@ -83,3 +89,5 @@ void WriteMail(const std::string& from, const MailDefinition& definition,
         throw std::system_error(errno, std::generic_category(), file.string());
     }
 }
+
+#endif

@@ -3,59 +3,38 @@
 #include "base/EMailMessage.h"
 #include "base/EUploadFiles.h"
 #include "base/ISMListener.h"
+#include "gateway/Console.h"
 #include "gateway/Text.h"
 #include "gateway/outbox/Mime.h"
 
+#include <atomic>
 #include <sstream>
-#include <utility>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-bool IsFile(const fs::path& path) {
+bool Exists(const fs::path& path, const char* what) {
     std::error_code ignored;
-    return fs::is_regular_file(path, ignored);
-}
-
-// The files of a list ";path;path". A path may have a ';' of its own: what is no file by itself is tried together with
-// what follows.
-std::vector<fs::path> FindAttachments(const std::string& list, const Reporter& report) {
-    std::vector<fs::path> files;
-    std::string missing;
-    const auto leaveOut = [&] {
-        if (!missing.empty()) {
-            report("e-mail: attachment not found, and left out: " + std::exchange(missing, ""));
-        }
-    };
-    std::istringstream items(list);
-    for (std::string item; std::getline(items, item, ';');) {
-        if (IsFile(item)) {
-            leaveOut();
-        }
-        missing += (missing.empty() ? "" : ";") + item;
-        if (IsFile(missing)) {
-            files.emplace_back(std::exchange(missing, ""));
-        }
+    if (!fs::is_regular_file(path, ignored)) {
+        Console::Say(std::string(what) + " not found, and left out: " + path.string());
+        return false;
     }
-    leaveOut();
-    return files;
+    return true;
 }
 
 } // namespace
 
-Outbox::Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload,
-               const Reporter& report)
-    : m_Report(report) {
+Outbox::Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload) {
     if (mail) {
         m_From = mail->m_From;
         for (const MailDefinition& definition : mail->m_Definitions) {
             m_Definitions[definition.m_Name] = definition;
         }
-        m_pMails = std::make_unique<Queue>("e-mail", "outbox/mail", *mail, report);
+        m_pMails = std::make_unique<Queue>("e-mail", "outbox/mail", *mail);
     }
     if (upload) {
-        m_pUploads = std::make_unique<Queue>("upload", "outbox/upload", *upload, report);
+        m_pUploads = std::make_unique<Queue>("upload", "outbox/upload", *upload);
     }
 }
 
@@ -79,16 +58,14 @@ void Outbox::ReleaseMessage(EMailMessage* message) {
     delete message;
 }
 
-std::optional<MailDefinition> Outbox::FindDefinition(const std::string& name) {
-    const std::lock_guard lock(m_Mutex);
-    const auto found = m_Definitions.find(name);
-    return found != m_Definitions.end() ? std::optional(found->second) : std::nullopt;
-}
-
 EResult Outbox::LoadMessage(EMailMessage* message) {
-    const auto definition = FindDefinition(Narrow(message->m_Name));
-    message->m_Attachments = definition ? Widen(definition->m_Attachments) : EString();
-    return definition ? RC_OK : RC_NOT_FOUND;
+    const std::lock_guard lock(m_Mutex);
+    const auto found = m_Definitions.find(Narrow(message->m_Name));
+    if (found == m_Definitions.end()) {
+        return RC_NOT_FOUND;
+    }
+    message->m_Attachments = Widen(found->second.m_Attachments);
+    return RC_OK;
 }
 
 EResult Outbox::StoreMessage(EMailMessage* message) {
@@ -106,15 +83,27 @@ EResult Outbox::SendMessage(EString name, EMailCompletion completion, void* cont
 }
 
 EResult Outbox::Mail(const std::string& name, const std::string& attachment, const Queue::Notice& notice) {
-    auto definition = FindDefinition(name);
-    if (!definition) {
+    std::unique_lock lock(m_Mutex);
+    const auto found = m_Definitions.find(name);
+    if (found == m_Definitions.end()) {
         return RC_NOT_FOUND;
     }
-    definition->m_Attachments += attachment;
-    const auto write = [from = m_From, report = m_Report, definition](const fs::path& file) {
-        WriteMail(from, *definition, FindAttachments(definition->m_Attachments, report), file);
-    };
-    m_pMails->Accept(NO_IDENTIFIER, "", write, notice);
+    MailDefinition definition = found->second;
+    lock.unlock();
+    definition.m_Attachments += attachment;
+    m_pMails->Accept(
+        NO_IDENTIFIER, "",
+        [from = m_From, definition](const fs::path& mail) {
+            std::vector<fs::path> files;
+            std::istringstream list(definition.m_Attachments);
+            for (std::string path; std::getline(list, path, ';');) {
+                if (!path.empty() && Exists(path, "e-mail: attachment")) {
+                    files.emplace_back(path);
+                }
+            }
+            WriteMail(from, definition, files, mail);
+        },
+        notice);
     return RC_OK;
 }
 
@@ -123,10 +112,8 @@ EResult Outbox::UploadFiles(EUploadFiles* files, EString* parameter1, EString* /
     std::vector<fs::path> paths;
     for (auto position = files->GetHeadPosition(); position != nullptr;) {
         const fs::path path = Narrow(static_cast<const EUploadFile*>(files->GetNext(position))->m_Path);
-        if (IsFile(path)) {
+        if (Exists(path, "upload: file")) {
             paths.push_back(path);
-        } else {
-            m_Report("upload: file not found, and left out: " + path.string());
         }
     }
     const int identifier = parameter1 != nullptr ? std::stoi(Narrow(*parameter1)) : NO_IDENTIFIER;
@@ -141,8 +128,8 @@ EResult Outbox::UploadFiles(EUploadFiles* files, EString* parameter1, EString* /
     return paths.empty() ? RC_NOT_FOUND : RC_OK;
 }
 
+// A copy, never a link, for the file itself may be kept and changed.
 void Outbox::Upload(const fs::path& file, int identifier, const Queue::Notice& notice) {
-    // A copy, for the file itself may be kept and changed.
-    const auto copy = [file](const fs::path& entry) { fs::copy_file(file, entry); };
-    m_pUploads->Accept(identifier, file.filename(), copy, notice);
+    m_pUploads->Accept(
+        identifier, file.filename(), [file](const fs::path& entry) { fs::copy_file(file, entry); }, notice);
 }

@@ -5,6 +5,7 @@
 #include "gateway/outbox/Queue.h"
 
 #include <memory>
+#include <optional>
 
 // The gateway's sending services, and their queues in "outbox" of the working directory. What is handed over counts as
 // sent for the caller once it is safe there. A file that cannot be found is reported and left out. What StoreMessage
@@ -12,8 +13,7 @@
 class Outbox : public IEMailService, public IUploadService {
 public:
     // Throws std::exception when a queue cannot be used.
-    Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload,
-           const Reporter& report);
+    Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload);
 
     IEMailService* Mails() { return m_pMails != nullptr ? this : nullptr; } // null when they are not configured
     IUploadService* Uploads() { return m_pUploads != nullptr ? this : nullptr; }
@@ -36,9 +36,6 @@ public:
     void Upload(const std::filesystem::path& file, int identifier, const Queue::Notice& notice);
 
 private:
-    std::optional<MailDefinition> FindDefinition(const std::string& name);
-
-    Reporter m_Report;
     std::string m_From;
     std::mutex m_Mutex; // guards m_Definitions
     std::map<std::string, MailDefinition> m_Definitions;

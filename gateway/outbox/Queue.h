@@ -1,15 +1,12 @@
 #pragma once
 
-#include "gateway/outbox/DurableFiles.h"
+#include "gateway/Platform.h"
 #include "gateway/outbox/Settings.h"
 
-#include <atomic>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
-#include <optional>
-#include <set>
 #include <thread>
-#include <tuple>
 
 // Entries that wait on disk until they are sent, and the thread that sends them, oldest first:
 //
@@ -28,9 +25,7 @@ public:
     using Notice = std::function<void()>;
 
     // Takes up what an earlier run left, and begins to send. `subject` begins every report. Throws std::exception.
-    Queue(std::string subject, const std::filesystem::path& directory, OutboxSettings settings, Reporter report);
-    Queue(const Queue&) = delete;
-    Queue& operator=(const Queue&) = delete;
+    Queue(std::string subject, const std::filesystem::path& directory, OutboxSettings settings);
     ~Queue() { Stop(); }
 
     // Makes a file an entry; a mail has no `name`. The notice comes once, when the entry is safe on disk: inside the call,
@@ -39,62 +34,57 @@ public:
 
     bool Drain(Clock::time_point end); // until nothing is left to be sent; false when the time comes before
     void Stop();                       // ends the running program, whose entry stays; no notice comes afterwards
-
-    std::string Summary() const; // what is sent since the start, and what waits
+    std::string Summary();             // what was sent, and what waits
 
 private:
+    struct Pause {
+        std::chrono::milliseconds m_Length{0};
+        Clock::time_point m_End{};
+    };
     struct Entry {
-        std::filesystem::path m_Path; // in the queue's directory
-        std::filesystem::path m_File; // what is sent: the file in that directory, or the mail itself
+        std::filesystem::path m_File;
         int m_nIdentifier;
         std::uint64_t m_nBytes;
         Make m_Make; // none: it is accepted
         Notice m_Notice;
-        std::chrono::milliseconds m_Pause{0};
-        Clock::time_point m_Due = Clock::now();
+        Pause m_Pause{};
     };
     struct Place {
-        std::set<std::pair<Clock::time_point, std::uint64_t>> m_Ready; // when entries may be tried
-        std::uint64_t m_nLastFailed = 0;                               // 0: the last attempt succeeded
-        std::chrono::milliseconds m_Pause{0};
-        Clock::time_point m_Due{};
+        Pause m_Pause{};
+        std::uint64_t m_nLastFailed = 0; // 0: the last attempt succeeded
     };
-    using Entries = std::map<std::uint64_t, Entry>;
-    using Key = std::tuple<int, int, std::string>; // place, identifier, name
+    using Entries = std::map<std::uint64_t, Entry>; // by number
 
     void TakeUp(const std::filesystem::path& path);
+    std::filesystem::path PathOf(const Entry& entry) const; // in the queue's directory
     int PlaceOf(const Entry& entry) const;
-    Key KeyOf(const Entry& entry) const;
-    void Link(Entries::iterator entry);
-    void Unlink(Entries::iterator entry);
+    bool IsWaiting(const Entry& entry) const; // not one that stays here
     void Run();
     Entries::iterator NextDue(Clock::time_point& wake);
-    std::optional<std::string> Attempt(Entry& entry);
+    void Step(Entries::iterator entry, std::unique_lock<std::mutex>& lock);
     void Write(Entry& entry);
     void Send(const Entry& entry);
-    Notice Conclude(Entries::iterator entry, const std::optional<std::string>& failure);
     void Postpone(Entries::iterator entry, const std::string& reason);
     void HoldLimit();
     void Remove(Entries::iterator entry);
-    void Report(const std::string& line) const { m_Report(m_Subject + ": " + line); }
+    void Report(const std::string& line) const;
 
-    std::string m_Subject;
-    std::filesystem::path m_Directory;
-    OutboxSettings m_Settings;
-    Reporter m_Report;
-    OpenFile m_Lock;
-    OpenFile m_StopEvent; // becomes readable
-    std::atomic<std::uint64_t> m_nSent = 0;
+    const std::string m_Subject;
+    const std::filesystem::path m_Directory;
+    const OutboxSettings m_Settings;
+    const OpenFile m_Lock;
+    const OpenFile m_StopEvent;               // becomes readable
     std::map<std::string, unsigned> m_Copies; // of the thread: the next number of a name in a directory
 
-    mutable std::mutex m_Mutex; // guards what follows; not held while a program runs
+    std::mutex m_Mutex; // guards what follows; not held while something is sent
     std::condition_variable m_Changed;
     bool m_bStopping = false;
     Entries m_Entries;
     std::uint64_t m_nLast = 0; // number
     std::uint64_t m_nBytes = 0;
-    std::uint64_t m_nRunning = 0;                    // number of the entry that is being sent
-    std::map<Key, std::set<std::uint64_t>> m_Chains; // numbers of what is to be tried; only the first of each may be
+    std::uint64_t m_nUnaccepted = 0;
+    std::uint64_t m_nSent = 0;
+    std::uint64_t m_nRunning = 0; // number of what is being sent
     std::map<int, Place> m_Places;
     std::thread m_Thread;
 };

@@ -2,20 +2,16 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 // What the outbox is told. All texts are UTF-8; paths are relative to the working directory.
 
-// One line for the operator, without its end. Called on any thread.
-using Reporter = std::function<void(const std::string& line)>;
-
-// Stand in a command for the file, for its own name, and for the identifier of its log file, or nothing.
-constexpr const char* PLACEHOLDERS[] = {"{path}", "{name}", "{id}"};
-
 constexpr int NO_IDENTIFIER = -1;
+
+// Stand in a command for the identifier of the file's log file, or nothing; for the file's name; and for its path.
+constexpr const char* PLACEHOLDERS[] = {"{id}", "{name}", "{path}"};
 
 // Where entries go: to a program, or into a directory. With neither they stay in the outbox.
 struct Target {
@@ -35,10 +31,9 @@ struct OutboxSettings {
 
 // A stored e-mail definition. Its addresses are bare ones, "user@host".
 struct MailDefinition {
-    std::string m_Name;                         // also "name@identifier", for log files of an identifier
-    std::vector<std::string> m_To, m_Cc, m_Bcc; // at least one address in all
-    std::string m_Subject;
-    std::string m_Text;
+    std::string m_Name;            // also "name@identifier", for log files of an identifier
+    std::string m_To, m_Cc, m_Bcc; // with ", " in between; at least one in all
+    std::string m_Subject, m_Text;
     std::string m_Attachments; // paths of files that go with every mail, each preceded by ';'
 };
 
