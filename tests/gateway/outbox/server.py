@@ -1,4 +1,3 @@
-#!/usr/bin/python3
 """server.py ADDRESS PASSWORD: a mail server that tests send to as the user kavro, encrypted (cert.pem, key.pem).
 Attachments go into data/; one with whose name there is a directory is refused."""
 
