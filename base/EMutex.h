@@ -8,8 +8,8 @@ class KVBASE_API EMutex : public EMutexWrapper {
 public:
     explicit EMutex(const wchar_t* name) : m_pszName(name) {}
 
-    void Lock(const wchar_t* /*name*/) { m_Lock.lock(); }
-    void Unlock(const wchar_t* /*name*/) { m_Lock.unlock(); }
+    void Lock(const wchar_t* /*name*/) { pthread_mutex_lock(&m_Lock); }
+    void Unlock(const wchar_t* /*name*/) { pthread_mutex_unlock(&m_Lock); }
     const wchar_t* GetName() const { return m_pszName; }
 
 private:

@@ -2,16 +2,17 @@
 
 #include "base/Export.h"
 
-#include <mutex>
+#include <pthread.h>
 
-// Holds the system's lock for EMutex, which is destroyed through it.
+// Holds the system's lock for EMutex, which is destroyed through it. It is held for short operations: who finds it taken
+// tries again for a moment before he sleeps, which costs both sides a system call.
 class KVBASE_API EMutexWrapper {
 public:
     EMutexWrapper() = default;
     EMutexWrapper(const EMutexWrapper&) = delete;
     EMutexWrapper& operator=(const EMutexWrapper&) = delete;
-    ~EMutexWrapper() = default;
+    ~EMutexWrapper() { pthread_mutex_destroy(&m_Lock); }
 
 protected:
-    std::mutex m_Lock;
+    pthread_mutex_t m_Lock = PTHREAD_ADAPTIVE_MUTEX_INITIALIZER_NP;
 };

@@ -27,6 +27,7 @@ public:
     ActionType m_Action;
     std::uint32_t m_nEventCount;
     EONEVENTSTRUCT* m_pEvents = nullptr; // m_nEventCount of them; null: made without records
+    std::unique_ptr<ELogInfo> m_pNext;   // of the requests that the worker is done with
 
 private:
     void MakeRoom();

@@ -33,8 +33,10 @@ EResult ELogFile::ReportEvent(EONEVENTSTRUCT* record) {
     }
     return Guarded([&] {
         bool queued = false;
+        std::unique_ptr<ELogInfo> spent;
         {
             const ELock lock(m_QueueMutex, MUTEX_NAME);
+            spent = TakeSpent();
             EFileSpec* spec = m_bRestoring ? nullptr : m_pKernelLogSpec.load();
             queued = spec != nullptr && m_State == STATE_STARTED;
             if (spec == nullptr) {
@@ -115,8 +117,10 @@ int ELogFile::IdentifierOf(const EString& name) {
 
 EResult ELogFile::QueueRequest(EFileSpec* spec, int action, unsigned long count, EONEVENTSTRUCT* records) {
     auto request = std::make_unique<ELogInfo>(spec, static_cast<ActionType>(action), count, records);
+    std::unique_ptr<ELogInfo> spent;
     {
         const ELock lock(m_QueueMutex, MUTEX_NAME);
+        spent = TakeSpent();
         PushLogInfo(request.release());
     }
     m_WakeEvent.Set();

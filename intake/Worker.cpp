@@ -16,11 +16,8 @@ unsigned long ELogFile::LogFileThread() {
     while (m_bRunning) {
         m_WakeEvent.Wait(ESingleEvent::WAIT_FOREVER);
         m_WakeEvent.Reset();
-        while (m_bRunning) {
-            const std::unique_ptr<ELogInfo> request(TakeRequest());
-            if (request == nullptr) {
-                break;
-            }
+        std::unique_ptr<ELogInfo> request;
+        while (m_bRunning && (request = TakeRequest(std::move(request))) != nullptr) {
             // Outside every lock. A request that memory does not suffice for is lost; the thread goes on.
             Guarded([&] { return ProcessLogFile(request.get()); });
         }
@@ -28,8 +25,12 @@ unsigned long ELogFile::LogFileThread() {
     return 1;
 }
 
-// The oldest request, which is the caller's from here on; null when none waits.
-ELogInfo* ELogFile::TakeRequest() {
+// The oldest request; null when none waits. The one before it is left to the reporters.
+std::unique_ptr<ELogInfo> ELogFile::TakeRequest(std::unique_ptr<ELogInfo> spent) {
     const ELock lock(m_QueueMutex, MUTEX_NAME);
-    return static_cast<ELogInfo*>(m_LogQueue.RemoveHead());
+    if (spent != nullptr) {
+        spent->m_pNext = std::move(m_pSpent);
+        m_pSpent = std::move(spent);
+    }
+    return std::unique_ptr<ELogInfo>(static_cast<ELogInfo*>(m_LogQueue.RemoveHead()));
 }

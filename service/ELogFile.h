@@ -20,6 +20,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 class CDataValue;
 class EFileIO;
@@ -137,9 +138,10 @@ public:
     std::atomic<bool> m_bRunning{false}; // the worker is to go on
     EThread m_LogThread{4096, false};
     ESingleEvent m_WakeEvent;
-    EMutex m_QueueMutex{MUTEX_NAME}; // guards m_EarlyEvents, m_LogQueue and m_bRestoring
-    EPtrList m_EarlyEvents{4};       // EONEVENTSTRUCT*, owned: reported before there was a kernel log
-    EPtrList m_LogQueue{4};          // ELogInfo*, owned
+    EMutex m_QueueMutex{MUTEX_NAME};    // guards m_EarlyEvents, m_LogQueue, m_pSpent and m_bRestoring
+    EPtrList m_EarlyEvents{4};          // EONEVENTSTRUCT*, owned: reported before there was a kernel log
+    EPtrList m_LogQueue{4};             // ELogInfo*, owned
+    std::unique_ptr<ELogInfo> m_pSpent; // by m_pNext: requests that the worker is done with
     EStringArray m_SnapShotHeaders;
     EString m_SnapShotTitle; // the three titles and the event headings stay empty
     EStringArray m_AlarmHeaders;
@@ -171,7 +173,8 @@ private:
     int IdentifierOf(const EString& name);
     void WriteEventNow(EONEVENTSTRUCT* record);
     void WriteEarlyEvents();
-    ELogInfo* TakeRequest();
+    std::unique_ptr<ELogInfo> TakeRequest(std::unique_ptr<ELogInfo> spent);
+    std::unique_ptr<ELogInfo> TakeSpent();
     EStringArray& NewRow();
     void AppendDateAndTime(const ETimeStamp& stamp, EStringArray& row);
     void ProcessAlarm(EFileSpec* spec, const EONEVENTSTRUCT& record);

@@ -119,4 +119,20 @@ TEST_F(Intake, AReportCostsTwoAllocationsAndARowNone) {
     }
 }
 
+// What the worker is done with is freed by the reporters, burst by burst.
+TEST_F(Intake, NoMoreRequestsAreKeptThanHaveWaited) {
+    Configure({SpecItems{}});
+    for (int burst = 0; burst < 4; ++burst) {
+        for (int i = 0; i < ELogFile::QUEUE_LIMIT; ++i) {
+            Alarm(L"text");
+        }
+        WriteAll();
+        int kept = 0;
+        for (const ELogInfo* spent = m_pService->m_pSpent.get(); spent != nullptr; spent = spent->m_pNext.get()) {
+            ++kept;
+        }
+        EXPECT_LE(kept, ELogFile::QUEUE_LIMIT);
+    }
+}
+
 } // namespace
