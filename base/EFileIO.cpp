@@ -236,7 +236,7 @@ long EFileIO::ReadSome(void* data, std::size_t length) {
         }
     }
     length = std::min(length, m_Buffer.size() - m_nTaken);
-    std::memcpy(data, m_Buffer.data() + m_nTaken, length);
+    std::copy_n(m_Buffer.data() + m_nTaken, length, static_cast<unsigned char*>(data));
     m_nTaken += length;
     return static_cast<long>(length);
 }

@@ -5,8 +5,10 @@
 #include "gateway/Text.h"
 
 #include <nlohmann/json.hpp>
+#include <rapidjson/reader.h>
 
 #include <algorithm>
+#include <charconv>
 #include <limits>
 #include <string_view>
 
@@ -50,6 +52,10 @@ constexpr Members OF_RECORD =
 constexpr Members OF_VALUE = VALUE | QUALITY | TIME;
 constexpr Members OF_STATE = ACTIVE | ACKED;
 
+bool IsAscii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
 template <class Number>
 bool Take(std::int64_t value, Number& number) {
     number = static_cast<Number>(value);
@@ -59,7 +65,7 @@ bool Take(std::int64_t value, Number& number) {
 } // namespace
 
 // Hears what the parser finds in a line, and puts it into the report at once. Whatever does not belong there is refused.
-class ReportReader {
+class ReportReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, ReportReader> {
 public:
     explicit ReportReader(Report& report) : m_Report(report) {}
 
@@ -153,17 +159,17 @@ public:
                                                               : TakeDouble(static_cast<double>(value));
     }
     bool number_float(double value, const std::string& /*written*/) { return TakeDouble(value); }
-    bool string(const std::string& value) {
-        if (value.find('\0') != std::string::npos) {
+    bool string(std::string_view value) {
+        if (value.find('\0') != std::string_view::npos) {
             return false;
         }
         switch (m_Member) {
         case LOG:
-            m_Report.SetLog(value);
-            return true;
+            m_Report.SetLog(std::string(value));
+            return IsAscii(value) || !Widen(m_Report.m_Log).IsEmpty();
         case ACTION:
             m_Report.m_Action = value;
-            return IsAction(value);
+            return IsAction(m_Report.m_Action);
         case NAME:
             return Keep(value, Record().m_pszName);
         case TEXT:
@@ -172,12 +178,15 @@ public:
             return Keep(value, Record().m_pszSource);
         case DETAIL:
             return Keep(value, Record().m_pszDetail);
-        case VALUE:
-            Record().m_Value.SetText(m_Report.Keep(value));
-            return true;
+        case VALUE: {
+            const wchar_t* text = nullptr;
+            const bool kept = Keep(value, text);
+            Record().m_Value.SetText(text);
+            return kept;
+        }
         default:
             ETimeStamp stamp;
-            return m_Member == TIME && Moments::ParseRfc3339(value, stamp) && TakeTime(stamp);
+            return m_Member == TIME && Moments::ParseRfc3339(std::string(value), stamp) && TakeTime(stamp);
         }
     }
     bool binary(nlohmann::json::binary_t& /*bytes*/) { return false; } // never in a text
@@ -198,7 +207,7 @@ public:
             return false;
         }
     }
-    bool key(const std::string& name) {
+    bool key(std::string_view name) {
         const auto* const found = std::find(std::begin(NAMES), std::end(NAMES), name);
         m_Member = 1U << static_cast<unsigned>(found - std::begin(NAMES));
         const bool taken = (m_pObject->m_Allowed & ~m_pObject->m_Seen & m_Member) != 0; // neither unknown nor a second
@@ -228,6 +237,27 @@ public:
         return false;
     }
 
+    // The same for the other parser.
+    using Size = rapidjson::SizeType;
+    bool Null() { return null(); }
+    bool Bool(bool value) { return boolean(value); }
+    bool RawNumber(const char* digits, Size length, bool /*copy*/) {
+        const char* const end = digits + length;
+        std::int64_t integer = 0;
+        if (std::from_chars(digits, end, integer) == std::from_chars_result{end, std::errc()}) {
+            return number_integer(integer);
+        }
+        double floating = 0;
+        return std::from_chars(digits, end, floating) == std::from_chars_result{end, std::errc()} &&
+               TakeDouble(floating);
+    }
+    bool String(const char* text, Size length, bool /*copy*/) { return string({text, length}); }
+    bool StartObject() { return start_object(0); }
+    bool Key(const char* name, Size length, bool /*copy*/) { return key({name, length}); }
+    bool EndObject(Size /*count*/) { return end_object(); }
+    bool StartArray() { return start_array(0); }
+    bool EndArray(Size /*count*/) { return end_array(); }
+
 private:
     struct Object {
         Members m_Allowed = 0;
@@ -240,9 +270,9 @@ private:
         *++m_pObject = {allowed, 0};
         return true;
     }
-    bool Keep(const std::string& text, const wchar_t*& kept) {
+    bool Keep(std::string_view text, const wchar_t*& kept) {
         kept = m_Report.Keep(text);
-        return true;
+        return kept != nullptr;
     }
     bool TakeDouble(double value) {
         if (m_Member != VALUE) {
@@ -281,19 +311,37 @@ bool WritesRow(const std::string& action) {
 }
 
 bool Report::Parse(const std::string& line, const ETimeStamp& reading, std::string& reason) {
+    const bool taken = line.find('\0') == std::string::npos && // which parsers take for the end
+                       (ParseFast(line, reading) || ParseFull(line, reading));
+    reason = taken ? "" : FindReportFault(line);
+    return taken;
+}
+
+void Report::Prepare(const std::string& line) {
     m_Action.clear();
     m_Log.clear();
     m_nIdentifier = -1;
     m_Records.clear();
     m_Texts.clear();
     m_Texts.reserve(line.size()); // a text's quotes leave room for its end
+}
+
+// Some lines that are right are refused here, with a comment or a number of hundreds of digits in them.
+bool Report::ParseFast(const std::string& line, const ETimeStamp& reading) {
+    Prepare(line);
+    m_Scratch = line; // where the parser puts texts without escapes
     ReportReader reader(*this);
-    const bool taken = line.find('\0') == std::string::npos && // which the parser takes for the end
-                       nlohmann::json::sax_parse(line.data(), line.data() + line.size(), &reader,
-                                                 nlohmann::json::input_format_t::json, true, true) &&
-                       reader.Finish(reading);
-    reason = taken ? "" : FindReportFault(line);
-    return taken;
+    rapidjson::InsituStringStream stream(m_Scratch.data());
+    constexpr unsigned FLAGS = rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
+    return !rapidjson::Reader().Parse<FLAGS>(stream, reader).IsError() && reader.Finish(reading);
+}
+
+bool Report::ParseFull(const std::string& line, const ETimeStamp& reading) {
+    Prepare(line);
+    ReportReader reader(*this);
+    return nlohmann::json::sax_parse(line.begin(), line.end(), &reader, nlohmann::json::input_format_t::json, true,
+                                     true) &&
+           reader.Finish(reading);
 }
 
 void Report::SetLog(const std::string& log) {
@@ -322,12 +370,15 @@ void Report::AddOwnRecord(const ETimeStamp& time, const std::string& text) {
     record.m_nIdentifier = m_nIdentifier;
 }
 
-const wchar_t* Report::Keep(const std::string& text) {
+const wchar_t* Report::Keep(std::string_view text) {
     const std::size_t begin = m_Texts.size();
-    if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    if (IsAscii(text)) {
         m_Texts.insert(m_Texts.end(), text.begin(), text.end());
     } else {
-        const EString wide = Widen(text);
+        const EString wide = Widen(std::string(text));
+        if (wide.IsEmpty()) {
+            return nullptr;
+        }
         m_Texts.insert(m_Texts.end(), &wide[0], &wide[wide.GetLength()]);
     }
     m_Texts.push_back(L'\0');
