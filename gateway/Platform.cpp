@@ -99,11 +99,9 @@ void CopyInto(const fs::path& file, const fs::path& directory, const std::string
 
 void RunProgram(const std::vector<std::string>& command, const fs::path& input, std::chrono::milliseconds time,
                 int stop) {
-    std::vector<char*> arguments;
-    for (const std::string& argument : command) {
-        arguments.push_back(const_cast<char*>(argument.c_str()));
-    }
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments(command.size() + 1); // with a null pointer at the end
+    std::transform(command.begin(), command.end(), arguments.begin(),
+                   [](const std::string& argument) { return const_cast<char*>(argument.c_str()); });
     int ends[2] = {-1, -1};
     std::ignore = pipe2(ends, O_CLOEXEC | O_NONBLOCK);
     const OpenFile errors(ends[0], "pipe");
