@@ -3,13 +3,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
 #include <stdexcept>
+#include <string_view>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
+#include <tuple>
 
 namespace fs = std::filesystem;
 
@@ -30,7 +32,7 @@ int RenameToNew(const fs::path& from, const fs::path& to) {
     return isUnknown && link(from.c_str(), to.c_str()) == 0 && unlink(from.c_str()) == 0 ? 0 : errno;
 }
 
-// In the new process, between fork and exec. The program gets a process group of its own and no open file of ours, and
+// In the new process, where nothing may be called that takes a lock. The program gets a process group of its own and no open file of ours, and
 // finds the signals as programs expect them.
 [[noreturn]] void Become(char* const* arguments, const char* input, int errors) {
     sigset_t none;
@@ -44,8 +46,9 @@ int RenameToNew(const fs::path& from, const fs::path& to) {
     dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
     closefrom(STDERR_FILENO + 1);
     execv(arguments[0], arguments);
-    std::perror(arguments[0]);
-    _exit(127);
+    constexpr std::string_view REASON = "the program cannot be executed\n";
+    std::ignore = write(STDERR_FILENO, REASON.data(), REASON.size());
+    _exit(EXIT_FAILURE);
 }
 
 // Keeps the end of what can be read.
