@@ -69,14 +69,12 @@ protected:
     std::unique_ptr<Queue> m_pQueue;
 };
 
+#ifdef __x86_64__ // an emulated program cannot be traced
+
 // Runs kvgateway on the input, and kills it before its n-th call that changes a file. False when it makes fewer.
 bool RunUntilCall(const std::string& input, int n) {
-    static const std::set<std::uint64_t> CALLS{SYS_mkdirat,   SYS_renameat2, SYS_unlinkat, SYS_fsync, SYS_sendfile,
-                                               SYS_ftruncate, SYS_pwrite64,  SYS_linkat,
-#ifdef SYS_rename
-                                               SYS_mkdir,     SYS_rename,    SYS_unlink,   SYS_rmdir
-#endif
-    };
+    static const std::set<std::uint64_t> CALLS{SYS_mkdir, SYS_rename,    SYS_renameat2, SYS_unlink,   SYS_unlinkat,
+                                               SYS_rmdir, SYS_ftruncate, SYS_pwrite64,  SYS_sendfile, SYS_fsync};
     const pid_t program = fork();
     if (program == 0) {
         ptrace(PTRACE_TRACEME);
@@ -98,6 +96,8 @@ bool RunUntilCall(const std::string& input, int n) {
     }
     return n <= 0;
 }
+
+#endif
 
 } // namespace
 
@@ -239,11 +239,10 @@ TEST_F(QueueTest, StopsItsProgramAndKeepsTheEntry) {
     EXPECT_EQ(EntriesOf("queue").size(), 1U);
 }
 
+#ifdef __x86_64__
+
 // From the request to the end, acceptance, completion and removal included: killed there, the next start goes on.
 TEST(LifeTest, LosesNoRowAtAnyKill) {
-    if (!std::string(KVGATEWAY_EMULATOR).empty()) {
-        GTEST_SKIP() << "an emulated program cannot be traced";
-    }
     bool isKilled = true;
     int n = 0;
     for (; isKilled; ++n) {
@@ -265,6 +264,8 @@ TEST(LifeTest, LosesNoRowAtAnyKill) {
     }
     EXPECT_GT(n, 20);
 }
+
+#endif
 
 #ifndef KV_WITHOUT_MAIL
 
