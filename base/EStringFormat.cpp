@@ -1,6 +1,7 @@
 #include "base/EString.h"
 #include "base/LittleEndian.h"
 
+#include <cerrno>
 #include <cstdarg>
 #include <cwchar>
 
@@ -30,11 +31,13 @@ void EString::Print(const wchar_t* format, ...) {
     while (length < 0 && text.size() <= LONGEST_TEXT) {
         std::va_list arguments;
         va_start(arguments, format);
+        errno = 0;
         length = std::vswprintf(text.data(), text.size(), wideFormat.c_str(), arguments);
         va_end(arguments);
-        if (length < 0) { // mostly for want of room; it does not say how much
-            text.resize(4 * text.size());
+        if (length < 0 && errno == EINVAL) { // a wrong format, which more room would not help
+            break;
         }
+        text.resize(length < 0 ? 4 * text.size() : text.size());
     }
     text.resize(length < 0 ? 0 : static_cast<std::size_t>(length));
     m_Text = std::move(text);

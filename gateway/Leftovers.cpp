@@ -23,6 +23,11 @@ bool IsJob(const fs::path& directory) {
 Leftovers Find(const std::vector<const LogFile*>& logs, const fs::path& spool) {
     Leftovers found;
     const auto take = [&](const fs::path& path, bool isNamedAgain) {
+        std::error_code error;
+        if (!fs::is_regular_file(path, error)) {
+            Console::Say(path.string() + ": not a file; left alone");
+            return;
+        }
         const auto owner = std::find_if(logs.begin(), logs.end(), [&](const LogFile* log) {
             const std::string names = MakeGlob(log->Pattern(), "+([0-9])");
             return fnmatch(names.c_str(), path.filename().c_str(), FNM_EXTMATCH) == 0;
@@ -54,12 +59,17 @@ Leftovers Find(const std::vector<const LogFile*>& logs, const fs::path& spool) {
 // As the module does after a delivery.
 void Finish(const fs::path& path, bool keep, const std::string& logDirectory) {
     std::error_code error;
+    bool isDone = true;
     if (keep) {
         const fs::path target = logDirectory + path.filename().string();
         fs::create_directories(target.parent_path(), error);
-        EFileIO::RenameFile(Widen(path.string()), Widen(target.string()));
+        isDone = EFileIO::RenameFile(Widen(path.string()), Widen(target.string())) != 0;
     } else {
-        fs::remove(path, error);
+        isDone = fs::remove(path, error);
+    }
+    if (!isDone) {
+        Console::Say("error: " + path.string() + ": cannot be " + (keep ? "kept in " + logDirectory : "deleted") +
+                     ", and is sent again after the next start");
     }
     if (IsJob(path.parent_path())) {
         fs::remove(path.parent_path(), error); // once it is empty

@@ -3,13 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
+#include <memory>
 #include <poll.h>
+#include <spawn.h>
 #include <stdexcept>
-#include <string_view>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
 #include <tuple>
@@ -33,23 +31,35 @@ int RenameToNew(const fs::path& from, const fs::path& to) {
     return isUnknown && link(from.c_str(), to.c_str()) == 0 && unlink(from.c_str()) == 0 ? 0 : errno;
 }
 
-// In the new process, where nothing may be called that takes a lock. The program gets a process group of its own and no open file of ours, and
-// finds the signals as programs expect them.
-[[noreturn]] void Become(char* const* arguments, const char* input, int errors) {
-    sigset_t none;
-    sigemptyset(&none);
-    pthread_sigmask(SIG_SETMASK, &none, nullptr);
-    std::signal(SIGPIPE, SIG_DFL); // which the gateway ignores
-    std::signal(SIGXFSZ, SIG_DFL);
-    setpgid(0, 0);
-    dup2(errors, STDERR_FILENO);
-    dup2(open(input, O_RDONLY), STDIN_FILENO);
-    dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
-    closefrom(STDERR_FILENO + 1);
-    execv(arguments[0], arguments);
-    constexpr std::string_view REASON = "the program cannot be executed\n";
-    std::ignore = write(STDERR_FILENO, REASON.data(), REASON.size());
-    _exit(EXIT_FAILURE);
+// Starts the program in a process group of its own, with these standard files and no other open one, and with signals as
+// programs expect them.
+pid_t Start(const std::vector<std::string>& command, int input, int output, int errors) {
+    std::vector<char*> arguments(command.size() + 1); // with a null pointer at the end
+    std::transform(command.begin(), command.end(), arguments.begin(),
+                   [](const std::string& argument) { return const_cast<char*>(argument.c_str()); });
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_adddup2(&files, input, STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&files, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&files, errors, STDERR_FILENO);
+    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
+    sigset_t signals;
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals);
+    sigaddset(&signals, SIGPIPE); // these two the gateway ignores
+    sigaddset(&signals, SIGXFSZ);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    pid_t process = 0;
+    const int error = posix_spawn(&process, arguments[0], &files, &attributes, arguments.data(), environ);
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&files);
+    if (error != 0) {
+        Fail(error, command[0]);
+    }
+    return process;
 }
 
 // Keeps the end of what can be read.
@@ -103,32 +113,31 @@ void CopyInto(const fs::path& file, const fs::path& directory, const std::string
 
 void RunProgram(const std::vector<std::string>& command, const fs::path& input, std::chrono::milliseconds time,
                 int stop) {
-    std::vector<char*> arguments(command.size() + 1); // with a null pointer at the end
-    std::transform(command.begin(), command.end(), arguments.begin(),
-                   [](const std::string& argument) { return const_cast<char*>(argument.c_str()); });
     int ends[2] = {-1, -1};
-    std::ignore = pipe2(ends, O_CLOEXEC | O_NONBLOCK);
+    std::ignore = pipe2(ends, O_CLOEXEC);
     const OpenFile errors(ends[0], "pipe");
-    const OpenFile errorsOfProgram(ends[1], "pipe");
-    fcntl(ends[1], F_SETFL, 0);
-    const pid_t process = fork();
-    if (process == 0) {
-        Become(arguments.data(), input.c_str(), ends[1]);
-    }
-    const OpenFile handle(static_cast<int>(syscall(SYS_pidfd_open, process, 0)), command[0]); // also when fork failed
-    setpgid(process, process);
+    auto errorsOfProgram = std::make_unique<OpenFile>(ends[1], "pipe");
+    fcntl(errors.Get(), F_SETFL, O_NONBLOCK);
+    const OpenFile in(open(input.c_str(), O_RDONLY | O_CLOEXEC), input);
+    const OpenFile out(open("/dev/null", O_WRONLY | O_CLOEXEC), "/dev/null");
+    const pid_t process = Start(command, in.Get(), out.Get(), errorsOfProgram->Get());
+    errorsOfProgram.reset(); // so that its end shows at ours
 
-    pollfd files[] = {{handle.Get(), POLLIN, 0}, {errors.Get(), POLLIN, 0}, {stop, POLLIN, 0}};
+    pollfd files[] = {{errors.Get(), POLLIN, 0}, {stop, POLLIN, 0}};
     auto end = Clock::now() + time;
     std::string text;
     std::string reason;
-    while (files[0].revents == 0) {
+    int status = 0;
+    pid_t ended = 0;
+    while ((ended = waitpid(process, &status, WNOHANG)) == 0) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-        poll(files, std::size(files), static_cast<int>(std::clamp<std::int64_t>(left, 0, 1'000'000)));
+        // The end shows at the pipe, unless somebody else holds that open, or it was closed before.
+        poll(files, std::size(files), static_cast<int>(std::clamp<std::int64_t>(left, 0, files[0].fd < 0 ? 5 : 100)));
         Read(errors.Get(), text);
-        if (files[2].revents != 0) {
+        files[0].fd = (files[0].revents & POLLHUP) != 0 ? -1 : files[0].fd;
+        if (files[1].revents != 0) {
             kill(-process, SIGTERM);
-            files[2].fd = -1;
+            files[1] = {-1, 0, 0};
             reason = "stopped: ";
             end = Clock::now() + std::chrono::seconds(1);
         } else if (left <= 0) {
@@ -140,8 +149,9 @@ void RunProgram(const std::vector<std::string>& command, const fs::path& input, 
     if (!reason.empty()) {
         kill(-process, SIGKILL); // what it has started may still run
     }
-    int status = 0;
-    waitpid(process, &status, 0);
+    if (ended < 0) {
+        Fail(ECHILD, command[0]); // how it has ended is not known
+    }
     Read(errors.Get(), text);
     if (!reason.empty() || status != 0) {
         const std::string line = LastLine(text);

@@ -41,6 +41,7 @@ void OpenInput(const std::string& name) {
 int OpenSignals() {
     std::signal(SIGPIPE, SIG_IGN); // the reader of stderr may go, the logging goes on
     std::signal(SIGXFSZ, SIG_IGN); // a file too large for the system's limits is one that cannot be written
+    std::signal(SIGCHLD, SIG_DFL); // ignored, as a parent may leave it, how a program has ended is not told
     sigset_t signals;
     sigemptyset(&signals);
     for (const int number : {SIGINT, SIGTERM}) {

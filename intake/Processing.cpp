@@ -136,23 +136,24 @@ void ELogFile::ProcessEvent(EFileSpec* spec, const EONEVENTSTRUCT& record) {
 
 void ELogFile::ProcessSnapShot(ELogInfo* info) {
     EFileSpec* spec = info->m_pFileSpec;
-    if (!spec->m_bHeadersSet) {
-        EStringArray headings;
+    const bool isFirst = !spec->m_bHeadersSet;
+    EStringArray headings;
+    if (isFirst) {
         headings.Copy(m_SnapShotHeaders);
-        for (std::uint32_t i = 0; i < info->m_nEventCount; ++i) {
-            headings.Add() = info->m_pEvents[i].m_pszName;
-        }
-        SetHeadings(spec, headings, m_SnapShotTitle);
     }
     EStringArray& row = NewRow();
     for (std::uint32_t i = 0; i < info->m_nEventCount; ++i) {
         const EONEVENTSTRUCT& record = info->m_pEvents[i];
         ParseRecordName(m_pNameService, record);
+        if (isFirst) {
+            headings.Add() = record.m_pszName;
+        }
         if (i == 0) {
             AppendDateAndTime(GetEventTimeStamp(&record, &record.m_Value), row);
         }
         FillSnapShotCell(record, row.Add());
     }
+    SetHeadings(spec, headings, m_SnapShotTitle);
     if (info->m_nEventCount > 0) {
         WriteToFile(spec, &row);
     }

@@ -134,7 +134,8 @@ EResult ELogFile::PrepareToStop() {
 }
 
 EResult ELogFile::Stop() {
-    delete this;
+    PrepareToStop(); // while a notice still finds the service
     SetTheLogFile(nullptr);
+    delete this;
     return RC_OK;
 }

@@ -19,7 +19,7 @@ public:
     IUploadService* Uploads() { return m_pUploads != nullptr ? this : nullptr; }
     std::vector<Queue*> Queues() const; // of what is configured
 
-    void Stop(); // ends the threads of both; no notice comes afterwards
+    void Stop(); // ends the threads of both; no notice comes from them afterwards
 
     EResult SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* record) override;
     EMailMessage* CreateMessage() override;

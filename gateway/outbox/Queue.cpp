@@ -4,6 +4,7 @@
 #include "gateway/Text.h"
 
 #include <algorithm>
+#include <charconv>
 #include <fcntl.h>
 #include <set>
 #include <sys/eventfd.h>
@@ -41,21 +42,24 @@ Queue::Queue(std::string subject, const fs::path& directory, OutboxSettings sett
 void Queue::TakeUp(const fs::path& path) {
     std::string name = path.stem().string();
     const int identifier = SplitName(name);
-    if (name.empty() || name.find_first_not_of("0123456789") != std::string::npos) {
-        return; // not ours
-    }
+    std::uint64_t number = 0;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
     fs::path file = path;
     if (fs::is_directory(path)) {
-        const fs::directory_iterator files(path);
-        if (files == fs::directory_iterator()) {
+        if (fs::is_empty(path)) {
             fs::remove(path); // its removal had begun
             return;
         }
-        file = files->path();
+        file = fs::directory_iterator(path)->path();
     }
-    m_nLast = std::max<std::uint64_t>(m_nLast, std::stoull(name));
-    m_nBytes += fs::file_size(file);
-    m_Entries.insert({std::stoull(name), {file, identifier, fs::file_size(file), nullptr, nullptr}});
+    if (error != std::errc() || end != name.data() + name.size() || !fs::is_regular_file(file)) {
+        Report(path.string() + ": not an entry; left alone");
+        return;
+    }
+    const std::uint64_t bytes = fs::file_size(file);
+    m_nLast = std::max(m_nLast, number);
+    m_nBytes += bytes;
+    m_Entries.insert({number, {file, identifier, bytes, nullptr, nullptr}});
 }
 
 fs::path Queue::PathOf(const Entry& entry) const {
@@ -80,8 +84,10 @@ void Queue::Accept(int identifier, const std::string& name, Make make, Notice no
     const std::string number = std::to_string(m_nLast);
     const fs::path file = m_Directory / (name.empty() ? number + MAIL : JoinName(number, identifier) + '/' + name);
     const auto entry = m_Entries.insert({m_nLast, {file, identifier, 0, std::move(make), std::move(notice)}}).first;
-    if (m_nUnaccepted++ == 0) { // otherwise it waits its turn
+    if (m_nUnaccepted++ == 0) {
         Step(entry, lock);
+    } else { // it waits its turn
+        m_Changed.notify_all();
     }
 }
 

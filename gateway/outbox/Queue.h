@@ -33,7 +33,7 @@ public:
     void Accept(int identifier, const std::string& name, Make make, Notice notice);
 
     bool Drain(Clock::time_point end); // until nothing is left to be sent; false when the time comes before
-    void Stop();                       // ends the running program, whose entry stays; no notice comes afterwards
+    void Stop();                       // ends the running program, whose entry stays, and the thread
     std::string Summary();             // what was sent, and what waits
 
 private:
