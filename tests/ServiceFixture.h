@@ -3,7 +3,7 @@
 #include "base/ELock.h"
 #include "base/Messages.h"
 #include "config/EFileSpec.h"
-#include "intake/Actions.h"
+#include "base/Contract.h"
 #include "intake/ELogInfo.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"
