@@ -3,16 +3,12 @@
 #include "gateway/Kernel.h"
 #include "gateway/Module.h"
 #include "gateway/Report.h"
-#include "gateway/SavedRequests.h"
 #include "gateway/WorkDirectory.h"
 #include "gateway/outbox/Outbox.h"
 
 // The running module with its kernel and outbox. One thread.
 class Gateway {
 public:
-    // The most requests that wait in the module; a further one is dropped.
-    static constexpr std::uint32_t QUEUE_LIMIT = 512;
-
     // Takes the module through its start, with the requests that an earlier stop has saved. Throws std::runtime_error.
     Gateway(const Configuration& configuration, const std::filesystem::path& directory,
             const std::filesystem::path& module);
@@ -20,8 +16,8 @@ public:
     Gateway& operator=(const Gateway&) = delete;
     ~Gateway();
 
-    // Hands a report to the module; false, and the reason, when it does not take it.
-    bool Hand(Report& report, std::string& reason);
+    // False, and the reason, when the module does not take the report.
+    bool Submit(Report& report, std::string& reason);
 
     // How many requests wait; nothing when that cannot be told. Costs a file as large as they are.
     std::optional<std::uint32_t> CountWaiting();
@@ -46,7 +42,7 @@ public:
 private:
     void Start();
     void StartWithSavedRequests();
-    EResult Pass(Report& report);
+    EResult Submit(Report& report);
     void Count(const Report& report);
     void CountRow(const std::string& action, const std::string& log, int rows); // if the action writes one
 

@@ -307,7 +307,7 @@ bool IsAction(const std::string& name) {
 }
 
 bool WritesRow(const std::string& action) {
-    return action != ACTION_DELIVERY && action != ACTION_RESTART;
+    return action != ACTIONS[ACTION_DELIVERY] && action != ACTIONS[ACTION_RESTART_FILE];
 }
 
 bool Report::Parse(const std::string& line, const ETimeStamp& reading, std::string& reason) {
