@@ -4,12 +4,12 @@
 #include "gateway/ReportFault.h"
 #include "gateway/Text.h"
 
-#include <nlohmann/json.hpp>
 #include <rapidjson/reader.h>
 
 #include <algorithm>
 #include <charconv>
-#include <limits>
+#include <cmath>
+#include <cstdlib>
 #include <string_view>
 
 namespace {
@@ -67,6 +67,8 @@ bool Take(std::int64_t value, Number& number) {
 // Hears what the parser finds in a line, and puts it into the report at once. Whatever does not belong there is refused.
 class ReportReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, ReportReader> {
 public:
+    using Size = rapidjson::SizeType;
+
     explicit ReportReader(Report& report) : m_Report(report) {}
 
     // After the last of the line: whether it was all there. Fills in what it has left open.
@@ -107,13 +109,13 @@ public:
         return true;
     }
 
-    bool null() {
+    bool Null() {
         if (m_Member == VALUE) {
             Record().m_Value.SetNothing();
         }
         return m_Member == VALUE;
     }
-    bool boolean(bool value) {
+    bool Bool(bool value) {
         switch (m_Member) {
         case VALUE:
             Record().m_Value.SetBoolean(value);
@@ -128,38 +130,20 @@ public:
             return false;
         }
     }
-    bool number_integer(std::int64_t value) {
-        switch (m_Member) {
-        case CODE:
-            return Take(value, Record().m_nCode);
-        case ALARM_NUMBER:
-            return Take(value, Record().m_nAlarmNumber);
-        case IDENTIFIER:
-            return Take(value, Record().m_nIdentifier);
-        case STATE:
-            return Take(value, Record().m_wState);
-        case PREFIX_NUMBER:
-            return m_nPrefix < std::size(Record().m_nPrefixNumbers) &&
-                   Take(value, Record().m_nPrefixNumbers[m_nPrefix++]);
-        case QUALITY: {
-            std::uint32_t quality = 0;
-            const bool fits = Take(value, quality);
-            Record().m_Value.SetQuality(quality);
-            return fits;
+    bool RawNumber(const char* digits, Size length, bool /*copy*/) {
+        const char* const end = digits + length;
+        std::int64_t integer = 0;
+        if (std::from_chars(digits, end, integer) == std::from_chars_result{end, std::errc()}) {
+            return TakeInteger(integer);
         }
-        case VALUE:
-            Record().m_Value.SetInteger(value);
-            return true;
-        default:
-            return m_Member == TIME && TakeSeconds(static_cast<double>(value));
+        double floating = 0;
+        if (std::from_chars(digits, end, floating).ec == std::errc::result_out_of_range) { // too large, or nearly 0
+            floating = std::strtod(std::string(digits, end).c_str(), nullptr);
         }
+        return std::isfinite(floating) && TakeDouble(floating);
     }
-    bool number_unsigned(std::uint64_t value) {
-        return value <= static_cast<std::uint64_t>(INT64_MAX) ? number_integer(static_cast<std::int64_t>(value))
-                                                              : TakeDouble(static_cast<double>(value));
-    }
-    bool number_float(double value, const std::string& /*written*/) { return TakeDouble(value); }
-    bool string(std::string_view value) {
+    bool String(const char* begin, Size length, bool /*copy*/) {
+        const std::string_view value(begin, length);
         if (value.find('\0') != std::string_view::npos) {
             return false;
         }
@@ -189,8 +173,7 @@ public:
             return m_Member == TIME && Moments::ParseRfc3339(std::string(value), stamp) && TakeTime(stamp);
         }
     }
-    bool binary(nlohmann::json::binary_t& /*bytes*/) { return false; } // never in a text
-    bool start_object(std::size_t /*count*/) {
+    bool StartObject() {
         switch (m_Member) {
         case LINE:
             return Open(OF_LINE);
@@ -207,14 +190,14 @@ public:
             return false;
         }
     }
-    bool key(std::string_view name) {
-        const auto* const found = std::find(std::begin(NAMES), std::end(NAMES), name);
+    bool Key(const char* begin, Size length, bool /*copy*/) {
+        const auto* const found = std::find(std::begin(NAMES), std::end(NAMES), std::string_view(begin, length));
         m_Member = 1U << static_cast<unsigned>(found - std::begin(NAMES));
         const bool taken = (m_pObject->m_Allowed & ~m_pObject->m_Seen & m_Member) != 0; // neither unknown nor a second
         m_pObject->m_Seen |= m_Member;
         return taken;
     }
-    bool end_object() {
+    bool EndObject(Size /*count*/) {
         const Object& object = *m_pObject--;
         if (object.m_Allowed == OF_RECORD) {
             m_Seen.push_back(object.m_Seen);
@@ -222,41 +205,16 @@ public:
         m_Member = RECORD; // what may come next, when this was an item of a list
         return object.m_Allowed != OF_VALUE || (object.m_Seen & VALUE) != 0;
     }
-    bool start_array(std::size_t /*count*/) {
+    bool StartArray() {
         const bool isPrefix = m_Member == PREFIX;
         const bool taken = isPrefix || m_Member == SNAPSHOT || m_Member == RECORDS;
         m_Member = isPrefix ? PREFIX_NUMBER : RECORD;
         m_nPrefix = 0;
         return taken;
     }
-    bool end_array() {
+    bool EndArray(Size /*count*/) {
         return m_Member == PREFIX_NUMBER ? m_nPrefix == std::size(Record().m_nPrefixNumbers) : !m_Seen.empty();
     }
-    bool parse_error(std::size_t /*position*/, const std::string& /*token*/,
-                     const nlohmann::json::exception& /*what*/) {
-        return false;
-    }
-
-    // The same for the other parser.
-    using Size = rapidjson::SizeType;
-    bool Null() { return null(); }
-    bool Bool(bool value) { return boolean(value); }
-    bool RawNumber(const char* digits, Size length, bool /*copy*/) {
-        const char* const end = digits + length;
-        std::int64_t integer = 0;
-        if (std::from_chars(digits, end, integer) == std::from_chars_result{end, std::errc()}) {
-            return number_integer(integer);
-        }
-        double floating = 0;
-        return std::from_chars(digits, end, floating) == std::from_chars_result{end, std::errc()} &&
-               TakeDouble(floating);
-    }
-    bool String(const char* text, Size length, bool /*copy*/) { return string({text, length}); }
-    bool StartObject() { return start_object(0); }
-    bool Key(const char* name, Size length, bool /*copy*/) { return key({name, length}); }
-    bool EndObject(Size /*count*/) { return end_object(); }
-    bool StartArray() { return start_array(0); }
-    bool EndArray(Size /*count*/) { return end_array(); }
 
 private:
     struct Object {
@@ -273,6 +231,32 @@ private:
     bool Keep(std::string_view text, const wchar_t*& kept) {
         kept = m_Report.Keep(text);
         return kept != nullptr;
+    }
+    bool TakeInteger(std::int64_t value) {
+        switch (m_Member) {
+        case CODE:
+            return Take(value, Record().m_nCode);
+        case ALARM_NUMBER:
+            return Take(value, Record().m_nAlarmNumber);
+        case IDENTIFIER:
+            return Take(value, Record().m_nIdentifier);
+        case STATE:
+            return Take(value, Record().m_wState);
+        case PREFIX_NUMBER:
+            return m_nPrefix < std::size(Record().m_nPrefixNumbers) &&
+                   Take(value, Record().m_nPrefixNumbers[m_nPrefix++]);
+        case QUALITY: {
+            std::uint32_t quality = 0;
+            const bool fits = Take(value, quality);
+            Record().m_Value.SetQuality(quality);
+            return fits;
+        }
+        case VALUE:
+            Record().m_Value.SetInteger(value);
+            return true;
+        default:
+            return m_Member == TIME && TakeSeconds(static_cast<double>(value));
+        }
     }
     bool TakeDouble(double value) {
         if (m_Member != VALUE) {
@@ -311,37 +295,22 @@ bool WritesRow(const std::string& action) {
 }
 
 bool Report::Parse(const std::string& line, const ETimeStamp& reading, std::string& reason) {
-    const bool taken = line.find('\0') == std::string::npos && // which parsers take for the end
-                       (ParseFast(line, reading) || ParseFull(line, reading));
-    reason = taken ? "" : FindReportFault(line);
-    return taken;
-}
-
-void Report::Prepare(const std::string& line) {
+    constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
     m_Action.clear();
     m_Log.clear();
     m_nIdentifier = -1;
     m_Records.clear();
     m_Texts.clear();
     m_Texts.reserve(line.size()); // a text's quotes leave room for its end
-}
-
-// Some lines that are right are refused here, with a comment or a number of hundreds of digits in them.
-bool Report::ParseFast(const std::string& line, const ETimeStamp& reading) {
-    Prepare(line);
-    m_Scratch = line; // where the parser puts texts without escapes
+    m_Scratch.assign(line, line.starts_with(BYTE_ORDER_MARK) ? BYTE_ORDER_MARK.size() : 0);
     ReportReader reader(*this);
     rapidjson::InsituStringStream stream(m_Scratch.data());
-    constexpr unsigned FLAGS = rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag;
-    return !rapidjson::Reader().Parse<FLAGS>(stream, reader).IsError() && reader.Finish(reading);
-}
-
-bool Report::ParseFull(const std::string& line, const ETimeStamp& reading) {
-    Prepare(line);
-    ReportReader reader(*this);
-    return nlohmann::json::sax_parse(line.begin(), line.end(), &reader, nlohmann::json::input_format_t::json, true,
-                                     true) &&
-           reader.Finish(reading);
+    constexpr unsigned FLAGS =
+        rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseCommentsFlag;
+    const bool taken = line.find('\0') == std::string::npos && // which the parser takes for the end
+                       !rapidjson::Reader().Parse<FLAGS>(stream, reader).IsError() && reader.Finish(reading);
+    reason = taken ? "" : FindReportFault(line);
+    return taken;
 }
 
 void Report::SetLog(const std::string& log) {
