@@ -37,25 +37,27 @@ const EJsonValue* JsonObject::Require(const std::string& name) {
     return member;
 }
 
+bool JsonObject::Is(const std::string& name, Kind kind) {
+    const EJsonValue* const member = Find(name);
+    return member != nullptr && member->m_Kind == kind;
+}
+
 bool JsonObject::Text(const std::string& name, std::string& text) {
     const EJsonValue* const member = Find(name);
     return member != nullptr && TakeText(*member, name, text);
 }
 
 bool JsonObject::Boolean(const std::string& name, bool& value) {
-    const EJsonValue* const member = Find(name);
-    const bool taken = member != nullptr && member->m_Kind == Kind::Boolean;
+    const bool taken = Is(name, Kind::Boolean);
     RefuseIf(!taken, name, "true or false");
-    value = taken ? member->m_bBoolean : value;
+    value = taken ? Find(name)->m_bBoolean : value;
     return taken;
 }
 
 const std::vector<EJsonValue>& JsonObject::List(const std::string& name) {
     static const std::vector<EJsonValue> none;
-    const EJsonValue* const member = Find(name);
-    const bool isList = member != nullptr && member->m_Kind == Kind::Array;
-    RefuseIf(!isList, name, "a list");
-    return isList ? member->m_Items : none;
+    RefuseIf(!Is(name, Kind::Array), name, "a list");
+    return Is(name, Kind::Array) ? Find(name)->m_Items : none;
 }
 
 void JsonObject::Object(const std::string& name, const Reader& read) {

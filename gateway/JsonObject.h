@@ -42,6 +42,8 @@ public:
     const EJsonValue* Find(const std::string& name);
     const EJsonValue* Require(const std::string& name); // a missing member is a finding
 
+    bool Is(const std::string& name, EJsonValue::Kind kind); // there, and of this kind
+
     // True when the member is there and was taken.
     bool Text(const std::string& name, std::string& text);
     bool Boolean(const std::string& name, bool& value);
@@ -62,7 +64,6 @@ public:
     // refused before.
     void RefuseIf(bool condition, const std::string& name, const std::string& expected);
     void WarnIf(bool condition, const std::string& name, const std::string& text);
-    void Refuse(const std::string& name, const std::string& expected) { RefuseIf(true, name, expected); }
 
     // Something about the object as a whole is wrong.
     void Error(const EJsonPlace& place, const std::string& text) { m_Findings.Error(place, m_What + ": " + text); }

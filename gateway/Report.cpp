@@ -310,6 +310,9 @@ bool Report::Parse(const std::string& line, const ETimeStamp& reading, std::stri
     const bool taken = line.find('\0') == std::string::npos && // which the parser takes for the end
                        !rapidjson::Reader().Parse<FLAGS>(stream, reader).IsError() && reader.Finish(reading);
     reason = taken ? "" : FindReportFault(line);
+    if (!taken && reason.empty()) {
+        reason = "a number has too large an exponent"; // the one thing that only this parser refuses, such as 0e999
+    }
     return taken;
 }
 

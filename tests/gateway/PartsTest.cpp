@@ -144,7 +144,7 @@ TEST(ReportTest, IsTakenAlikeByBothParsersAndRefusedExactlyForAFault) {
         R"({"log": "\u00e4", "action": "DoLogDelivery"})",
         R"({"event": {"text": "\ud83d\ude00", "name": "\ud83d", "source": "\ude00", "detail": "a\nb"}} // comment)",
         "{\"log\": \"A\xFF\", \"alarm\": {\"text\": \"\xC3\", \"value\": \"\xED\xA0\x80\"}}",
-        R"({"event": {"value": 0e999, "time": -0}, /* \r */ "log": "\udead"})",
+        R"({"event": {"value": 0e99, "time": -0}, /* \r */ "log": "\udead"})",
         R"({"event": {"value": 9223372036854775808, "code": -2147483648, "time": 1e-400}})",
         R"({"event": {"value": 5708990770823839524233143877797980545530986496.5, "state": 65536}})",
         R"({"event": {"value": -9223372036854775808, "state": 01, "time": 1.7976931348623159e308}})"};
