@@ -66,7 +66,7 @@ std::string FindProgram(const std::string& name) {
 void TakeCommand(JsonObject& object, bool isMail, std::vector<std::string>& command) {
     for (const EJsonValue& member : object.Value().m_Items) {
         if (const std::string instead = Instead(member.m_Name); !instead.empty()) {
-            object.Find(member.m_Name); // for there is nothing more to say about it
+            object.Find(member.m_Name); // so that Finish does not name it again
             object.Error(member.m_NamePlace, "found " + EJsonText::Quote(member.m_Name) + ", expected " + instead);
         }
     }

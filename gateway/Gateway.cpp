@@ -138,14 +138,15 @@ void Gateway::StartWithSavedRequests() {
     ThrowIfFailed(m_Module.Service().PreStart(), "starting the module");
     ThrowIfFailed(m_Module.Service().Start(), "starting the module");
     m_bRunning = true;
+    int restored = 0;
     for (Report& request : requests) {
         if (!Failed(Submit(request))) { // its log file is still configured
-            ++m_Counters.m_nRestored;
+            ++restored;
             CountRow(request.m_Action, request.m_Log, 1);
         }
     }
-    if (m_Counters.m_nRestored > 0) {
-        Console::Say(Plural(m_Counters.m_nRestored, "saved request") + " taken up again");
+    if (restored > 0) {
+        Console::Say(Plural(restored, "saved request") + " taken up again");
     }
 }
 

@@ -12,8 +12,6 @@ public:
     // Takes the module through its start, with the requests that an earlier stop has saved. Throws std::runtime_error.
     Gateway(const Configuration& configuration, const std::filesystem::path& directory,
             const std::filesystem::path& module);
-    Gateway(const Gateway&) = delete;
-    Gateway& operator=(const Gateway&) = delete;
     ~Gateway();
 
     // False, and the reason, when the module does not take the report.
@@ -31,7 +29,6 @@ public:
     struct Counters {
         std::uint64_t m_nReports = 0;
         std::uint64_t m_nDeliveries = 0;            // asked for
-        std::uint64_t m_nRestored = 0;              // requests of an earlier run
         std::uint64_t m_nSaved = 0;                 // requests for the next one
         std::map<std::string, std::int64_t> m_Rows; // by log file
     };

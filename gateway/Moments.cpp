@@ -111,7 +111,7 @@ bool Moments::ParseTimeOfDay(const std::string& text, int& seconds) {
 std::time_t Moments::NextTimeOfDay(std::time_t now, int seconds) {
     std::tm today{};
     localtime_r(&now, &today);
-    // The same time of day may come twice when the clock is put back; once is enough.
+    // When the clock is put back the same time of day comes twice; only the first one counts.
     const bool isOver = SecondsOf(today) >= seconds;
     for (int day = isOver ? 1 : 0;; ++day) {
         std::tm clock = today;

@@ -167,7 +167,7 @@ private:
     // What was read from a pipe would be lost with this process; so would what is still in it when its writer has gone.
     void FeedRest() {
         for (bool isLast = false;; isLast = true) {
-            while ((TakeLine() || HasDue()) && !m_Flow.IsBlind(Clock::now())) {
+            while ((TakeLine() || HasDue()) && !m_Flow.IsCountMissing(Clock::now())) {
                 Feed();
                 Sleep(m_Flow.UntilRoom(Clock::now()), false);
             }
@@ -184,7 +184,7 @@ private:
 
     void WaitForEmptyQueue() {
         while (!m_bStopped && !m_Flow.IsEmpty(Clock::now())) {
-            if (m_Flow.IsBlind(Clock::now())) {
+            if (m_Flow.IsCountMissing(Clock::now())) {
                 throw std::runtime_error("whether every row is written cannot be told");
             }
             Sleep(m_Flow.UntilLook(Clock::now()), false);
