@@ -36,7 +36,7 @@ auto Uninterrupted(Call call) {
 class Name {
 public:
     explicit Name(const wchar_t* text) {
-        text = text != nullptr ? text : L"";
+        text = OrEmpty(text);
         std::size_t length = 0;
         // Nearly every character, and often all of them; a row pays for its name each time.
         for (; *text > 0 && *text < 0x80 && length + 1 < sizeof m_Bytes; ++text) {

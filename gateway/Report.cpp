@@ -10,6 +10,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <map>
 #include <string_view>
 
 namespace {
@@ -52,23 +53,19 @@ bool Take(std::int64_t value, Number& number) {
 // Hears what the parser finds in a line, and puts it into the report at once. Whatever does not belong there is refused.
 class ReportReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, ReportReader> {
 public:
-    using Size = rapidjson::SizeType;
-
     explicit ReportReader(Report& report) : m_Report(report) {}
 
     // After the last of the line: whether it was all there. Fills in what it has left open.
     bool Finish(const ETimeStamp& reading) {
         using Kind = Report::Kind;
-        constexpr std::pair<Members, Kind> KINDS[] = {{SetOf(EVENT), Kind::Event},
+        static const std::map<Members, Kind> KINDS = {{SetOf(EVENT), Kind::Event},
                                                       {SetOf(LOG, ALARM), Kind::Alarm},
                                                       {SetOf(LOG, SNAPSHOT), Kind::SnapShot},
                                                       {SetOf(LOG, ACTION), Kind::Action},
                                                       {SetOf(LOG, ACTION, RECORDS), Kind::Action}};
-        const Members seen = m_Objects[1].m_Seen;
-        const auto* const kind =
-            std::find_if(std::begin(KINDS), std::end(KINDS), [&](const auto& i) { return i.first == seen; });
-        const bool lacksRecords = seen == SetOf(LOG, ACTION);
-        if (kind == std::end(KINDS) || (lacksRecords && WritesRow(m_Report.m_Action))) {
+        const auto kind = KINDS.find(m_Objects[1].m_Seen);
+        const bool lacksRecords = m_Objects[1].m_Seen == SetOf(LOG, ACTION);
+        if (kind == KINDS.end() || (lacksRecords && WritesRow(m_Report.m_Action))) {
             return false;
         }
         m_Report.m_Kind = kind->second;
@@ -88,6 +85,8 @@ public:
         return true;
     }
 
+    // What the parser calls.
+    using Size = rapidjson::SizeType;
     bool Null() {
         if (m_Member == VALUE) {
             Record().m_Value.SetNothing();
@@ -115,14 +114,11 @@ public:
         if (std::from_chars(digits, end, integer) == std::from_chars_result{end, std::errc()}) {
             return TakeInteger(integer);
         }
-        double floating = 0;
-        if (std::from_chars(digits, end, floating).ec == std::errc::result_out_of_range) { // too large, or nearly 0
-            floating = std::strtod(std::string(digits, end).c_str(), nullptr);
-        }
+        const double floating = std::strtod(std::string(digits, length).c_str(), nullptr);
         return std::isfinite(floating) && TakeDouble(floating);
     }
-    bool String(const char* begin, Size length, bool /*copy*/) {
-        const std::string_view value(begin, length);
+    bool String(const char* text, Size length, bool /*copy*/) {
+        const std::string_view value(text, length);
         if (value.find('\0') != std::string_view::npos) {
             return false;
         }
@@ -142,10 +138,10 @@ public:
         case DETAIL:
             return Keep(value, Record().m_pszDetail);
         case VALUE: {
-            const wchar_t* text = nullptr;
-            const bool kept = Keep(value, text);
-            Record().m_Value.SetText(text);
-            return kept;
+            const wchar_t* kept = nullptr;
+            const bool isKept = Keep(value, kept);
+            Record().m_Value.SetText(kept);
+            return isKept;
         }
         default:
             ETimeStamp stamp;
@@ -169,8 +165,9 @@ public:
             return false;
         }
     }
-    bool Key(const char* begin, Size length, bool /*copy*/) {
-        const auto* const found = std::find(std::begin(NAMES), std::end(NAMES), std::string_view(begin, length));
+    bool Key(const char* text, Size length, bool /*copy*/) {
+        const std::string_view name(text, length);
+        const auto* const found = std::find(std::begin(NAMES), std::end(NAMES), name);
         m_Member = static_cast<unsigned>(found - std::begin(NAMES));
         const Members one = SetOf(m_Member);
         const bool taken = (m_pObject->m_Allowed & ~m_pObject->m_Seen & one) != 0; // neither unknown nor a second
@@ -275,25 +272,29 @@ bool WritesRow(const std::string& action) {
 }
 
 bool Report::Parse(const std::string& line, const ETimeStamp& reading, std::string& reason) {
-    constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
+    if (ParseRight(line, reading)) {
+        return true;
+    }
+    reason = FindReportFault(line);
+    reason = reason.empty() ? "found a number of more than 300 digits" : reason; // nothing else is right and not taken
+    return false;
+}
+
+bool Report::ParseRight(const std::string& line, const ETimeStamp& reading) {
     m_Action.clear();
     m_Log.clear();
     m_nIdentifier = -1;
     m_Records.clear();
     m_Texts.clear();
     m_Texts.reserve(line.size()); // a text's quotes leave room for its end
-    m_Scratch.assign(line, line.starts_with(BYTE_ORDER_MARK) ? BYTE_ORDER_MARK.size() : 0);
+    constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
+    m_Scratch = line.starts_with(BYTE_ORDER_MARK) ? line.substr(BYTE_ORDER_MARK.size()) : line;
     ReportReader reader(*this);
-    rapidjson::InsituStringStream stream(m_Scratch.data());
+    rapidjson::InsituStringStream stream(m_Scratch.data()); // puts the texts where their escapes stood
     constexpr unsigned FLAGS =
         rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseCommentsFlag;
-    const bool taken = line.find('\0') == std::string::npos && // which the parser takes for the end
-                       !rapidjson::Reader().Parse<FLAGS>(stream, reader).IsError() && reader.Finish(reading);
-    reason = taken ? "" : FindReportFault(line);
-    if (!taken && reason.empty()) {
-        reason = "a number has too large an exponent"; // the one thing that only this parser refuses, such as 0e999
-    }
-    return taken;
+    return line.find('\0') == std::string::npos && // which the parser takes for the end
+           !rapidjson::Reader().Parse<FLAGS>(stream, reader).IsError() && reader.Finish(reading);
 }
 
 void Report::SetLog(const std::string& log) {

@@ -39,9 +39,9 @@ private:
 
     void SetLog(const std::string& log);
     void AddOwnRecord(const ETimeStamp& time, const std::string& text); // for what nobody has given a record
-    const wchar_t* Keep(std::string_view text);                         // null for what is not UTF-8
+    bool ParseRight(const std::string& line, const ETimeStamp& reading);
+    const wchar_t* Keep(std::string_view text); // null for what is not UTF-8
 
-    std::string m_Scratch; // the line, in which the parser puts texts without escapes
-    std::vector<wchar_t>
-        m_Texts; // what the records refer to: its room is made before, so that they stay where they are
+    std::string m_Scratch;
+    std::vector<wchar_t> m_Texts; // what the records refer to; its room is made before, for they must stay in place
 };

@@ -176,6 +176,22 @@ TEST_F(QueueTest, AsksADeadTargetEverLess) {
     EXPECT_EQ(std::set<std::string>(tried.begin(), tried.end()).size(), tried.size()) << "always another one";
 }
 
+// Neither a start nor an acceptance tries, or moves, what waits behind a dead target.
+TEST_F(QueueTest, TakesUpAndAcceptsBehindTenThousandThatWait) {
+    m_Settings.m_RetryMin = m_Settings.m_RetryMax = 1h;
+    for (int i = 1; i <= 10'000; ++i) {
+        const std::string name = std::to_string(i);
+        std::ofstream("bad", std::ios::app) << name << ".csv\n";
+        fs::create_directories("queue/" + name);
+        WriteWhole("queue/" + name + '/' + name + ".csv", "x");
+    }
+    Open();
+    Accept("new.csv", "x");
+    EXPECT_EQ(m_nNotices, 1);
+    EXPECT_TRUE(Eventually([] { return ReadWhole("tried") == "1.csv\n2.csv\n"; })) << ReadWhole("tried");
+    EXPECT_EQ(m_pQueue->Summary(), "test: 0 sent, 10001 waiting");
+}
+
 TEST_F(QueueTest, HoldsTheLimitByTheOldest) {
     m_Settings.m_Targets[NO_IDENTIFIER] = {};
     m_Settings.m_nLimit = 25;
