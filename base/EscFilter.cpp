@@ -64,14 +64,14 @@ void EscFilter::ExpandTime(wchar_t escape) {
     ETime time(m_pStamp != nullptr ? *m_pStamp : ETimeStamp{});
     time.ComputeCalendar(true);
     const struct {
-        wchar_t m_Escape;
         const wchar_t* m_pszFormat;
         int m_nNumber;
-    } fields[] = {{L'Y', L"%04d", time.m_nYear + 1900}, {L'y', L"%02d", time.m_nYear % 100},
-                  {L'm', L"%02d", time.m_nMonth + 1},   {L'd', L"%02d", time.m_nDay},
-                  {L'H', L"%02d", time.m_nHour},        {L'M', L"%02d", time.m_nMinute},
-                  {L'S', L"%02d", time.m_nSecond},      {L's', L"%03d", static_cast<int>(time.m_nMillisecond)}};
-    for (const auto& [letter, format, number] : fields) {
+        wchar_t m_Escape;
+    } fields[] = {{L"%04d", time.m_nYear + 1900, L'Y'}, {L"%02d", time.m_nYear % 100, L'y'},
+                  {L"%02d", time.m_nMonth + 1, L'm'},   {L"%02d", time.m_nDay, L'd'},
+                  {L"%02d", time.m_nHour, L'H'},        {L"%02d", time.m_nMinute, L'M'},
+                  {L"%02d", time.m_nSecond, L'S'},      {L"%03d", static_cast<int>(time.m_nMillisecond), L's'}};
+    for (const auto& [format, number, letter] : fields) {
         if (letter == escape) {
             m_Piece.Format(format, number);
         }

@@ -48,16 +48,19 @@ bool JsonObject::Text(const std::string& name, std::string& text) {
 }
 
 bool JsonObject::Boolean(const std::string& name, bool& value) {
-    const bool taken = Is(name, Kind::Boolean);
+    const EJsonValue* const member = Find(name);
+    const bool taken = member != nullptr && member->m_Kind == Kind::Boolean;
     RefuseIf(!taken, name, "true or false");
-    value = taken ? Find(name)->m_bBoolean : value;
+    value = taken ? member->m_bBoolean : value;
     return taken;
 }
 
 const std::vector<EJsonValue>& JsonObject::List(const std::string& name) {
     static const std::vector<EJsonValue> none;
-    RefuseIf(!Is(name, Kind::Array), name, "a list");
-    return Is(name, Kind::Array) ? Find(name)->m_Items : none;
+    const EJsonValue* const member = Find(name);
+    const bool isList = member != nullptr && member->m_Kind == Kind::Array;
+    RefuseIf(!isList, name, "a list");
+    return isList ? member->m_Items : none;
 }
 
 void JsonObject::Object(const std::string& name, const Reader& read) {
@@ -109,7 +112,7 @@ void JsonObject::Finish() {
     for (const EJsonValue& member : m_Value.m_Items) {
         const std::string found = EJsonText::Quote(member.m_Name);
         if (!m_Known.contains(member.m_Name)) {
-            Error(member.m_NamePlace, "found " + found + ", expected one of " + known);
+            Error(member.m_NamePlace, std::string("found ").append(found).append(", expected one of ").append(known));
         } else if (!seen.insert(member.m_Name).second) {
             Error(member.m_NamePlace, "found a second " + found + ", expected one");
         }
