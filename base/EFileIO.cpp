@@ -1,6 +1,7 @@
 #include "base/EFileIO.h"
 
 #include "base/EUtility.h"
+#include "base/LittleEndian.h"
 
 #include <algorithm>
 #include <atomic>
@@ -255,6 +256,23 @@ int EFileIO::ReadFrmFile(void* data, unsigned long length, unsigned long& read) 
         read += static_cast<unsigned long>(count);
         m_nPosition += count;
     }
+    return 1;
+}
+
+int EFileIO::WriteNumber(std::uint32_t number) {
+    unsigned char bytes[4];
+    PutU32(bytes, number);
+    unsigned long written = 0;
+    return WriteToFile(bytes, sizeof bytes, written);
+}
+
+int EFileIO::ReadNumber(std::uint32_t& number) {
+    unsigned char bytes[4];
+    unsigned long read = 0;
+    if (ReadFrmFile(bytes, sizeof bytes, read) == 0 || read != sizeof bytes) {
+        return 0;
+    }
+    number = GetU32(bytes);
     return 1;
 }
 

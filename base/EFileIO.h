@@ -57,6 +57,10 @@ public:
     // Reads up to `length` bytes; fewer only at the end of the file, which is still a success.
     int ReadFrmFile(void* data, unsigned long length, unsigned long& read);
 
+    // One number, little-endian.
+    int WriteNumber(std::uint32_t number);
+    int ReadNumber(std::uint32_t& number);
+
     // Bytes between the position and the end of the file: the most that a stored count can honestly ask for.
     std::uint64_t GetBytesLeft();
 

@@ -59,24 +59,18 @@ wchar_t* EString::GetBuffer(int minimum) {
 }
 
 int EString::Save(EFileIO* file) const {
-    unsigned char head[4];
-    PutU32(head, static_cast<std::uint32_t>(m_Text.size()));
     unsigned long written = 0;
-    return file->WriteToFile(head, sizeof head, written) != 0 &&
+    return file->WriteNumber(static_cast<std::uint32_t>(m_Text.size())) != 0 &&
            file->WriteToFile(m_Text.data(), 4 * m_Text.size(), written) != 0;
 }
 
 int EString::Restore(EFileIO* file) {
-    unsigned char head[4];
-    unsigned long read = 0;
-    if (file->ReadFrmFile(head, sizeof head, read) == 0 || read != sizeof head) {
-        return 0;
-    }
-    const std::uint32_t length = GetU32(head);
-    if (length > LONGEST_TEXT || length > file->GetBytesLeft() / 4) {
+    std::uint32_t length = 0;
+    if (file->ReadNumber(length) == 0 || length > LONGEST_TEXT || length > file->GetBytesLeft() / 4) {
         return 0;
     }
     std::wstring text(length, L'\0');
+    unsigned long read = 0;
     if (file->ReadFrmFile(text.data(), 4 * text.size(), read) == 0 || read != 4 * text.size()) {
         return 0;
     }

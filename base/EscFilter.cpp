@@ -63,30 +63,29 @@ bool EscFilter::Expand(wchar_t escape, int& stop) {
 void EscFilter::ExpandTime(wchar_t escape) {
     ETime time(m_pStamp != nullptr ? *m_pStamp : ETimeStamp{});
     time.ComputeCalendar(true);
-    switch (escape) {
-    case L'Y':
-        m_Piece.Format(L"%04d", time.m_nYear + 1900);
-        break;
-    case L'y':
-        m_Piece.Format(L"%02d", time.m_nYear % 100);
-        break;
-    case L'm':
-        m_Piece.Format(L"%02d", time.m_nMonth + 1);
-        break;
-    case L'd':
-        m_Piece.Format(L"%02d", time.m_nDay);
-        break;
-    case L'H':
-        m_Piece.Format(L"%02d", time.m_nHour);
-        break;
-    case L'M':
-        m_Piece.Format(L"%02d", time.m_nMinute);
-        break;
-    case L'S':
-        m_Piece.Format(L"%02d", time.m_nSecond);
-        break;
-    default:
-        m_Piece.Format(L"%03d", static_cast<int>(time.m_nMillisecond));
-        break;
+    const struct {
+        const wchar_t* m_pszFormat;
+        int m_nNumber;
+        wchar_t m_Escape;
+    } fields[] = {{L"%04d", time.m_nYear + 1900, L'Y'}, {L"%02d", time.m_nYear % 100, L'y'},
+                  {L"%02d", time.m_nMonth + 1, L'm'},   {L"%02d", time.m_nDay, L'd'},
+                  {L"%02d", time.m_nHour, L'H'},        {L"%02d", time.m_nMinute, L'M'},
+                  {L"%02d", time.m_nSecond, L'S'},      {L"%03d", static_cast<int>(time.m_nMillisecond), L's'}};
+    for (const auto& [format, number, letter] : fields) {
+        if (letter == escape) {
+            m_Piece.Format(format, number);
+        }
+    }
+}
+
+void AppendFileName(const wchar_t* pattern, int index, const ETimeStamp& moment, EString& name) {
+    EONEVENTSTRUCT record;
+    record.m_nIndex = index;
+    EscFilter filter(nullptr, pattern, &record, false, &moment, -1);
+    int stop = 0;
+    while (const wchar_t* piece = filter.GetNextPiece(stop)) {
+        for (; *piece != L'\0'; ++piece) {
+            name += *piece == L':' || *piece == L'/' ? L'-' : *piece;
+        }
     }
 }

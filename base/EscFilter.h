@@ -37,3 +37,7 @@ private:
     const wchar_t* m_pNext;
     EString m_Piece;
 };
+
+// Appends the name of a file of a set: the pattern, expanded for its index and the moment. A name never leads into another
+// directory: '/' and ':' become '-'.
+KVBASE_API void AppendFileName(const wchar_t* pattern, int index, const ETimeStamp& moment, EString& name);

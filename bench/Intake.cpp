@@ -79,7 +79,7 @@ void LogAlarm(benchmark::State& state) {
 
 void LogAsynchronously(benchmark::State& state) {
     static const std::shared_ptr<spdlog::logger> logger = [] {
-        spdlog::init_thread_pool(ELogFile::QUEUE_LIMIT, 1);
+        spdlog::init_thread_pool(QUEUE_LIMIT, 1);
         return spdlog::basic_logger_mt<spdlog::async_factory_nonblock>("log", Directory().Path("spdlog.txt"));
     }();
     for (auto iteration : state) {

@@ -42,7 +42,7 @@ public:
 
     void Fill() {
         EONEVENTSTRUCT alarm = Alarm();
-        for (int i = 0; i < ELogFile::QUEUE_LIMIT; ++i) {
+        for (int i = 0; i < QUEUE_LIMIT; ++i) {
             m_Service.LogAlarm(m_Name, &alarm);
         }
     }
@@ -102,7 +102,7 @@ void Restore(benchmark::State& state) {
     for (auto iteration : state) {
         done = service.m_Service.RestorePendingLogEntries(path) == RC_OK && done;
         state.PauseTiming();
-        done = service.m_Service.m_LogQueue.GetCount() == ELogFile::QUEUE_LIMIT && done;
+        done = service.m_Service.m_LogQueue.GetCount() == QUEUE_LIMIT && done;
         service.Clear();
         state.ResumeTiming();
     }
@@ -129,7 +129,7 @@ void PrintMemory() {
     const std::size_t before = mallinfo2().uordblks;
     service.Fill();
     const std::size_t queued = mallinfo2().uordblks - before;
-    const std::size_t texts = ELogFile::QUEUE_LIMIT * TextSize(Alarm());
+    const std::size_t texts = QUEUE_LIMIT * TextSize(Alarm());
     PrintRatio("memory of 512 queued alarms", "their texts", static_cast<double>(queued), static_cast<double>(texts),
                "bytes", "2.5");
 }

@@ -87,7 +87,7 @@ EResult EFileSpec::RestoreItems(unsigned long section) {
 
 void EFileSpec::PrepareDirectories() {
     if (IsSpooled()) {
-        m_SpoolPath.Format(L".%cSpool%c", L'/', L'/');
+        m_SpoolPath = SPOOL_DIRECTORY;
         SetLogPath(&m_SpoolPath);
     }
     if (!IsSpooled() || m_KeepCopy != 0) {
@@ -96,7 +96,7 @@ void EFileSpec::PrepareDirectories() {
 }
 
 void EFileSpec::MakeFilter(bool kernelLog) {
-    const bool unicode = m_Unicode == 1;
+    const bool unicode = m_Unicode == UNICODE_UTF16;
     if (m_FileFormat == FORMAT_PLAIN_TEXT || m_FileFormat == FORMAT_COMMA_SEPARATED) {
         auto filter = std::make_unique<ELogFilterPlainText>(unicode);
         if (m_FileFormat == FORMAT_COMMA_SEPARATED && !kernelLog) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Contract.h"
 #include "base/EPersistentInt.h"
 #include "base/EPersistentString.h"
 #include "base/EStringArray.h"
@@ -8,9 +9,6 @@
 #include "files/ELogFilter.h"
 
 #include <memory>
-
-enum FileFormat : int { FORMAT_PLAIN_TEXT = 0, FORMAT_COMMA_SEPARATED = 1, FORMAT_HTML = 2 };
-enum DeliveryMode : int { DELIVERY_NONE = 1, DELIVERY_UPLOAD = 2, DELIVERY_EMAIL = 3 };
 
 // One configured log file, and the state of its current file. The configured items are written by Restore, on the
 // kernel's thread, and only read afterwards; the state belongs to whichever thread processes requests.
@@ -45,7 +43,7 @@ public:
     EPersistentInt m_MaxFileSize{102400}; // bytes; 0 or less: no limit
     EPersistentInt m_NumFiles{2};         // files of the set; index 0 is written, the last index is the oldest
     EPersistentInt m_FileFormat{FORMAT_COMMA_SEPARATED};
-    EPersistentInt m_Unicode{1}; // 1: UTF-16LE, anything else: 8-bit; HTML is always UTF-8
+    EPersistentInt m_Unicode{UNICODE_UTF16}; // UTF-16LE, otherwise 8-bit; HTML is always UTF-8
     EPersistentInt m_DeliveryMode{DELIVERY_NONE};
     EPersistentInt m_KeepCopy{0}; // not 0: delivered files move to m_LogPath instead of being deleted
     EPersistentString m_MailName; // the e-mail definition

@@ -29,7 +29,7 @@ void ELogFile::RegisterFileSpec(EFileSpec* restored) {
             return;
         }
         spec->m_Name = plainName;
-        spec->m_FileName.Replace(L"EKernel", L"Kavro");
+        spec->m_FileName.Replace(KERNEL_WORD, KERNEL_WORD_INSTEAD);
     }
     if (!IsDeliverable(*spec)) { // outside the lock: a kernel may log what it is told
         return;

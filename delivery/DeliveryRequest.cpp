@@ -24,7 +24,7 @@ EResult ELogFile::ProcessDelivery(ELogInfo* info) {
         return RC_MISSING; // before anything is moved: what cannot be sent stays where it is
     }
     EString directory;
-    directory.Format(L"%s$tmp%08x%c", static_cast<const wchar_t*>(spec->m_SpoolPath), GetDeliveryId(), L'/');
+    directory.Format(L"%s%s%08x/", spec->m_SpoolPath, JOB_DIRECTORY, GetDeliveryId());
     if (EFileIO::CreateDir(directory) == 0) {
         return RC_MISSING;
     }

@@ -1,5 +1,7 @@
 #include "files/ELogFilterHTML.h"
 
+#include "base/Contract.h"
+
 namespace {
 
 constexpr const wchar_t* PAGE_HEAD_1 = L"<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0 Transitional//EN\">\n"
@@ -10,9 +12,7 @@ constexpr const wchar_t* PAGE_HEAD_2 = L"</TITLE>\n"
                                        L"<BODY>\n"
                                        L"<TABLE cellspacing=\"0\" cellpadding=\"4\" border=\"1\">\n"
                                        L"<THEAD>\n";
-constexpr const wchar_t* HEAD_ROWS_END = L"</THEAD>\n<TBODY>\n";
 constexpr const wchar_t* ROW_START = L"<TR>\n";
-constexpr const wchar_t* ROW_END = L"</TR>\n";
 constexpr const wchar_t* HEADING_CELL_START = L"<TH>";
 constexpr const wchar_t* HEADING_CELL_END = L"</TH>\n";
 constexpr const wchar_t* BODY_CELL_START = L"<TD>";
@@ -33,7 +33,7 @@ void ELogFilterHTML::FormatHeader(const EString* title, const EStringArray* head
     WriteUTF8(*title, out);
     WriteASCII(PAGE_HEAD_2, out);
     FormatRow(headers, out);
-    WriteASCII(HEAD_ROWS_END, out);
+    WriteASCII(HTML_HEAD_END, out);
     m_bInBody = true;
 }
 
@@ -45,7 +45,7 @@ void ELogFilterHTML::FormatRow(const EStringArray* row, EByteArray* out) {
         WriteUTF8(cell.IsEmpty() ? EMPTY_CELL : static_cast<const wchar_t*>(cell), out);
         WriteASCII(m_bInBody ? BODY_CELL_END : HEADING_CELL_END, out);
     }
-    WriteASCII(ROW_END, out);
+    WriteASCII(HTML_ROW_END, out);
 }
 
 void ELogFilterHTML::FormatFooter(const EString* title, EByteArray* out) {

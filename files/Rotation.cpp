@@ -2,39 +2,15 @@
 
 #include "base/EFileIO.h"
 #include "base/ELock.h"
-#include "base/EONEVENTSTRUCT.h"
 #include "base/EscFilter.h"
 #include "config/EFileSpec.h"
-
-namespace {
-
-// A name never leads into another directory.
-wchar_t Harmless(wchar_t character) {
-    return character == L':' || character == L'/' ? L'-' : character;
-}
-
-void AppendExpanded(IKernelService* service, const EFileSpec& spec, int index, const ETimeStamp* time, EString& name) {
-    EONEVENTSTRUCT record;
-    record.m_TimeStamp = *time;
-    record.m_nIndex = index;
-    EscFilter filter(service, spec.m_FileName, &record, false, time, -1);
-    int stop = 0;
-    for (const wchar_t* piece = filter.GetNextPiece(stop); piece != nullptr && stop == 0;
-         piece = filter.GetNextPiece(stop)) {
-        for (; *piece != L'\0'; ++piece) {
-            name += Harmless(*piece);
-        }
-    }
-}
-
-} // namespace
 
 void ELogFile::CalcFileName(EFileSpec* spec, int index, const ETimeStamp* time, bool withPath, EString& name) {
     name.Empty();
     if (withPath) {
         name += spec->IsSpooled() ? spec->m_SpoolPath : spec->m_LogPath;
     }
-    AppendExpanded(this, *spec, index, time, name);
+    AppendFileName(spec->m_FileName, index, *time, name);
     const ELock lock(m_NameMutex, MUTEX_NAME);
     spec->m_CurrentFile = name;
 }

@@ -38,17 +38,14 @@ std::string Instead(const std::string& member) {
                : "";
 }
 
-// A number of seconds, or a text with a unit. True when the member is there.
-bool TakeSpan(JsonObject& object, const char* name, milliseconds shortest, milliseconds& span) {
-    const EJsonValue* const value = object.Find(name);
-    if (value == nullptr) {
-        return false;
+// A number of seconds, or a text with a unit.
+void TakeSpan(JsonObject& object, const char* name, milliseconds& span) {
+    constexpr milliseconds SHORTEST{100};
+    if (const EJsonValue* const value = object.Find(name); value != nullptr) {
+        const std::string text = value->m_Kind == Kind::Integer ? value->m_Text + 's' : value->m_Text;
+        const bool isSpan = Moments::ParseSpan(text, span);
+        object.RefuseIf(!isSpan || span < SHORTEST, name, "a span of time such as \"30s\", \"15m\" or \"1d\"");
     }
-    const std::string text = value->m_Kind == Kind::Integer ? value->m_Text + 's' : value->m_Text;
-    if (!Moments::ParseSpan(text, span) || span < shortest) {
-        object.Refuse(name, "a span of time such as \"30s\", \"15m\" or \"1d\"");
-    }
-    return true;
 }
 
 // The program's path, looked for as a shell does it; empty when there is none.
@@ -69,7 +66,7 @@ std::string FindProgram(const std::string& name) {
 void TakeCommand(JsonObject& object, bool isMail, std::vector<std::string>& command) {
     for (const EJsonValue& member : object.Value().m_Items) {
         if (const std::string instead = Instead(member.m_Name); !instead.empty()) {
-            object.Find(member.m_Name); // for there is nothing more to say about it
+            object.Find(member.m_Name); // so that Finish does not name it again
             object.Error(member.m_NamePlace, "found " + EJsonText::Quote(member.m_Name) + ", expected " + instead);
         }
     }
@@ -87,48 +84,50 @@ void TakeCommand(JsonObject& object, bool isMail, std::vector<std::string>& comm
             object.Refuse(item, "command", "a program that can be found and executed");
         }
     }
-    if (object.Find("command") != nullptr && (command.empty() || !hasPath)) {
-        object.Refuse("command",
-                      isMail ? "a program and its arguments" : "{path}, the file to send, among the arguments");
-    }
+    object.RefuseIf(command.empty() || !hasPath, "command",
+                    isMail ? "a program and its arguments" : "{path}, the file to send, among the arguments");
 }
 
 void TakeTarget(JsonObject& object, Target& target) {
     TakeCommand(object, false, target.m_Command);
-    if (object.Text("directory", target.m_Directory) && target.m_Directory.empty()) {
-        object.Refuse("directory", "a directory");
-    } else if (!target.m_Directory.empty() && object.Find("command") != nullptr) {
-        object.Error(object.Find("directory")->m_NamePlace,
-                     "found \"directory\" beside \"command\", expected one of them");
+    const EJsonValue* const directory = object.Find("directory");
+    object.Text("directory", target.m_Directory);
+    object.RefuseIf(target.m_Directory.empty(), "directory", "a directory");
+    if (!target.m_Directory.empty() && object.Find("command") != nullptr) {
+        object.Error(directory->m_NamePlace, "found \"directory\" beside \"command\", expected one of them");
     }
 }
 
 void TakeOutbox(JsonObject& object, OutboxSettings& settings) {
     object.Integer("limit", settings.m_nLimit, 0, std::numeric_limits<std::int64_t>::max());
-    constexpr milliseconds SHORTEST{100};
-    TakeSpan(object, "retryMin", SHORTEST, settings.m_RetryMin);
-    TakeSpan(object, "retryMax", SHORTEST, settings.m_RetryMax);
-    TakeSpan(object, "timeout", SHORTEST, settings.m_Timeout);
-    if (settings.m_RetryMax < settings.m_RetryMin) {
-        object.Error(object.Value().m_Begin, "found a \"retryMax\" below \"retryMin\", expected at least as much");
-    }
+    TakeSpan(object, "retryMin", settings.m_RetryMin);
+    TakeSpan(object, "retryMax", settings.m_RetryMax);
+    TakeSpan(object, "timeout", settings.m_Timeout);
+    object.ErrorIf(settings.m_RetryMax < settings.m_RetryMin,
+                   "found a \"retryMax\" below \"retryMin\", expected at least as much");
 }
 
 void TakeAddress(JsonObject& object, const EJsonValue& value, const std::string& name, std::string& address) {
     address = value.m_Text;
     const std::size_t at = address.find('@');
-    const bool isPlain = std::none_of(address.begin(), address.end(), [](char c) {
-        return static_cast<unsigned char>(c) <= 0x20U || std::string_view("<>,;").find(c) != std::string_view::npos;
+    const bool isPlain = std::none_of(address.begin(), address.end(), [](unsigned char c) {
+        return c <= ' ' || std::string_view("<>,;").find(static_cast<char>(c)) != std::string_view::npos;
     });
     if (value.m_Kind != Kind::Text || at == 0 || at >= address.size() - 1 || !isPlain) {
         object.Refuse(value, name, "an address such as \"ops@example.com\"");
     }
 }
 
-void ReadDefinition(JsonObject& object, std::vector<MailDefinition>& definitions) {
+void TakeLine(JsonObject& object, const char* name, std::string& text) {
+    object.Text(name, text);
+    const bool isLine = std::none_of(text.begin(), text.end(), [](unsigned char c) { return c < ' '; });
+    object.RefuseIf(!isLine, name, "a text of one line");
+}
+
+void ReadDefinition(JsonObject& object, std::map<std::string, MailDefinition>& definitions) {
     MailDefinition definition;
     object.Require("name");
-    object.Line("name", definition.m_Name);
+    TakeLine(object, "name", definition.m_Name);
     const std::pair<const char*, std::string&> lists[] = {
         {"to", definition.m_To}, {"cc", definition.m_Cc}, {"bcc", definition.m_Bcc}};
     for (const auto& [name, addresses] : lists) {
@@ -138,10 +137,9 @@ void ReadDefinition(JsonObject& object, std::vector<MailDefinition>& definitions
             addresses += (addresses.empty() ? "" : ", ") + address;
         }
     }
-    if ((definition.m_To + definition.m_Cc + definition.m_Bcc).empty()) {
-        object.Error(object.Value().m_Begin, "found no recipient, expected \"to\", \"cc\" or \"bcc\"");
-    }
-    object.Line("subject", definition.m_Subject);
+    object.ErrorIf((definition.m_To + definition.m_Cc + definition.m_Bcc).empty(),
+                   "found no recipient, expected \"to\", \"cc\" or \"bcc\"");
+    TakeLine(object, "subject", definition.m_Subject);
     object.Text("text", definition.m_Text);
     for (const EJsonValue& item : object.List("attachments")) {
         std::string path;
@@ -150,11 +148,8 @@ void ReadDefinition(JsonObject& object, std::vector<MailDefinition>& definitions
         }
         definition.m_Attachments += ';' + path;
     }
-    const auto same = [&](const MailDefinition& other) { return other.m_Name == definition.m_Name; };
-    if (std::any_of(definitions.begin(), definitions.end(), same)) {
-        object.Error(object.Value().m_Begin, "found a second one of this name, expected another name");
-    }
-    definitions.push_back(std::move(definition));
+    object.ErrorIf(!definitions.emplace(definition.m_Name, definition).second,
+                   "found a second one of this name, expected another name");
 }
 
 void ReadMail(JsonObject& object, MailSettings& mail) {
@@ -178,7 +173,7 @@ bool LoadFile(const std::filesystem::path& path, bool mayMiss, Findings& finding
         return true;
     }
     if (Failed(result)) {
-        findings.ErrorInWords(Narrow(message));
+        findings.ErrorWithPlace(Narrow(message));
         return false;
     }
     root = std::move(loaded);
@@ -239,31 +234,26 @@ void Configuration::ReadIdentifier(JsonObject& object) {
     object.Require("id");
     object.Integer("id", id, 0);
     TakeTarget(object, target);
-    if (!m_Identifiers.emplace(id, target).second) {
-        object.Error(object.Value().m_Begin, "found a second one of this id, expected another id");
-    }
+    object.ErrorIf(!m_Identifiers.emplace(id, target).second, "found a second one of this id, expected another id");
 }
 
 void Configuration::ReadEntry(JsonObject& object) {
     ScheduleEntry entry;
     object.Require("log");
     object.Require("action");
-    const bool hasLog = object.Text("log", entry.m_Log);
-    if (object.Text("action", entry.m_Action) && !IsAction(entry.m_Action)) {
-        object.Refuse("action", "the name of an action");
-    } else if (const LogFile* const file = FindLogFile(entry.m_Log); hasLog && file == nullptr) {
-        object.Refuse("log", "the name of a log file");
-    } else if (hasLog && entry.m_Action == ACTION_DELIVERY && !file->Delivers()) {
-        object.Refuse("log", "a log file that delivers");
+    object.Text("log", entry.m_Log);
+    object.Text("action", entry.m_Action);
+    object.RefuseIf(!IsAction(entry.m_Action), "action", "the name of an action");
+    const LogFileSettings* const file = FindLogFile(entry.m_Log);
+    object.RefuseIf(file == nullptr, "log", "the name of a log file");
+    object.RefuseIf(entry.m_Action == ACTIONS[ACTION_DELIVERY] && file != nullptr && !file->Delivers(), "log",
+                    "a log file that delivers");
+    if (object.Find("every") != nullptr) {
+        TakeSpan(object, "every", entry.m_Every.emplace());
     }
-    if (milliseconds every{0}; TakeSpan(object, "every", milliseconds(100), every)) {
-        entry.m_Every = every;
-    }
-    if (std::string at; object.Text("at", at) && !Moments::ParseTimeOfDay(at, entry.m_nTimeOfDay)) {
-        object.Refuse("at", "a time of day such as \"06:00\"");
-    }
-    if ((object.Find("every") == nullptr) == (object.Find("at") == nullptr)) {
-        object.Error(object.Value().m_Begin, "expected either \"every\" or \"at\"");
-    }
+    std::string at;
+    object.Text("at", at);
+    object.RefuseIf(!Moments::ParseTimeOfDay(at, entry.m_nTimeOfDay), "at", "a time of day such as \"06:00\"");
+    object.ErrorIf(entry.m_Every.has_value() == (object.Find("at") != nullptr), "expected either \"every\" or \"at\"");
     m_Schedule.push_back(entry);
 }

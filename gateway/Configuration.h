@@ -1,6 +1,8 @@
 #pragma once
 
+#include "base/Contract.h"
 #include "gateway/Schedule.h"
+#include "gateway/Text.h"
 #include "gateway/outbox/Settings.h"
 
 #include <array>
@@ -16,21 +18,23 @@ class Findings;
 class JsonObject;
 struct EJsonValue;
 
+inline const std::string KERNEL_LOG = Narrow(KERNEL_LOG_NAME);
+
 // A log file as kvLogFile.json describes it. The module reads the file by itself: this is what the gateway has to know.
-struct LogFile {
+struct LogFileSettings {
     std::string m_Name;
     std::string m_LogPath;
     std::string m_FileName;
     std::int32_t m_nMaxFileSize = 102400;
     std::int32_t m_nNumFiles = 2;
-    std::int32_t m_nFileFormat = 1;
-    std::int32_t m_nUnicode = 1;
-    std::int32_t m_nDeliveryMode = 1;
+    std::int32_t m_nFileFormat = FORMAT_COMMA_SEPARATED;
+    std::int32_t m_nUnicode = UNICODE_UTF16;
+    std::int32_t m_nDeliveryMode = DELIVERY_NONE;
     std::int32_t m_nKeepCopy = 0;
     std::string m_MailName;
 
-    bool IsKernelLog() const { return m_Name == "KernelLog"; }
-    bool Delivers() const { return m_nDeliveryMode != 1; }
+    bool IsKernelLog() const { return m_Name == KERNEL_LOG; }
+    bool Delivers() const { return m_nDeliveryMode != DELIVERY_NONE; }
     std::string Directory() const;    // where it is written, put in front of the file's name as it stands
     std::string LogDirectory() const; // the configured one, in the same way: delivered files may be kept there
     std::string Pattern() const;      // of its files' names, as the module uses it
@@ -53,9 +57,9 @@ struct Configuration {
     // With errors among the findings the configuration is not to be used.
     static Configuration Load(const std::filesystem::path& directory, Findings& findings);
 
-    const LogFile* FindLogFile(const std::string& name) const; // null when there is none
+    const LogFileSettings* FindLogFile(const std::string& name) const; // null when there is none
 
-    std::vector<LogFile> m_LogFiles; // the kernel log included, also when it is the default one
+    std::vector<LogFileSettings> m_LogFiles; // the kernel log included, also when it is the default one
     std::array<std::string, 10> m_Headings{"Date",   "Time",   "Name",         "Text",         "Source",
                                            "Detail", "Active", "Acknowledged", "Alarm number", "Value"};
     std::map<int, Target> m_Identifiers; // and where uploads of their log files go; nowhere: where all go
@@ -68,6 +72,6 @@ private:
     void ReadIdentifier(JsonObject& object);
     void ReadUpload(JsonObject& object);
     void ReadLogFiles(const EJsonValue& root, bool alone, Findings& findings); // alone: whatever gateway.json says
-    void CheckDelivery(const LogFile& file, JsonObject& object) const;
+    void CheckDelivery(const LogFileSettings& file, JsonObject& object) const;
     void ReadEntry(JsonObject& object);
 };

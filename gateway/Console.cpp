@@ -1,5 +1,6 @@
 #include "gateway/Console.h"
 
+#include <cstdio>
 #include <mutex>
 
 #include <unistd.h>
@@ -11,22 +12,15 @@ std::string g_Progress;
 
 constexpr const char* CLEAR_LINE = "\r\x1b[K";
 
-// A stderr that takes nothing any more is no reason to stop logging.
+// In one piece. A stderr that takes nothing any more is no reason to stop logging.
 void Write(const std::string& text) {
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t written = ::write(STDERR_FILENO, text.data() + done, text.size() - done);
-        if (written <= 0) {
-            return;
-        }
-        done += static_cast<std::size_t>(written);
-    }
+    std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 } // namespace
 
 void Console::Print(const std::string& line) {
-    const std::lock_guard<std::mutex> lock(g_Mutex);
+    const std::lock_guard lock(g_Mutex);
     Write(g_Progress.empty() ? line + '\n' : CLEAR_LINE + line + '\n' + g_Progress);
 }
 
@@ -35,7 +29,7 @@ void Console::Say(const std::string& line) {
 }
 
 void Console::ShowProgress(const std::string& text) {
-    const std::lock_guard<std::mutex> lock(g_Mutex);
+    const std::lock_guard lock(g_Mutex);
     if (text != g_Progress && isatty(STDERR_FILENO) != 0) {
         g_Progress = text;
         Write(CLEAR_LINE + text);

@@ -24,8 +24,8 @@ std::optional<std::uint32_t> FlowControl::Look(Steady now) {
     }
     const std::optional<std::uint32_t> waiting = m_Count();
     m_NextLook = now + (waiting ? TimeFor(*waiting) : LONGEST_PAUSE);
-    if (waiting.has_value() == m_BlindSince.has_value()) {
-        m_BlindSince = waiting ? std::nullopt : std::optional(now);
+    if (waiting.has_value() == m_NoCountSince.has_value()) {
+        m_NoCountSince = waiting ? std::nullopt : std::optional(now);
         Console::Say(waiting ? "goes on"
                              : "error: the list of what waits cannot be written in the configuration "
                                "directory; the input stands still until it can");

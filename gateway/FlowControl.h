@@ -7,9 +7,9 @@
 
 // Keeps the module's queue from running over: it would drop what comes then, without a word.
 //
-// The queue is only looked at when it might be full: that costs the module a file with everything that waits, and the
-// worker has to stand by. In between it is taken to be as long as if nothing had been written. When it is full, the next
-// look comes when little is left of it, as fast as the worker was before.
+// Counting what waits is expensive: the module writes a file of it, and the worker stands still meanwhile. So nothing is
+// counted while there must be room, even if the worker had written nothing since the last count. When the queue is full,
+// the next count comes when little of it should be left, at the speed that the worker had before.
 class FlowControl {
 public:
     using Steady = std::chrono::steady_clock::time_point;
@@ -18,18 +18,18 @@ public:
     // control always has room.
     FlowControl(std::function<std::optional<std::uint32_t>()> count, std::uint32_t limit, bool on);
 
-    bool HasRoom(Steady now);                            // whether a report may be handed over
-    void Take() { m_nRoom -= m_nRoom > 0 ? 1 : 0; }      // a report was handed over
+    bool HasRoom(Steady now);                            // whether a report may be submitted
+    void Take() { m_nRoom -= m_nRoom > 0 ? 1 : 0; }      // a report was submitted
     bool IsEmpty(Steady now) { return Look(now) == 0U; } // whether nothing waits any more
-    // Whether the queue has been out of sight for long, which is said when it begins. There is no room then.
-    bool IsBlind(Steady now) const { return m_BlindSince && now - *m_BlindSince > BLIND_LIMIT; }
+    // Whether counting has failed for long, which is said when it begins. There is no room then.
+    bool IsCountMissing(Steady now) const { return m_NoCountSince && now - *m_NoCountSince > LONGEST_WITHOUT; }
 
     // How long to do something else before HasRoom or IsEmpty can have another answer.
     std::chrono::microseconds UntilRoom(Steady now) const;
     std::chrono::microseconds UntilLook(Steady now) const;
 
 private:
-    static constexpr std::chrono::seconds BLIND_LIMIT{10};
+    static constexpr std::chrono::seconds LONGEST_WITHOUT{10};
 
     std::optional<std::uint32_t> Look(Steady now);
     std::chrono::nanoseconds TimeFor(std::uint32_t rows) const; // that the worker will take
@@ -42,5 +42,5 @@ private:
     std::chrono::nanoseconds m_PerRow{8000}; // that the worker takes
     Steady m_LastLook;
     Steady m_NextLook;
-    std::optional<Steady> m_BlindSince;
+    std::optional<Steady> m_NoCountSince;
 };

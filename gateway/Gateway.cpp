@@ -5,10 +5,12 @@
 #include "base/EPersistent.h"
 #include "base/IAction.h"
 #include "base/IKernelService.h"
+#include "base/SavedRequests.h"
 #include "gateway/Console.h"
 #include "gateway/Leftovers.h"
 #include "gateway/Text.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -18,15 +20,43 @@
 
 namespace {
 
-// An operation of IKernelService::WarmRestart.
-constexpr IKernelService::WR_OPERATION SAVE_REQUESTS = 1;
-
-void Demand(EResult result, const std::string& what) {
+void ThrowIfFailed(EResult result, const std::string& what) {
     if (Failed(result)) {
         char code[16];
         std::snprintf(code, sizeof code, "0x%08X", static_cast<unsigned>(result));
         throw std::runtime_error(what + " failed (" + code + ")");
     }
+}
+
+bool ReadRequest(EFileIO& file, Report& request) {
+    EString log;
+    std::uint32_t action = 0;
+    std::uint32_t records = 0;
+    if (RestoreRequestHead(&file, log, action, records) == 0 || action >= ACTIONS.size()) {
+        return false;
+    }
+    request.m_Log = Narrow(log);
+    request.m_Action = ACTIONS[action];
+    request.m_Kind = action == ACTION_LOG_ALARM ? Report::Kind::Alarm : Report::Kind::Action; // whoever's it is
+    request.m_Records.resize(records);
+    return std::all_of(request.m_Records.begin(), request.m_Records.end(),
+                       [&](EONEVENTSTRUCT& record) { return record.Restore(&file) != 0; });
+}
+
+// The saved requests, as far as the file can be read; `whole`: there are as many as it says.
+std::vector<Report> ReadRequests(const std::filesystem::path& path, bool& whole) {
+    EFileIO file(Widen(path.string()), EFileIO::OPEN_FOR_READING);
+    file.Buffer();
+    std::vector<Report> requests;
+    std::uint32_t count = 0;
+    for (whole = file.IsOpen() && file.ReadNumber(count) != 0; whole && requests.size() < count;) {
+        Report request;
+        whole = ReadRequest(file, request);
+        if (whole) {
+            requests.push_back(std::move(request));
+        }
+    }
+    return requests;
 }
 
 std::atomic<std::uint64_t> g_nFailedWrites = 0;
@@ -60,7 +90,7 @@ Gateway::Gateway(const Configuration& configuration, const std::filesystem::path
       m_Saved(m_Directory / Narrow(m_Module.SavedRequestsName())),
       m_Waiting(m_Work.Path() / m_Saved.filename()) {
     m_Kernel.SetService(&m_Module.Service());
-    for (const LogFile& file : configuration.m_LogFiles) {
+    for (const LogFileSettings& file : configuration.m_LogFiles) {
         file.RepairCurrent();
     }
     HandOverLeftovers(configuration, m_Outbox);
@@ -72,14 +102,14 @@ void Gateway::Start() {
     EPersistent::SetErrorHook([](const wchar_t* message) { Console::Say("error: " + Narrow(message)); });
     EFileIO::SetFailureHook(&OnFailedWrite);
     EPersistent::SetDirectory(Widen(m_Directory.string()));
-    Demand(service.PrepareToStart(), "preparing the module");
-    Demand(service.Restore(0, NO_IDENTIFIER), "preparing the module"); // for the names; reads nothing
-    Demand(service.Restore(0), "reading the configuration");
+    ThrowIfFailed(service.PrepareToStart(), "preparing the module");
+    ThrowIfFailed(service.Restore(0, NO_IDENTIFIER), "preparing the module"); // for the names; reads nothing
+    ThrowIfFailed(service.Restore(0), "reading the configuration");
     if (m_Kernel.Failures() > 0) {
         throw std::runtime_error("rows would be lost: see the directories above");
     }
     // The module makes no directory for the kernel log, whose path may end with the beginning of the file names.
-    const std::filesystem::path kernelLog = m_Configuration.FindLogFile("KernelLog")->m_LogPath + "x";
+    const std::filesystem::path kernelLog = m_Configuration.FindLogFile(KERNEL_LOG)->m_LogPath + "x";
     if (kernelLog.has_parent_path()) {
         std::filesystem::create_directories(kernelLog.parent_path());
     }
@@ -93,10 +123,10 @@ void Gateway::Start() {
 // the gateway may be killed: the file is removed before the first of its requests can be written, so that none is
 // written twice.
 void Gateway::StartWithSavedRequests() {
-    std::vector<SavedRequest> requests;
+    std::vector<Report> requests;
     if (std::filesystem::exists(m_Saved)) {
         bool whole = false;
-        requests = SavedRequests::Read(m_Saved, whole);
+        requests = ReadRequests(m_Saved, whole);
         if (whole) {
             std::filesystem::remove(m_Saved);
         } else {
@@ -105,27 +135,23 @@ void Gateway::StartWithSavedRequests() {
             Console::Say("error: the saved requests could not all be read back; their file is kept as " + damaged);
         }
     }
-    Demand(m_Module.Service().PreStart(), "starting the module");
-    Demand(m_Module.Service().Start(), "starting the module");
+    ThrowIfFailed(m_Module.Service().PreStart(), "starting the module");
+    ThrowIfFailed(m_Module.Service().Start(), "starting the module");
     m_bRunning = true;
-    for (SavedRequest& request : requests) {
-        Report report;
-        report.m_Action = ACTIONS[request.m_nAction];
-        report.m_Kind = report.m_Action == ACTION_ALARM ? Report::Kind::Alarm : Report::Kind::Action; // whoever's it is
-        report.m_Log = Narrow(request.m_Log);
-        report.m_Records = std::move(request.m_Events);
-        if (!Failed(Pass(report))) { // its log file is still configured
-            ++m_Counters.m_nRestored;
-            CountRow(report.m_Action, report.m_Log, 1);
+    int restored = 0;
+    for (Report& request : requests) {
+        if (!Failed(Submit(request))) { // its log file is still configured
+            ++restored;
+            CountRow(request.m_Action, request.m_Log, 1);
         }
     }
-    if (m_Counters.m_nRestored > 0) {
-        Console::Say(Plural(m_Counters.m_nRestored, "saved request") + " taken up again");
+    if (restored > 0) {
+        Console::Say(Plural(restored, "saved request") + " taken up again");
     }
 }
 
-bool Gateway::Hand(Report& report, std::string& reason) {
-    const EResult result = Pass(report);
+bool Gateway::Submit(Report& report, std::string& reason) {
+    const EResult result = Submit(report);
     if (!Failed(result)) {
         Count(report);
         return true;
@@ -137,7 +163,7 @@ bool Gateway::Hand(Report& report, std::string& reason) {
     return false;
 }
 
-EResult Gateway::Pass(Report& report) {
+EResult Gateway::Submit(Report& report) {
     EONEVENTSTRUCT* const records = report.m_Records.data();
     EString log = Widen(report.m_Log);
     switch (report.m_Kind) {
@@ -158,11 +184,11 @@ EResult Gateway::Pass(Report& report) {
 
 void Gateway::Count(const Report& report) {
     ++m_Counters.m_nReports;
-    m_Counters.m_nDeliveries += report.m_Action == ACTION_DELIVERY ? 1 : 0;
+    m_Counters.m_nDeliveries += report.m_Action == ACTIONS[ACTION_DELIVERY] ? 1 : 0;
     const bool isOthers =
-        report.m_Action == ACTION_ALARM && report.m_Records.front().m_nIdentifier != report.m_nIdentifier;
+        report.m_Action == ACTIONS[ACTION_LOG_ALARM] && report.m_Records.front().m_nIdentifier != report.m_nIdentifier;
     if (!isOthers) { // an alarm of another identifier leaves no row
-        CountRow(report.m_Action, report.m_Kind == Report::Kind::Event ? "KernelLog" : report.m_Log, 1);
+        CountRow(report.m_Action, report.m_Kind == Report::Kind::Event ? KERNEL_LOG : report.m_Log, 1);
     }
 }
 
@@ -173,8 +199,12 @@ void Gateway::CountRow(const std::string& action, const std::string& log, int ro
 }
 
 std::optional<std::uint32_t> Gateway::CountWaiting() {
-    return Failed(m_Module.Service().WarmRestart(SAVE_REQUESTS, nullptr)) ? std::nullopt
-                                                                          : SavedRequests::Count(m_Waiting);
+    if (Failed(m_Module.Service().WarmRestart(WR_SAVE, nullptr))) {
+        return std::nullopt;
+    }
+    EFileIO file(Widen(m_Waiting.string()), EFileIO::OPEN_FOR_READING);
+    std::uint32_t count = 0;
+    return file.IsOpen() && file.ReadNumber(count) != 0 ? std::optional(count) : std::nullopt;
 }
 
 bool Gateway::End(bool save) {
@@ -187,9 +217,9 @@ bool Gateway::End(bool save) {
     std::error_code error = std::make_error_code(std::errc::io_error);
     if (waiting) {
         bool whole = false;
-        for (const SavedRequest& request : SavedRequests::Read(m_Waiting, whole)) {
+        for (const Report& request : ReadRequests(m_Waiting, whole)) {
             ++m_Counters.m_nSaved;
-            CountRow(ACTIONS[request.m_nAction], Narrow(request.m_Log), -1);
+            CountRow(request.m_Action, request.m_Log, -1);
         }
         std::filesystem::rename(m_Waiting, m_Saved, error); // complete, or not there at all
     }

@@ -3,25 +3,19 @@
 #include "gateway/Kernel.h"
 #include "gateway/Module.h"
 #include "gateway/Report.h"
-#include "gateway/SavedRequests.h"
 #include "gateway/WorkDirectory.h"
 #include "gateway/outbox/Outbox.h"
 
 // The running module with its kernel and outbox. One thread.
 class Gateway {
 public:
-    // The most requests that wait in the module; a further one is dropped.
-    static constexpr std::uint32_t QUEUE_LIMIT = 512;
-
     // Takes the module through its start, with the requests that an earlier stop has saved. Throws std::runtime_error.
     Gateway(const Configuration& configuration, const std::filesystem::path& directory,
             const std::filesystem::path& module);
-    Gateway(const Gateway&) = delete;
-    Gateway& operator=(const Gateway&) = delete;
     ~Gateway();
 
-    // Hands a report to the module; false, and the reason, when it does not take it.
-    bool Hand(Report& report, std::string& reason);
+    // False, and the reason, when the module does not take the report.
+    bool Submit(Report& report, std::string& reason);
 
     // How many requests wait; nothing when that cannot be told. Costs a file as large as they are.
     std::optional<std::uint32_t> CountWaiting();
@@ -35,7 +29,6 @@ public:
     struct Counters {
         std::uint64_t m_nReports = 0;
         std::uint64_t m_nDeliveries = 0;            // asked for
-        std::uint64_t m_nRestored = 0;              // requests of an earlier run
         std::uint64_t m_nSaved = 0;                 // requests for the next one
         std::map<std::string, std::int64_t> m_Rows; // by log file
     };
@@ -46,7 +39,7 @@ public:
 private:
     void Start();
     void StartWithSavedRequests();
-    EResult Pass(Report& report);
+    EResult Submit(Report& report);
     void Count(const Report& report);
     void CountRow(const std::string& action, const std::string& log, int rows); // if the action writes one
 

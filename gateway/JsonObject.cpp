@@ -4,7 +4,7 @@
 
 using Kind = EJsonValue::Kind;
 
-void Findings::ErrorInWords(const std::string& text) {
+void Findings::ErrorWithPlace(const std::string& text) {
     m_Lines.push_back(text);
     m_bErrors = true;
 }
@@ -37,42 +37,30 @@ const EJsonValue* JsonObject::Require(const std::string& name) {
     return member;
 }
 
+bool JsonObject::Is(const std::string& name, Kind kind) {
+    const EJsonValue* const member = Find(name);
+    return member != nullptr && member->m_Kind == kind;
+}
+
 bool JsonObject::Text(const std::string& name, std::string& text) {
     const EJsonValue* const member = Find(name);
     return member != nullptr && TakeText(*member, name, text);
 }
 
-bool JsonObject::Line(const std::string& name, std::string& text) {
-    std::string taken;
-    if (!Text(name, taken)) {
-        return false;
-    }
-    if (std::any_of(taken.begin(), taken.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20U; })) {
-        Refuse(name, "a text of one line");
-        return false;
-    }
-    text = taken;
-    return true;
-}
-
 bool JsonObject::Boolean(const std::string& name, bool& value) {
     const EJsonValue* const member = Find(name);
-    if (member != nullptr && member->m_Kind != Kind::Boolean) {
-        Refuse(name, "true or false");
-        return false;
-    }
-    value = member != nullptr ? member->m_bBoolean : value;
-    return member != nullptr;
+    const bool taken = member != nullptr && member->m_Kind == Kind::Boolean;
+    RefuseIf(!taken, name, "true or false");
+    value = taken ? member->m_bBoolean : value;
+    return taken;
 }
 
 const std::vector<EJsonValue>& JsonObject::List(const std::string& name) {
     static const std::vector<EJsonValue> none;
     const EJsonValue* const member = Find(name);
-    if (member != nullptr && member->m_Kind != Kind::Array) {
-        Refuse(name, "a list");
-        return none;
-    }
-    return member != nullptr ? member->m_Items : none;
+    const bool isList = member != nullptr && member->m_Kind == Kind::Array;
+    RefuseIf(!isList, name, "a list");
+    return isList ? member->m_Items : none;
 }
 
 void JsonObject::Object(const std::string& name, const Reader& read) {
@@ -95,24 +83,38 @@ void JsonObject::Read(const EJsonValue& value, const std::string& what, const Re
     }
 }
 
-void JsonObject::Doubt(const std::string& name, const std::string& text) {
-    m_Findings.Warning(Find(name)->m_Begin, EJsonText::Quote(name) + ": " + text);
+void JsonObject::RefuseIf(bool condition, const std::string& name, const std::string& expected) {
+    const EJsonValue* const member = Find(name);
+    if (condition && member != nullptr && !m_Refused.contains(name)) {
+        Refuse(*member, name, expected);
+    }
+}
+
+void JsonObject::WarnIf(bool condition, const std::string& name, const std::string& text) {
+    const EJsonValue* const member = Find(name);
+    if (condition && member != nullptr && !m_Refused.contains(name)) {
+        m_Findings.Warning(member->m_Begin, EJsonText::Quote(name) + ": " + text);
+    }
+}
+
+void JsonObject::ErrorIf(bool condition, const std::string& text) {
+    if (condition) {
+        Error(m_Value.m_Begin, text);
+    }
 }
 
 void JsonObject::Finish() {
-    const auto known = [this] {
-        std::string names;
-        for (const std::string& name : m_Known) {
-            names.append(names.empty() ? "" : ", ").append(name);
-        }
-        return names;
-    };
+    std::string known;
+    for (const std::string& name : m_Known) {
+        known.append(known.empty() ? "" : ", ").append(name);
+    }
     std::set<std::string> seen;
     for (const EJsonValue& member : m_Value.m_Items) {
-        const bool isKnown = m_Known.contains(member.m_Name);
-        if (m_Value.m_Kind == Kind::Object && !(isKnown && seen.insert(member.m_Name).second)) {
-            Error(member.m_NamePlace, (isKnown ? "found a second " : "found ") + EJsonText::Quote(member.m_Name) +
-                                          (isKnown ? ", expected one" : ", expected one of " + known()));
+        const std::string found = EJsonText::Quote(member.m_Name);
+        if (!m_Known.contains(member.m_Name)) {
+            Error(member.m_NamePlace, std::string("found ").append(found).append(", expected one of ").append(known));
+        } else if (!seen.insert(member.m_Name).second) {
+            Error(member.m_NamePlace, "found a second " + found + ", expected one");
         }
     }
 }
@@ -128,6 +130,7 @@ bool JsonObject::TakeText(const EJsonValue& value, const std::string& name, std:
 }
 
 void JsonObject::Refuse(const EJsonValue& value, const std::string& name, const std::string& expected) {
+    m_Refused.insert(name);
     std::string text = name.empty() ? "" : EJsonText::Quote(name) + ": ";
     text += "found " + (value.m_Kind == Kind::Text ? EJsonText::Quote(value.m_Text) : value.Describe());
     m_Findings.Error(value.m_Begin, text + ", expected " + expected);

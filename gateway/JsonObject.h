@@ -14,11 +14,11 @@ class Findings {
 public:
     void SetFile(const std::string& file) { m_File = file; } // where the findings that follow belong
 
-    void Error(const EJsonPlace& place, const std::string& text) { ErrorInWords(Prefix(place) + text); }
+    void Error(const EJsonPlace& place, const std::string& text) { ErrorWithPlace(Prefix(place) + text); }
+    void ErrorWithPlace(const std::string& text); // a text that names its place already
     void Warning(const EJsonPlace& place, const std::string& text) {
         m_Lines.push_back(Prefix(place) + "warning: " + text);
     }
-    void ErrorInWords(const std::string& text); // one that names its place by itself
 
     bool HasErrors() const { return m_bErrors; }
     const std::vector<std::string>& Lines() const { return m_Lines; } // "FILE:LINE:COLUMN: text"
@@ -42,9 +42,10 @@ public:
     const EJsonValue* Find(const std::string& name);
     const EJsonValue* Require(const std::string& name); // a missing member is a finding
 
+    bool Is(const std::string& name, EJsonValue::Kind kind); // there, and of this kind
+
     // True when the member is there and was taken.
     bool Text(const std::string& name, std::string& text);
-    bool Line(const std::string& name, std::string& text); // a text of one line
     bool Boolean(const std::string& name, bool& value);
     template <class Number>
     bool Integer(const std::string& name, Number& number, std::int64_t min = std::numeric_limits<Number>::min(),
@@ -54,15 +55,19 @@ public:
     }
     const std::vector<EJsonValue>& List(const std::string& name); // empty when it is missing or no list
 
-    // Lets `read` see the member, or every item of the list, when it is an object, and finishes it.
+    // Lets `read` see the member, or every item of the list, when it is an object, and then looks for unknown members.
     using Reader = std::function<void(JsonObject& object)>;
     void Object(const std::string& name, const Reader& read);
     void Objects(const std::string& name, const std::string& what, const Reader& read);
 
-    // The member, which is there, is not as it should be, or doubtful; or something about the object is wrong.
-    void Refuse(const std::string& name, const std::string& expected) { Refuse(*Find(name), name, expected); }
-    void Doubt(const std::string& name, const std::string& text);
+    // When the condition holds the member is wrong, or doubtful. Nothing is said of a missing one, nor of one that was
+    // refused before.
+    void RefuseIf(bool condition, const std::string& name, const std::string& expected);
+    void WarnIf(bool condition, const std::string& name, const std::string& text);
+
+    // Something about the object as a whole is wrong.
     void Error(const EJsonPlace& place, const std::string& text) { m_Findings.Error(place, m_What + ": " + text); }
+    void ErrorIf(bool condition, const std::string& text);
 
     // Every member that nobody has asked for, and every second one of a name, is a finding.
     void Finish();
@@ -90,4 +95,5 @@ private:
     std::string m_What;
     Findings& m_Findings;
     std::set<std::string> m_Known;
+    std::set<std::string> m_Refused;
 };

@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr unsigned long FIRST_HEADING = 956;
-
 const std::map<int, const char*> MESSAGES = {
     {MSG_PATH_NOT_PREPARED, "a log directory could not be prepared"},
     {MSG_NOT_CREATED, "a directory or a delivery could not be made"},
@@ -112,6 +110,6 @@ EResult Kernel::PreparePath(int /*id*/, EString* path) {
 }
 
 const wchar_t* Kernel::GetString(unsigned long number, unsigned long /*reserved*/) {
-    const bool known = number >= FIRST_HEADING && number < FIRST_HEADING + m_Headings.size();
-    return known ? static_cast<const wchar_t*>(m_Headings[number - FIRST_HEADING]) : nullptr;
+    const bool known = number >= HEADING_DATE && number < HEADING_DATE + m_Headings.size();
+    return known ? static_cast<const wchar_t*>(m_Headings[number - HEADING_DATE]) : nullptr;
 }

@@ -13,14 +13,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-using Leftovers = std::multimap<fs::file_time_type, std::pair<fs::path, const LogFile*>>; // oldest first
+using Leftovers = std::multimap<fs::file_time_type, std::pair<fs::path, const LogFileSettings*>>; // oldest first
 
 bool IsJob(const fs::path& directory) {
-    return directory.filename().string().starts_with("$tmp");
+    return directory.filename().string().starts_with(Narrow(JOB_DIRECTORY));
 }
 
 // What the log files that are written in the directory have left there.
-Leftovers Find(const std::vector<const LogFile*>& logs, const fs::path& spool) {
+Leftovers Find(const std::vector<const LogFileSettings*>& logs, const fs::path& spool) {
     Leftovers found;
     const auto take = [&](const fs::path& path, bool isNamedAgain) {
         std::error_code error;
@@ -28,7 +28,7 @@ Leftovers Find(const std::vector<const LogFile*>& logs, const fs::path& spool) {
             Console::Say(path.string() + ": not a file; left alone");
             return;
         }
-        const auto owner = std::find_if(logs.begin(), logs.end(), [&](const LogFile* log) {
+        const auto owner = std::find_if(logs.begin(), logs.end(), [&](const LogFileSettings* log) {
             const std::string names = MakeGlob(log->Pattern(), "+([0-9])");
             return fnmatch(names.c_str(), path.filename().c_str(), FNM_EXTMATCH) == 0;
         });
@@ -39,7 +39,7 @@ Leftovers Find(const std::vector<const LogFile*>& logs, const fs::path& spool) {
         }
     };
     std::set<std::string> current; // what the module goes on with
-    for (const LogFile* const log : logs) {
+    for (const LogFileSettings* const log : logs) {
         current.merge(log->Files(Moments::Now()));
     }
     std::error_code error;
@@ -80,13 +80,14 @@ void Finish(const fs::path& path, bool keep, const std::string& logDirectory) {
 
 void HandOverLeftovers(const Configuration& configuration, Outbox& outbox) {
     for (const bool isKernelLog : {false, true}) { // which is written where it stands
-        std::vector<const LogFile*> logs;
-        for (const LogFile& log : configuration.m_LogFiles) {
+        std::vector<const LogFileSettings*> logs;
+        for (const LogFileSettings& log : configuration.m_LogFiles) {
             if (log.Delivers() && log.IsKernelLog() == isKernelLog) {
                 logs.push_back(&log);
             }
         }
-        for (const auto& [time, leftover] : Find(logs, isKernelLog ? "." : "Spool")) {
+        for (const auto& [time, leftover] :
+             Find(logs, isKernelLog ? "." : fs::path(Narrow(SPOOL_DIRECTORY)).lexically_normal())) {
             const auto& [path, log] = leftover;
             const auto finish = [path = path, keep = log->m_nKeepCopy != 0, directory = log->LogDirectory()] {
                 Finish(path, keep, directory);
@@ -94,7 +95,7 @@ void HandOverLeftovers(const Configuration& configuration, Outbox& outbox) {
             Console::Say(path.string() + ": left by an earlier run; it is sent now");
             std::string name = log->m_Name;
             const int identifier = SplitName(name);
-            if (log->m_nDeliveryMode == 2) {
+            if (log->m_nDeliveryMode == DELIVERY_UPLOAD) {
                 outbox.Upload(path, identifier, finish);
             } else {
                 outbox.Mail(JoinName(log->m_MailName, identifier), ';' + path.string(), finish);

@@ -1,6 +1,5 @@
 #include "gateway/Configuration.h"
 
-#include "base/EONEVENTSTRUCT.h"
 #include "base/EscFilter.h"
 #include "gateway/JsonObject.h"
 #include "gateway/Text.h"
@@ -42,100 +41,85 @@ void CheckOrder(JsonObject& object, const Names& expected) {
 void CheckPattern(JsonObject& object, const char* name, const std::map<char, std::set<std::size_t>>& tokens,
                   const std::string& expected) {
     std::string pattern;
-    if (object.Text(name, pattern) && pattern.empty()) {
-        object.Doubt(name, "found an empty pattern: its cells will be empty");
-    }
+    object.Text(name, pattern);
+    object.WarnIf(pattern.empty(), name, "found an empty pattern: its cells will be empty");
     for (std::size_t i = 0; i < pattern.size();) {
         const std::size_t end = std::min(pattern.find_first_not_of(pattern[i], i), pattern.size());
         const auto token = tokens.find(pattern[i]);
-        if (token != tokens.end() && !token->second.contains(end - i)) {
-            object.Refuse(name, "a pattern of " + expected + " and other characters");
-            return;
-        }
+        object.RefuseIf(token != tokens.end() && !token->second.contains(end - i), name,
+                        "a pattern of " + expected + " and other characters");
         i = end;
     }
 }
 
-void CheckFileName(JsonObject& object, const LogFile& file) {
+void CheckFileName(JsonObject& object, const LogFileSettings& file) {
     const std::string& pattern = file.m_FileName;
     std::set<char> escapes;
     for (std::size_t at = pattern.find('%'); at != std::string::npos; at = pattern.find('%', at + 2)) {
-        const char escape = at + 1 < pattern.size() ? pattern[at + 1] : '?';
-        escapes.insert(escape);
-        if (std::string_view("iYymdHMSs%").find(escape) == std::string_view::npos) {
-            object.Refuse("fileName", "only %i, %Y, %y, %m, %d, %H, %M, %S, %s and %% as escapes");
-            return;
-        }
+        escapes.insert(at + 1 < pattern.size() ? pattern[at + 1] : '?');
     }
-    if (pattern.empty()) {
-        object.Refuse("fileName", "a pattern such as \"name-%i.csv\"");
-    } else if (!escapes.contains('i') && file.m_nNumFiles > 1) {
-        object.Doubt("fileName", "found no %i for several files: only the newest is kept");
-    }
-    if (file.Delivers() && !(escapes.contains('H') && escapes.contains('M') && escapes.contains('S'))) {
-        object.Doubt("fileName", "found no %H, %M and %S: what is delivered later has the same names, and may replace "
-                                 "what was delivered before");
-    }
-    if (pattern.find_first_of("/:") != std::string::npos) {
-        object.Doubt("fileName", R"(found "/" or ":": they become "-")");
-    }
+    const bool hasTime = escapes.contains('H') && escapes.contains('M') && escapes.contains('S');
+    const bool hasOthers = std::any_of(escapes.begin(), escapes.end(), [](char escape) {
+        return std::string_view("iYymdHMSs%").find(escape) == std::string_view::npos;
+    });
+    object.RefuseIf(hasOthers, "fileName", "only %i, %Y, %y, %m, %d, %H, %M, %S, %s and %% as escapes");
+    object.RefuseIf(pattern.empty(), "fileName", "a pattern such as \"name-%i.csv\"");
+    object.RefuseIf(file.m_nDeliveryMode == DELIVERY_EMAIL && pattern.find(';') != std::string::npos, "fileName",
+                    "no \";\", which stands between the attachments of a mail");
+    object.WarnIf(!escapes.contains('i') && file.m_nNumFiles > 1, "fileName",
+                  "found no %i for several files: only the newest is kept");
+    object.WarnIf(file.Delivers() && !hasTime, "fileName",
+                  "found no %H, %M and %S: what is delivered later has the same names, and may replace what was "
+                  "delivered before");
+    object.WarnIf(pattern.find_first_of("/:") != std::string::npos, "fileName", R"(found "/" or ":": they become "-")");
 }
 
-LogFile ReadLogFile(JsonObject& object) {
-    LogFile file;
+LogFileSettings ReadLogFile(JsonObject& object) {
+    LogFileSettings file;
     std::string type;
-    if (object.Text("type", type) && type != "EFileSpec") {
-        object.Refuse("type", "\"EFileSpec\"");
-    }
-    std::string plainName;
-    if (object.Text("name", file.m_Name) && file.m_Name.empty()) {
-        object.Refuse("name", "a name");
-    } else if (plainName = file.m_Name; SplitName(plainName) >= 0 && plainName == "KernelLog") {
-        object.Refuse("name", "\"KernelLog\", which has no identifier");
-    }
-    if (object.Text("logPath", file.m_LogPath) && file.IsKernelLog() && !file.m_LogPath.empty() &&
-        file.m_LogPath.back() != '/') {
-        object.Doubt("logPath", "found no \"/\" at the end: the kernel log's is put before the file name as it stands");
-    }
+    object.Text("type", type);
+    object.RefuseIf(type != "EFileSpec", "type", "\"EFileSpec\"");
+    object.Text("name", file.m_Name);
+    std::string plainName = file.m_Name;
+    object.RefuseIf(plainName.empty(), "name", "a name");
+    object.RefuseIf(SplitName(plainName) >= 0 && plainName == KERNEL_LOG, "name",
+                    "\"KernelLog\", which has no identifier");
+    object.Text("logPath", file.m_LogPath);
+    object.WarnIf(file.IsKernelLog() && !file.m_LogPath.empty() && !file.m_LogPath.ends_with('/'), "logPath",
+                  "found no \"/\" at the end: the kernel log's is put before the file name as it stands");
+    object.Text("fileName", file.m_FileName);
     object.Integer("maxFileSize", file.m_nMaxFileSize);
-    if (object.Integer("numFiles", file.m_nNumFiles, 0, MAX_FILES) && file.m_nNumFiles == 0) {
-        object.Doubt("numFiles", "found 0: no file is moved along, deleted or delivered");
-    }
-    object.Integer("fileFormat", file.m_nFileFormat, 0, 2);
-    if (object.Integer("unicode", file.m_nUnicode) && file.m_nUnicode != 0 && file.m_nUnicode != 1) {
-        object.Doubt("unicode", "found neither 0 nor 1: the file is written in 8 bits");
-    }
-    object.Integer("deliveryMode", file.m_nDeliveryMode, 1, 3);
-    if (object.Integer("keepCopy", file.m_nKeepCopy) && file.m_nKeepCopy != 0 && file.m_nKeepCopy != 1) {
-        object.Doubt("keepCopy", "found neither 0 nor 1: it counts as 1");
-    }
+    object.Integer("numFiles", file.m_nNumFiles, 0, MAX_FILES);
+    object.WarnIf(file.m_nNumFiles == 0, "numFiles", "found 0: no file is moved along, deleted or delivered");
+    object.Integer("fileFormat", file.m_nFileFormat, FORMAT_PLAIN_TEXT, FORMAT_HTML);
+    object.Integer("unicode", file.m_nUnicode);
+    object.WarnIf(file.m_nUnicode != 0 && file.m_nUnicode != UNICODE_UTF16, "unicode",
+                  "found neither 0 nor 1: the file is written in 8 bits");
+    object.Integer("deliveryMode", file.m_nDeliveryMode, DELIVERY_NONE, DELIVERY_EMAIL);
+    object.Integer("keepCopy", file.m_nKeepCopy);
+    object.WarnIf(file.m_nKeepCopy != 0 && file.m_nKeepCopy != 1, "keepCopy", "found neither 0 nor 1: it counts as 1");
     object.Text("mailName", file.m_MailName);
     for (const char* const name : {"unused1", "unused2", "unused3"}) {
         std::int32_t unused = 0;
         object.Integer(name, unused);
     }
-    if (object.Text("fileName", file.m_FileName)) {
-        CheckFileName(object, file);
-        if (file.m_nDeliveryMode == 3 && file.m_FileName.find(';') != std::string::npos) {
-            object.Refuse("fileName", "no \";\", which stands between the attachments of a mail");
-        }
-    }
+    CheckFileName(object, file);
     return file;
 }
 
-LogFile DefaultKernelLog() {
-    LogFile file;
-    file.m_Name = "KernelLog";
-    file.m_FileName = "Kavro.log";
-    file.m_nMaxFileSize = 512000;
-    file.m_nNumFiles = 1;
-    file.m_nFileFormat = 0;
+LogFileSettings DefaultKernelLog() {
+    LogFileSettings file;
+    file.m_Name = KERNEL_LOG;
+    file.m_FileName = Narrow(KERNEL_LOG_FILE);
+    file.m_nMaxFileSize = KERNEL_LOG_SIZE;
+    file.m_nNumFiles = KERNEL_LOG_FILES;
+    file.m_nFileFormat = FORMAT_PLAIN_TEXT;
     return file;
 }
 
 bool IsKernelLog(const EJsonValue& spec) {
     return std::any_of(spec.m_Items.begin(), spec.m_Items.end(),
-                       [](const EJsonValue& item) { return item.m_Name == "name" && item.m_Text == "KernelLog"; });
+                       [](const EJsonValue& item) { return item.m_Name == "name" && item.m_Text == KERNEL_LOG; });
 }
 
 } // namespace
@@ -149,7 +133,7 @@ void Configuration::ReadLogFiles(const EJsonValue& root, bool alone, Findings& f
     CheckPattern(section, "timeFormat", {{'H', {2}}, {'m', {2}}, {'S', {2}}, {'s', {3}}}, "HH, mm, SS, sss");
 
     std::map<std::string, std::string> owners; // of the files: two log files in one would make a mess of it
-    const auto claim = [&](const LogFile& file, const EJsonPlace& place) {
+    const auto claim = [&](const LogFileSettings& file, const EJsonPlace& place) {
         for (const std::string& name : file.Files(ETimeStamp{86400, 0})) { // whatever the moment
             if (const auto [owner, isNew] = owners.emplace(name, file.m_Name); !isNew && owner->second != file.m_Name) {
                 findings.Error(place, "log file " + EJsonText::Quote(file.m_Name) + " would write the file " +
@@ -170,7 +154,7 @@ void Configuration::ReadLogFiles(const EJsonValue& root, bool alone, Findings& f
             continue;
         }
         CheckOrder(object, version > 1 ? FILE_ITEMS : FILE_ITEMS_OLD);
-        const LogFile file = ReadLogFile(object);
+        const LogFileSettings file = ReadLogFile(object);
         const EJsonPlace place = object.Find("name") != nullptr ? object.Find("name")->m_Begin : value.m_Begin;
         if (FindLogFile(file.m_Name) != nullptr) {
             findings.Error(place, "\"name\": found " + EJsonText::Quote(file.m_Name) + " again, expected another name");
@@ -185,85 +169,70 @@ void Configuration::ReadLogFiles(const EJsonValue& root, bool alone, Findings& f
 }
 
 // What gateway.json has to say about a log file.
-void Configuration::CheckDelivery(const LogFile& file, JsonObject& object) const {
+void Configuration::CheckDelivery(const LogFileSettings& file, JsonObject& object) const {
     std::string name = file.m_Name;
     const int id = SplitName(name);
-    if (id >= 0 && !m_Identifiers.contains(id)) {
-        object.Refuse("name", "an identifier that gateway.json lists");
-    }
-    if (file.m_nDeliveryMode == 2 && !m_Upload) {
-        object.Refuse("deliveryMode", "\"upload\" in gateway.json");
-    } else if (file.m_nDeliveryMode == 3 && !m_Mail) {
-        object.Refuse("deliveryMode", "\"mail\" in gateway.json");
-    } else if (file.m_nDeliveryMode == 3) {
-        const std::string mail = JoinName(file.m_MailName, id);
-        const auto same = [&](const MailDefinition& definition) { return definition.m_Name == mail; };
-        if (std::none_of(m_Mail->m_Definitions.begin(), m_Mail->m_Definitions.end(), same)) {
-            const EJsonValue* const value = object.Find("mailName");
-            object.Error(value != nullptr ? value->m_Begin : object.Value().m_Begin,
-                         "found no definition " + EJsonText::Quote(mail) +
-                             " in gateway.json, expected it for \"mailName\"");
-        }
+    object.RefuseIf(id >= 0 && !m_Identifiers.contains(id), "name", "an identifier that gateway.json lists");
+    const bool isMailed = file.m_nDeliveryMode == DELIVERY_EMAIL;
+    object.RefuseIf(isMailed && !m_Mail, "deliveryMode", "\"mail\" in gateway.json");
+    object.RefuseIf(file.m_nDeliveryMode == DELIVERY_UPLOAD && !m_Upload, "deliveryMode", "\"upload\" in gateway.json");
+    const std::string mail = JoinName(file.m_MailName, id);
+    if (isMailed && m_Mail && !m_Mail->m_Definitions.contains(mail)) {
+        const EJsonValue* const value = object.Find("mailName");
+        object.Error(value != nullptr ? value->m_Begin : object.Value().m_Begin,
+                     "found no definition " + EJsonText::Quote(mail) +
+                         " in gateway.json, expected it for \"mailName\"");
     }
 }
 
 // The module gives the kernel log no directory of its own to deliver from.
-std::string LogFile::Directory() const {
-    return !Delivers() ? LogDirectory() : IsKernelLog() ? "" : "./Spool/";
+std::string LogFileSettings::Directory() const {
+    return !Delivers() ? LogDirectory() : IsKernelLog() ? "" : Narrow(SPOOL_DIRECTORY);
 }
 
-std::string LogFile::LogDirectory() const {
+std::string LogFileSettings::LogDirectory() const {
     const std::string directory = m_LogPath.empty() ? "." : m_LogPath;
-    return IsKernelLog() ? m_LogPath : directory.back() == '/' ? directory : directory + '/';
+    return IsKernelLog() ? m_LogPath : directory.ends_with('/') ? directory : directory + '/';
 }
 
-std::set<std::string> LogFile::Files(const ETimeStamp& moment) const {
-    const EString pattern = Widen(Pattern());
+std::set<std::string> LogFileSettings::Files(const ETimeStamp& moment) const {
     std::vector<std::string> directories{Directory()};
     if (Delivers() && m_nKeepCopy != 0) {
         directories.push_back(LogDirectory());
     }
     std::set<std::string> names;
     for (int i = 0; i < std::max(m_nNumFiles, 1); ++i) {
-        EONEVENTSTRUCT record;
-        record.m_nIndex = i;
-        EscFilter filter(nullptr, pattern, &record, false, &moment, -1);
         EString name;
-        int stop = 0;
-        while (const wchar_t* const piece = filter.GetNextPiece(stop)) {
-            name += piece;
-        }
-        name.Replace(L":", L"-");
-        name.Replace(L"/", L"-");
+        AppendFileName(Widen(Pattern()), i, moment, name);
         for (const std::string& directory : directories) {
             const std::filesystem::path path = (directory.starts_with('/') ? "" : "./") + directory + Narrow(name);
-            names.insert(path.lexically_normal().string());
+            names.insert(path.lexically_normal());
         }
     }
     return names;
 }
 
-std::string LogFile::Pattern() const {
+std::string LogFileSettings::Pattern() const {
     EString pattern = Widen(m_FileName);
     if (IsKernelLog()) {
-        pattern.Replace(L"EKernel", L"Kavro");
+        pattern.Replace(KERNEL_WORD, KERNEL_WORD_INSTEAD);
     }
     return Narrow(pattern);
 }
 
-std::string LogFile::Describe() const {
+std::string LogFileSettings::Describe() const {
     const char* const formats[] = {"plain text", IsKernelLog() ? "plain text" : "comma-separated", "HTML"};
     const char* const deliveries[] = {"", ", uploaded on request", ", mailed on request"};
     std::string text = m_Name + ": " + Directory() + Pattern() + ", " + formats[m_nFileFormat];
-    text += m_nFileFormat == 2 ? "" : m_nUnicode == 1 ? " in UTF-16" : " in 8 bits";
+    text += m_nFileFormat == FORMAT_HTML ? "" : m_nUnicode == UNICODE_UTF16 ? " in UTF-16" : " in 8 bits";
     text += ", " + Plural(m_nNumFiles, "file");
     text += m_nMaxFileSize > 0 ? " of up to " + Plural(m_nMaxFileSize, "byte") : " without a size limit";
-    text += deliveries[m_nDeliveryMode - 1];
+    text += deliveries[m_nDeliveryMode - DELIVERY_NONE];
     return text + (Delivers() && m_nKeepCopy != 0 ? ", then kept in " + LogDirectory() : "");
 }
 
-const LogFile* Configuration::FindLogFile(const std::string& name) const {
+const LogFileSettings* Configuration::FindLogFile(const std::string& name) const {
     const auto file =
-        std::find_if(m_LogFiles.begin(), m_LogFiles.end(), [&](const LogFile& i) { return i.m_Name == name; });
+        std::find_if(m_LogFiles.begin(), m_LogFiles.end(), [&](const LogFileSettings& i) { return i.m_Name == name; });
     return file != m_LogFiles.end() ? &*file : nullptr;
 }

@@ -10,7 +10,14 @@
 #include <map>
 #include <string_view>
 
+using namespace std::chrono;
+
 namespace {
+
+// From midnight on the clock.
+int SecondsOf(const std::tm& clock) {
+    return (clock.tm_hour * 60 + clock.tm_min) * 60 + clock.tm_sec;
+}
 
 // The text with every digit as a 9: strptime(3) alone would let blanks, signs and missing digits pass.
 std::string ShapeOf(std::string text) {
@@ -44,31 +51,26 @@ bool Moments::ParseRfc3339(const std::string& text, ETimeStamp& stamp) {
     if (plain.size() > DATE && (plain[DATE] == 't' || plain[DATE] == ' ')) {
         plain[DATE] = 'T';
     }
-    std::string thousandths = "000";
+    std::string digits;
     if (plain.size() > CLOCK && plain[CLOCK] == '.') {
         const std::size_t end = std::min(plain.find_first_not_of("0123456789", CLOCK + 1), plain.size());
-        const std::string digits = plain.substr(CLOCK + 1, end - CLOCK - 1);
-        thousandths = (digits + "00").substr(0, 3);
+        digits = plain.substr(CLOCK + 1, end - CLOCK - 1);
         plain.erase(CLOCK, digits.empty() ? 0 : end - CLOCK);
     }
-    const std::string shape = ShapeOf(plain);
+    const std::string zone = ShapeOf(plain).substr(std::min(CLOCK, plain.size()));
     std::tm clock{};
-    if ((shape != "9999-99-99T99:99:99Z" && shape != "9999-99-99T99:99:99+99:99" &&
-         shape != "9999-99-99T99:99:99-99:99") ||
+    if (!ShapeOf(plain).starts_with("9999-99-99T99:99:99") || (zone != "Z" && zone != "+99:99" && zone != "-99:99") ||
         strptime(plain.c_str(), "%Y-%m-%dT%H:%M:%S%z", &clock) == nullptr) {
         return false;
     }
     constexpr int LEAP_SECOND = 60;
-    constexpr long DAY = 86400; // seconds
-    const std::chrono::year_month_day date{std::chrono::year(clock.tm_year + 1900),
-                                           std::chrono::month(static_cast<unsigned>(clock.tm_mon + 1)),
-                                           std::chrono::day(static_cast<unsigned>(clock.tm_mday))};
-    if (!date.ok() || clock.tm_sec > LEAP_SECOND || std::abs(clock.tm_gmtoff) >= DAY) {
+    const year_month_day date{year(clock.tm_year + 1900), month(static_cast<unsigned>(clock.tm_mon + 1)),
+                              day(static_cast<unsigned>(clock.tm_mday))};
+    if (!date.ok() || clock.tm_sec > LEAP_SECOND || abs(seconds(clock.tm_gmtoff)) >= days(1)) {
         return false;
     }
-    const std::int64_t days = std::chrono::sys_days(date).time_since_epoch().count();
-    const int seconds = (clock.tm_hour * 60 + clock.tm_min) * 60 + clock.tm_sec;
-    return ToStamp(days * DAY + seconds - clock.tm_gmtoff, std::stoi(thousandths), stamp);
+    const sys_seconds moment = sys_days(date) + seconds(SecondsOf(clock) - clock.tm_gmtoff);
+    return ToStamp(moment.time_since_epoch().count(), std::stoi((digits + "000").substr(0, 3)), stamp);
 }
 
 bool Moments::FromSeconds(double seconds, ETimeStamp& stamp) {
@@ -81,13 +83,10 @@ bool Moments::FromSeconds(double seconds, ETimeStamp& stamp) {
     return ToStamp(static_cast<std::int64_t>(whole), static_cast<int>(std::min(thousandths, 999.0)), stamp);
 }
 
-bool Moments::ParseSpan(const std::string& text, std::chrono::milliseconds& span) {
-    static const std::map<std::string_view, std::chrono::milliseconds> UNITS = {{"ms", std::chrono::milliseconds(1)},
-                                                                                {"s", std::chrono::seconds(1)},
-                                                                                {"m", std::chrono::minutes(1)},
-                                                                                {"h", std::chrono::hours(1)},
-                                                                                {"d", std::chrono::days(1)}};
-    constexpr std::chrono::milliseconds LONGEST = std::chrono::days(3652);
+bool Moments::ParseSpan(const std::string& text, milliseconds& span) {
+    static const std::map<std::string_view, milliseconds> UNITS = {
+        {"ms", 1ms}, {"s", 1s}, {"m", 1min}, {"h", 1h}, {"d", 24h}};
+    constexpr milliseconds LONGEST = days(3652);
     std::int64_t count = 0;
     const char* const end = text.data() + text.size();
     const auto [rest, error] = std::from_chars(text.data(), end, count);
@@ -105,20 +104,18 @@ bool Moments::ParseTimeOfDay(const std::string& text, int& seconds) {
     if (ShapeOf(plain) != "99:99:99" || strptime(plain.c_str(), "%H:%M:%S", &clock) == nullptr || clock.tm_sec > 59) {
         return false;
     }
-    seconds = (clock.tm_hour * 60 + clock.tm_min) * 60 + clock.tm_sec;
+    seconds = SecondsOf(clock);
     return true;
 }
 
 std::time_t Moments::NextTimeOfDay(std::time_t now, int seconds) {
     std::tm today{};
     localtime_r(&now, &today);
-    // The same time of day may come twice when the clock is put back; once is enough.
-    const bool isOver = (today.tm_hour * 60 + today.tm_min) * 60 + today.tm_sec >= seconds;
+    // When the clock is put back the same time of day comes twice; only the first one counts.
+    const bool isOver = SecondsOf(today) >= seconds;
     for (int day = isOver ? 1 : 0;; ++day) {
-        std::tm clock{};
-        clock.tm_year = today.tm_year;
-        clock.tm_mon = today.tm_mon;
-        clock.tm_mday = today.tm_mday + day;
+        std::tm clock = today;
+        clock.tm_mday += day;
         clock.tm_hour = seconds / 3600;
         clock.tm_min = seconds / 60 % 60;
         clock.tm_sec = seconds % 60;

@@ -44,26 +44,26 @@ std::size_t EndOfLast(std::string_view mark, bool isUtf16, std::string_view text
 }
 
 // Where whole rows end in the last bytes of the file (`all`: these are all); 0 when there are none.
-std::size_t EndOfRows(const LogFile& file, std::string_view text, bool all) {
-    if (file.m_nFileFormat != 2) {
-        const bool isUtf16 = file.m_nUnicode == 1;
+std::size_t EndOfRows(const LogFileSettings& file, std::string_view text, bool all) {
+    if (file.m_nFileFormat != FORMAT_HTML) {
+        const bool isUtf16 = file.m_nUnicode == UNICODE_UTF16;
         return EndOfLast(std::string_view("\n\0", isUtf16 ? 2 : 1), isUtf16, text);
     }
-    const std::size_t head = EndOfLast("</THEAD>\n<TBODY>\n", false, text);
+    const std::size_t head = EndOfLast(Narrow(HTML_HEAD_END), false, text);
     const bool isHeadMissing = all && head == 0; // then what looks like a row is the one of headings
-    return isHeadMissing ? 0 : std::max(head, EndOfLast("</TR>\n", false, text));
+    return isHeadMissing ? 0 : std::max(head, EndOfLast(Narrow(HTML_ROW_END), false, text));
 }
 
 // Whether a file that begins so has the log file's format and encoding. One from before the configuration was changed has
 // not, and ends in another way. A power failure leaves zeros.
-bool IsOwn(const LogFile& file, std::string_view begin) {
+bool IsOwn(const LogFileSettings& file, std::string_view begin) {
     constexpr std::string_view UTF16_MARK = "\xFF\xFE";
-    return begin.front() == '\0' || (file.m_nFileFormat == 2 ? begin.front() == '<'
-                                     : file.m_nUnicode == 1  ? UTF16_MARK.starts_with(begin)
-                                                             : begin != UTF16_MARK);
+    return begin.front() == '\0' || (file.m_nFileFormat == FORMAT_HTML  ? begin.front() == '<'
+                                     : file.m_nUnicode == UNICODE_UTF16 ? UTF16_MARK.starts_with(begin)
+                                                                        : begin != UTF16_MARK);
 }
 
-void CutTail(const LogFile& file, const std::filesystem::path& path) {
+void CutTail(const LogFileSettings& file, const std::filesystem::path& path) {
     const std::uintmax_t size = std::filesystem::file_size(path);
     const std::uintmax_t begin = (size > LONGEST_ROW ? size - LONGEST_ROW : 0) & ~std::uintmax_t(1);
     std::string tail(static_cast<std::size_t>(size - begin), '\0');
@@ -85,7 +85,7 @@ void CutTail(const LogFile& file, const std::filesystem::path& path) {
 
 } // namespace
 
-void LogFile::RepairCurrent() const {
+void LogFileSettings::RepairCurrent() const {
     const std::string directory = Directory();
     const std::size_t name = directory.rfind('/') + 1; // the kernel log's may end with the beginning of the file names
     const std::string names = MakeGlob(directory.substr(name) + Pattern(), "0");

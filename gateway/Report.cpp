@@ -10,47 +10,33 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <map>
 #include <string_view>
 
 namespace {
 
-// Sets of members, by their names in NAMES.
-using Members = std::uint32_t;
-enum : Members {
-    EVENT = 1U << 0U,
-    LOG = 1U << 1U,
-    ALARM = 1U << 2U,
-    SNAPSHOT = 1U << 3U,
-    ACTION = 1U << 4U,
-    RECORDS = 1U << 5U,
-    NAME = 1U << 6U,
-    TEXT = 1U << 7U,
-    SOURCE = 1U << 8U,
-    DETAIL = 1U << 9U,
-    CODE = 1U << 10U,
-    ALARM_NUMBER = 1U << 11U,
-    IDENTIFIER = 1U << 12U,
-    PREFIX = 1U << 13U,
-    STATE = 1U << 14U,
-    VALUE = 1U << 15U,
-    TIME = 1U << 16U,
-    QUALITY = 1U << 17U,
-    ACTIVE = 1U << 18U,
-    ACKED = 1U << 19U,
-    // What has no name.
-    LINE = 1U << 20U,
-    RECORD = 1U << 21U,
-    PREFIX_NUMBER = 1U << 22U,
-};
+// The members of a line, of a record, of its value and of its state, by their places in NAMES; then what has no name.
+enum OfLine : unsigned { EVENT, LOG, ALARM, SNAPSHOT, ACTION, RECORDS };
+enum OfRecord : unsigned { NAME = RECORDS + 1, TEXT, SOURCE, DETAIL, CODE, ALARM_NUMBER, IDENTIFIER, PREFIX, STATE };
+enum OfValue : unsigned { VALUE = STATE + 1, TIME, QUALITY };
+enum OfState : unsigned { ACTIVE = QUALITY + 1, ACKED };
+enum Nameless : unsigned { LINE = ACKED + 1, RECORD, PREFIX_NUMBER };
 constexpr std::string_view NAMES[] = {"event", "log",    "alarm",  "snapshot", "action",      "records",    "name",
                                       "text",  "source", "detail", "code",     "alarmNumber", "identifier", "prefix",
                                       "state", "value",  "time",   "quality",  "active",      "acked"};
 
-constexpr Members OF_LINE = EVENT | LOG | ALARM | SNAPSHOT | ACTION | RECORDS;
+using Members = std::uint32_t; // a set of them
+
+template <class... Each>
+constexpr Members SetOf(Each... members) {
+    return ((1U << members) | ...);
+}
+
+constexpr Members OF_LINE = SetOf(EVENT, LOG, ALARM, SNAPSHOT, ACTION, RECORDS);
 constexpr Members OF_RECORD =
-    NAME | TEXT | SOURCE | DETAIL | CODE | ALARM_NUMBER | IDENTIFIER | PREFIX | STATE | VALUE | TIME;
-constexpr Members OF_VALUE = VALUE | QUALITY | TIME;
-constexpr Members OF_STATE = ACTIVE | ACKED;
+    SetOf(NAME, TEXT, SOURCE, DETAIL, CODE, ALARM_NUMBER, IDENTIFIER, PREFIX, STATE, VALUE, TIME);
+constexpr Members OF_VALUE = SetOf(VALUE, QUALITY, TIME);
+constexpr Members OF_STATE = SetOf(ACTIVE, ACKED);
 
 bool IsAscii(std::string_view text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
@@ -71,36 +57,28 @@ public:
 
     // After the last of the line: whether it was all there. Fills in what it has left open.
     bool Finish(const ETimeStamp& reading) {
-        switch (m_Objects[1].m_Seen) {
-        case EVENT:
-            m_Report.m_Kind = Report::Kind::Event;
-            break;
-        case LOG | ALARM:
-            m_Report.m_Kind = Report::Kind::Alarm;
-            break;
-        case LOG | SNAPSHOT:
-            m_Report.m_Kind = Report::Kind::SnapShot;
-            break;
-        case LOG | ACTION:
-            if (WritesRow(m_Report.m_Action)) {
-                return false;
-            }
-            m_Report.AddOwnRecord(reading, "");
-            [[fallthrough]];
-        case LOG | ACTION | RECORDS:
-            m_Report.m_Kind = Report::Kind::Action;
-            break;
-        default:
+        using Kind = Report::Kind;
+        static const std::map<Members, Kind> KINDS = {{SetOf(EVENT), Kind::Event},
+                                                      {SetOf(LOG, ALARM), Kind::Alarm},
+                                                      {SetOf(LOG, SNAPSHOT), Kind::SnapShot},
+                                                      {SetOf(LOG, ACTION), Kind::Action},
+                                                      {SetOf(LOG, ACTION, RECORDS), Kind::Action}};
+        const auto kind = KINDS.find(m_Objects[1].m_Seen);
+        const bool lacksRecords = m_Objects[1].m_Seen == SetOf(LOG, ACTION);
+        if (kind == KINDS.end() || (lacksRecords && WritesRow(m_Report.m_Action))) {
             return false;
+        }
+        m_Report.m_Kind = kind->second;
+        if (lacksRecords) {
+            m_Report.AddOwnRecord(reading, "");
         }
         for (std::size_t i = 0; i < m_Seen.size(); ++i) {
             EONEVENTSTRUCT& record = m_Report.m_Records[i];
-            if ((m_Seen[i] & IDENTIFIER) == 0) {
+            if ((m_Seen[i] & SetOf(IDENTIFIER)) == 0) {
                 record.m_nIdentifier = m_Report.m_nIdentifier;
             }
-            const bool hasValuesTime =
-                m_Report.m_Kind == Report::Kind::SnapShot && record.m_Value.GetTimestamp().IsSet();
-            if ((m_Seen[i] & TIME) == 0 && !hasValuesTime) { // the value's own time dates the row
+            const bool hasValuesTime = m_Report.m_Kind == Kind::SnapShot && record.m_Value.GetTimestamp().IsSet();
+            if ((m_Seen[i] & SetOf(TIME)) == 0 && !hasValuesTime) { // the value's own time dates the row
                 record.m_TimeStamp = reading;
             }
         }
@@ -190,9 +168,10 @@ public:
     bool Key(const char* text, Size length, bool /*copy*/) {
         const std::string_view name(text, length);
         const auto* const found = std::find(std::begin(NAMES), std::end(NAMES), name);
-        m_Member = 1U << static_cast<unsigned>(found - std::begin(NAMES));
-        const bool taken = (m_pObject->m_Allowed & ~m_pObject->m_Seen & m_Member) != 0; // neither unknown nor a second
-        m_pObject->m_Seen |= m_Member;
+        m_Member = static_cast<unsigned>(found - std::begin(NAMES));
+        const Members one = SetOf(m_Member);
+        const bool taken = (m_pObject->m_Allowed & ~m_pObject->m_Seen & one) != 0; // neither unknown nor a second
+        m_pObject->m_Seen |= one;
         return taken;
     }
     bool EndObject(Size /*count*/) {
@@ -201,7 +180,7 @@ public:
             m_Seen.push_back(object.m_Seen);
         }
         m_Member = RECORD; // what may come next, when this was an item of a list
-        return object.m_Allowed != OF_VALUE || (object.m_Seen & VALUE) != 0;
+        return object.m_Allowed != OF_VALUE || (object.m_Seen & SetOf(VALUE)) != 0;
     }
     bool StartArray() {
         const bool isPrefix = m_Member == PREFIX;
@@ -279,7 +258,7 @@ private:
     Report& m_Report;
     Object m_Objects[4]; // that are open: none, the line, a record, its value or state
     Object* m_pObject = m_Objects;
-    Members m_Member = LINE;     // whose value comes next
+    unsigned m_Member = LINE;    // whose value comes next
     std::size_t m_nPrefix = 0;   // numbers of the prefix so far
     std::vector<Members> m_Seen; // of each record
 };
@@ -289,7 +268,7 @@ bool IsAction(const std::string& name) {
 }
 
 bool WritesRow(const std::string& action) {
-    return action != ACTION_DELIVERY && action != ACTION_RESTART;
+    return action != ACTIONS[ACTION_DELIVERY] && action != ACTIONS[ACTION_RESTART_FILE];
 }
 
 bool Report::Parse(const std::string& line, const ETimeStamp& reading, std::string& reason) {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include "base/Contract.h"
 #include "base/EONEVENTSTRUCT.h"
+#include "base/EUtility.h"
 
 #include <array>
 #include <string>
@@ -8,11 +10,8 @@
 #include <vector>
 
 // The actions that a log file can be asked for, by their numbers in saved requests.
-constexpr std::array ACTIONS{"DoLogAlarmToFile", "DoLogEventToFile", "DoLogSnapShotToFile", "DoLogDelivery",
-                             "DoRestartLogFile"};
-constexpr const char* ACTION_ALARM = ACTIONS[0];
-constexpr const char* ACTION_DELIVERY = ACTIONS[3];
-constexpr const char* ACTION_RESTART = ACTIONS[4];
+inline const std::array ACTIONS{Narrow(ACTION_NAME_ALARM), Narrow(ACTION_NAME_EVENT), Narrow(ACTION_NAME_SNAPSHOT),
+                                Narrow(ACTION_NAME_DELIVERY), Narrow(ACTION_NAME_RESTART)};
 bool IsAction(const std::string& name);
 bool WritesRow(const std::string& action);
 

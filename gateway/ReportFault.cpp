@@ -6,23 +6,22 @@
 
 namespace {
 
-using JsonKind = EJsonValue::Kind;
+using Kind = EJsonValue::Kind;
 
 void CheckTime(JsonObject& object) {
-    const EJsonValue* const value = object.Find("time");
-    ETimeStamp stamp;
-    const bool isNumber =
-        value != nullptr && (value->m_Kind == JsonKind::Integer || value->m_Kind == JsonKind::Floating);
-    if (value != nullptr &&
-        (isNumber ? !Moments::FromSeconds(value->m_Double, stamp)
-                  : value->m_Kind != JsonKind::Text || !Moments::ParseRfc3339(value->m_Text, stamp))) {
-        object.Refuse("time", "a time such as \"2024-01-31T13:05:09.042Z\", or seconds since 1970, from 1970 to 2106");
+    if (const EJsonValue* const value = object.Find("time"); value != nullptr) {
+        ETimeStamp stamp;
+        const bool isNumber = value->m_Kind == Kind::Integer || value->m_Kind == Kind::Floating;
+        const bool isTime = isNumber ? Moments::FromSeconds(value->m_Double, stamp)
+                                     : value->m_Kind == Kind::Text && Moments::ParseRfc3339(value->m_Text, stamp);
+        object.RefuseIf(!isTime, "time",
+                        "a time such as \"2024-01-31T13:05:09.042Z\", or seconds since 1970, from 1970 to 2106");
     }
 }
 
 void CheckState(JsonObject& object) {
-    if (const EJsonValue* const value = object.Find("state"); value == nullptr || value->m_Kind != JsonKind::Object) {
-        std::uint16_t state = 0;
+    std::uint16_t state = 0;
+    if (!object.Is("state", Kind::Object)) {
         object.Integer("state", state);
         return;
     }
@@ -34,40 +33,31 @@ void CheckState(JsonObject& object) {
 }
 
 void CheckPrefix(JsonObject& object) {
-    constexpr std::size_t NUMBERS = 4;
-    const EJsonValue* const value = object.Find("prefix");
     const std::vector<EJsonValue>& list = object.List("prefix");
-    if (value != nullptr && value->m_Kind == JsonKind::Array && list.size() != NUMBERS) {
-        object.Refuse("prefix", "a list of four integers");
-        return;
-    }
+    object.RefuseIf(list.size() != 4, "prefix", "a list of four integers");
     for (const EJsonValue& item : list) {
         std::int32_t number = 0;
         object.TakeInteger(item, "prefix", number, INT32_MIN, INT32_MAX);
     }
 }
 
-void CheckScalar(JsonObject& object, const EJsonValue& value) {
-    if (std::string text; value.m_Kind == JsonKind::Text) {
-        object.TakeText(value, "value", text);
-    } else if (value.m_Kind == JsonKind::Array || value.m_Kind == JsonKind::Object) {
-        object.Refuse("value", "a number, a text, true, false or null");
+void CheckScalar(JsonObject& object) {
+    if (std::string text; object.Is("value", Kind::Text)) {
+        object.Text("value", text);
     }
+    object.RefuseIf(object.Is("value", Kind::Array) || object.Is("value", Kind::Object), "value",
+                    "a number, a text, true, false or null");
 }
 
 void CheckValue(JsonObject& object) {
-    const EJsonValue* const value = object.Find("value");
-    if (value == nullptr || value->m_Kind != JsonKind::Object) {
-        if (value != nullptr) {
-            CheckScalar(object, *value);
-        }
+    if (!object.Is("value", Kind::Object)) {
+        CheckScalar(object);
         return;
     }
     object.Object("value", [](JsonObject& parts) {
-        if (const EJsonValue* const scalar = parts.Require("value"); scalar != nullptr) {
-            CheckScalar(parts, *scalar);
-        }
         std::uint32_t quality = 0;
+        parts.Require("value");
+        CheckScalar(parts);
         parts.Integer("quality", quality);
         CheckTime(parts);
     });
@@ -90,9 +80,7 @@ void CheckRecord(JsonObject& object) {
 
 void CheckRecords(JsonObject& object, const char* name) {
     object.Objects(name, "record", &CheckRecord);
-    if (const EJsonValue* const list = object.Find(name); list->m_Kind == JsonKind::Array && list->m_Items.empty()) {
-        object.Refuse(name, "at least one record");
-    }
+    object.RefuseIf(object.List(name).empty(), name, "at least one record");
 }
 
 void CheckLine(JsonObject& object) {
@@ -100,8 +88,8 @@ void CheckLine(JsonObject& object) {
         object.Object("event", &CheckRecord);
         return;
     }
-    object.Require("log");
     std::string text;
+    object.Require("log");
     object.Text("log", text);
     if (object.Find("alarm") != nullptr) {
         object.Object("alarm", &CheckRecord);
@@ -109,15 +97,14 @@ void CheckLine(JsonObject& object) {
         CheckRecords(object, "snapshot");
     } else if (object.Find("action") != nullptr) {
         std::string action;
-        if (object.Text("action", action) && !IsAction(action)) {
-            object.Refuse("action", "the name of an action");
+        object.Text("action", action);
+        object.RefuseIf(!IsAction(action), "action", "the name of an action");
+        if (WritesRow(action)) {
+            object.Require("records");
         }
-        if (WritesRow(action) ? object.Require("records") != nullptr : object.Find("records") != nullptr) {
-            CheckRecords(object, "records");
-        }
+        CheckRecords(object, "records");
     } else {
-        object.Error(object.Value().m_Begin,
-                     R"(found none of "event", "alarm", "snapshot" and "action", expected one)");
+        object.ErrorIf(true, R"(found none of "event", "alarm", "snapshot" and "action", expected one)");
     }
 }
 

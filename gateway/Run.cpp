@@ -25,49 +25,40 @@ using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
-[[noreturn]] void Fail(const std::string& what) {
-    throw std::system_error(errno, std::generic_category(), what);
-}
-
 // Makes the file the standard input.
 void OpenInput(const std::string& name) {
     if (name != "-" && std::freopen(name.c_str(), "r", stdin) == nullptr) {
-        Fail(name);
+        throw std::system_error(errno, std::generic_category(), name);
     }
 }
 
-// The signals that end the program, as a file that becomes readable. Before any thread is made: all of them take over
-// that the signals are blocked.
+// The signals that end the program, as a file that becomes readable. They are blocked from here on, also in the threads
+// that are made later: call it before any is.
 int OpenSignals() {
     std::signal(SIGPIPE, SIG_IGN); // the reader of stderr may go, the logging goes on
     std::signal(SIGXFSZ, SIG_IGN); // a file too large for the system's limits is one that cannot be written
     std::signal(SIGCHLD, SIG_DFL); // ignored, as a parent may leave it, how a program has ended is not told
     sigset_t signals;
     sigemptyset(&signals);
-    for (const int number : {SIGINT, SIGTERM}) {
-        sigaddset(&signals, number);
-    }
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
     struct sigaction hangUp {};
     sigaction(SIGHUP, nullptr, &hangUp);
     if (hangUp.sa_handler != SIG_IGN) { // nohup(1) ignores it; a blocked signal would come nevertheless
         sigaddset(&signals, SIGHUP);
     }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    const int file = signalfd(-1, &signals, SFD_CLOEXEC);
-    if (file < 0) {
-        Fail("signals");
-    }
-    return file;
+    return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
 // Feeds the gateway.
 class Runner {
 public:
-    // `signals` stays open as long as the program runs.
+    // `signals` is a signalfd(2), and stays the caller's.
     Runner(Gateway& gateway, const Configuration& configuration, const RunOptions& options, int signals)
         : m_Gateway(gateway),
           m_Options(options),
-          m_Flow([&gateway] { return gateway.CountWaiting(); }, Gateway::QUEUE_LIMIT, !options.m_bReportLive),
+          m_Flow([&gateway] { return gateway.CountWaiting(); }, QUEUE_LIMIT, !options.m_bReportLive),
           m_Schedule(configuration.m_Schedule, Clock::now(), std::time(nullptr)),
           m_nSignals(signals) {
         struct stat state {};
@@ -89,25 +80,25 @@ public:
         const bool saved = m_Gateway.End(m_bStopped);
         WaitForOutbox();
         Summarize();
-        return !saved ? EXIT_NOT_DONE : m_nSkipped + Gateway::FailedWrites() > 0 ? EXIT_FOUND : EXIT_WELL;
+        return !saved ? EXIT_REFUSED : m_nSkipped + Gateway::FailedWrites() > 0 ? EXIT_SOME_FAILED : EXIT_OK;
     }
 
 private:
     bool HasDue() { return m_Schedule.HasDue(Clock::now(), std::time(nullptr)); }
 
-    // Hands over what there is, as long as there is room.
+    // Submits what there is, as long as there is room.
     void Feed() {
         while (HasDue() && m_Flow.HasRoom(Clock::now())) {
             const ScheduleEntry entry = m_Schedule.TakeDue();
             Report report = Report::MakeAction(entry.m_Action, entry.m_Log, Moments::Now(), "scheduled");
-            if (std::string reason; !Hand(report, reason)) {
+            if (std::string reason; !Submit(report, reason)) {
                 Console::Say("schedule: " + entry.m_Action + " of " + entry.m_Log + ": " + reason);
             }
         }
         for (int i = 0; i < BATCH && TakeLine() && m_Flow.HasRoom(Clock::now()); ++i) {
             FeedLine();
         }
-        TakeLine(); // one that is left lets nothing more be read
+        TakeLine(); // while one waits, Wait reads no more input
     }
 
     // Whether there is a line to feed, in m_Line. What is no report is dealt with here.
@@ -129,13 +120,13 @@ private:
     void FeedLine() {
         m_bLine = false;
         std::string reason;
-        if (!m_Report.Parse(m_Line, Moments::Now(), reason) || !Hand(m_Report, reason)) {
+        if (!m_Report.Parse(m_Line, Moments::Now(), reason) || !Submit(m_Report, reason)) {
             Skip(reason);
         }
     }
 
-    bool Hand(Report& report, std::string& reason) {
-        const bool taken = m_Gateway.Hand(report, reason);
+    bool Submit(Report& report, std::string& reason) {
+        const bool taken = m_Gateway.Submit(report, reason);
         if (taken) {
             m_Flow.Take();
         }
@@ -174,10 +165,10 @@ private:
         return files[1].revents != 0;
     }
 
-    // What was read from a pipe would be lost with this process, and what stands in it, too, if its writer has gone.
+    // What was read from a pipe would be lost with this process; so would what is still in it when its writer has gone.
     void FeedRest() {
         for (bool isLast = false;; isLast = true) {
-            while ((TakeLine() || HasDue()) && !m_Flow.IsBlind(Clock::now())) {
+            while ((TakeLine() || HasDue()) && !m_Flow.IsCountMissing(Clock::now())) {
                 Feed();
                 Sleep(m_Flow.UntilRoom(Clock::now()), false);
             }
@@ -194,7 +185,7 @@ private:
 
     void WaitForEmptyQueue() {
         while (!m_bStopped && !m_Flow.IsEmpty(Clock::now())) {
-            if (m_Flow.IsBlind(Clock::now())) {
+            if (m_Flow.IsCountMissing(Clock::now())) {
                 throw std::runtime_error("whether every row is written cannot be told");
             }
             Sleep(m_Flow.UntilLook(Clock::now()), false);
@@ -288,12 +279,12 @@ bool Prepare(const RunOptions& options, Configuration& configuration) {
 int Check(const RunOptions& options) {
     Configuration configuration;
     if (!Prepare(options, configuration)) {
-        return EXIT_FOUND;
+        return EXIT_SOME_FAILED;
     }
-    for (const LogFile& file : configuration.m_LogFiles) {
+    for (const LogFileSettings& file : configuration.m_LogFiles) {
         std::printf("%s\n", file.Describe().c_str());
     }
-    return EXIT_WELL;
+    return EXIT_OK;
 }
 
 int Run(const RunOptions& options) {
@@ -303,9 +294,9 @@ int Run(const RunOptions& options) {
     Configuration configuration;
     if (!Prepare(options, configuration)) {
         Console::Say("the configuration is refused");
-        return EXIT_NOT_DONE;
+        return EXIT_REFUSED;
     }
-    const int signals = OpenSignals();
+    const OpenFile signals(OpenSignals(), "signals");
     Gateway gateway(configuration, directory, module);
-    return Runner(gateway, configuration, options, signals).Go();
+    return Runner(gateway, configuration, options, signals.Get()).Go();
 }

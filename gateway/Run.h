@@ -1,13 +1,12 @@
 #pragma once
 
-#include <chrono>
 #include <filesystem>
 #include <string>
 
 // Exit statuses of the program.
-constexpr int EXIT_WELL = 0;
-constexpr int EXIT_FOUND = 1;    // lines that could not be used, rows not written, a configuration with errors
-constexpr int EXIT_NOT_DONE = 2; // the command could not be carried out
+constexpr int EXIT_OK = 0;
+constexpr int EXIT_SOME_FAILED = 1; // lines that could not be used, rows not written, a configuration with errors
+constexpr int EXIT_REFUSED = 2;     // the command could not be carried out
 
 struct RunOptions {
     std::filesystem::path m_Configuration; // directory

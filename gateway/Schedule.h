@@ -20,7 +20,7 @@ public:
 
     Schedule(const std::vector<ScheduleEntry>& entries, Steady steady, std::time_t clock);
 
-    // Whether an entry waits to be taken. One that becomes due again meanwhile waits once, however long that takes.
+    // Whether an entry waits to be taken. One that becomes due again before it is taken is still taken only once.
     bool HasDue(Steady steady, std::time_t clock);
     ScheduleEntry TakeDue(); // the first one that waits; there has to be one
 

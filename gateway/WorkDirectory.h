@@ -1,9 +1,6 @@
 #pragma once
 
-#include <filesystem>
-#include <memory>
-
-#include <dirent.h>
+#include "gateway/Platform.h"
 
 // The gateway's hold on its configuration directory: one gateway at a time, with a directory of its own inside, where the
 // module writes down what waits in its queue whenever it is asked. What is found there after a kill has been, or is
@@ -12,14 +9,12 @@ class WorkDirectory {
 public:
     static constexpr const char* NAME = "kvgateway.work";
 
-    explicit WorkDirectory(const std::filesystem::path& configuration); // throws std::runtime_error for the operator
-    WorkDirectory(const WorkDirectory&) = delete;
-    WorkDirectory& operator=(const WorkDirectory&) = delete;
-    ~WorkDirectory(); // removes it
+    explicit WorkDirectory(const std::filesystem::path& configuration); // throws std::exception for the operator
+    ~WorkDirectory();                                                   // removes it
 
     const std::filesystem::path& Path() const { return m_Path; } // absolute
 
 private:
+    const OpenFile m_Lock;
     std::filesystem::path m_Path;
-    std::unique_ptr<DIR, int (*)(DIR*)> m_Lock;
 };

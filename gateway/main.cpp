@@ -32,7 +32,7 @@ int Init(const std::filesystem::path& directory) {
         }
         std::printf("%s\n", path.c_str());
     }
-    return EXIT_WELL;
+    return EXIT_OK;
 }
 
 void AddConfiguration(CLI::App& command, RunOptions& options) {
@@ -65,7 +65,7 @@ int Dispatch(int argc, char** argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EXIT_WELL : EXIT_NOT_DONE; // help is no error
+        return app.exit(error) == 0 ? EXIT_OK : EXIT_REFUSED; // help is no error
     }
     return init.parsed() ? Init(target) : check.parsed() ? Check(options) : Run(options);
 }
@@ -84,6 +84,6 @@ int main(int argc, char** argv) {
     } catch (const std::exception& error) {
         Console::ShowProgress("");
         Console::Say(error.what());
-        return EXIT_NOT_DONE;
+        return EXIT_REFUSED;
     }
 }

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/Contract.h"
 #include "base/EONEVENTSTRUCT.h"
-#include "intake/Actions.h"
 
 #include <cstdint>
 #include <memory>

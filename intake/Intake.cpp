@@ -5,7 +5,6 @@
 #include "base/Guarded.h"
 #include "base/INameService.h"
 #include "config/EFileSpec.h"
-#include "intake/Actions.h"
 #include "intake/ELogInfo.h"
 
 #include <memory>

@@ -1,5 +1,6 @@
 #include "service/ELogFile.h"
 
+#include "base/Contract.h"
 #include "base/ELock.h"
 #include "base/EONEVENTSTRUCT.h"
 #include "base/Guarded.h"
@@ -12,12 +13,6 @@
 #include "service/Entry.h"
 
 namespace {
-
-// String numbers of the column headings: date and time, then the other cells of an alarm row.
-constexpr unsigned long HEADING_DATE = 956;
-constexpr unsigned long HEADING_TIME = 957;
-constexpr unsigned long HEADING_ALARM_FIRST = 958;
-constexpr unsigned long HEADING_ALARM_LAST = 965;
 
 void Append(EStringArray& headings, const wchar_t* text) {
     headings.SetAtGrow(headings.GetSize(), text);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "base/Contract.h"
 #include "base/EByteArray.h"
 #include "base/EMAILSTATUS.h"
 #include "base/EMapStringToPtr.h"
@@ -38,9 +39,6 @@ struct EMailMessage;
 // Every mutex of the service carries this name.
 constexpr const wchar_t* MUTEX_NAME = L"Unknown";
 
-// The name of the file specification that ReportEvent writes to.
-constexpr const wchar_t* KERNEL_LOG_NAME = L"KernelLog";
-
 // The log file service: turns reported events, alarms and snapshots into rows of configured log files.
 //
 // Threads. The kernel's thread runs the lifecycle, Restore, WarmRestart and the destructor, one call at a time. Any
@@ -55,9 +53,6 @@ constexpr const wchar_t* KERNEL_LOG_NAME = L"KernelLog";
 // 0, and a row that cannot be written is dropped.
 class ELogFile : public CKernelService, public ILogFile, public IAction, public ENotifyTrigger, public ISMListener {
 public:
-    // The most requests that may wait; a further one is dropped.
-    static constexpr int QUEUE_LIMIT = 512;
-
     // service/: construction, destruction, interfaces. Throws when memory runs out.
     explicit ELogFile(IKernelBase* kernel);
     ~ELogFile() override;

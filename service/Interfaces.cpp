@@ -5,7 +5,6 @@
 #include "base/InterfaceIds.h"
 #include "base/Messages.h"
 #include "config/EFileSpec.h"
-#include "intake/Actions.h"
 
 // What the kernel and other components may ask the service for.
 

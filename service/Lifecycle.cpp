@@ -1,5 +1,6 @@
 #include "service/ELogFile.h"
 
+#include "base/Contract.h"
 #include "base/ELock.h"
 #include "base/EPersistent.h"
 #include "base/Guarded.h"
@@ -9,14 +10,11 @@
 #include "base/InterfaceIds.h"
 #include "base/Messages.h"
 #include "config/EFileSpec.h"
-#include "intake/Actions.h"
 #include "service/Entry.h"
 
 #include <memory>
 
 namespace {
-
-constexpr int KERNEL_LOG_SIZE = 512000; // bytes
 
 bool HasBits(std::uint32_t state, std::uint32_t bits) {
     return (state & bits) == bits;
@@ -109,11 +107,11 @@ void ELogFile::MakeKernelLog() {
     auto spec = std::make_unique<EFileSpec>();
     spec->m_Name = KERNEL_LOG_NAME;
     spec->m_LogPath = L"";
-    spec->m_FileName = L"Kavro.log";
+    spec->m_FileName = KERNEL_LOG_FILE;
     spec->m_MaxFileSize = KERNEL_LOG_SIZE;
-    spec->m_NumFiles = 1;
+    spec->m_NumFiles = KERNEL_LOG_FILES;
     spec->m_FileFormat = FORMAT_PLAIN_TEXT;
-    spec->m_Unicode = 1;
+    spec->m_Unicode = UNICODE_UTF16;
     spec->m_DeliveryMode = DELIVERY_NONE;
     spec->MakeFilter(true);
     m_FileSpecs[KERNEL_LOG_NAME] = spec.get();

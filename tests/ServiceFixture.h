@@ -1,9 +1,9 @@
 #pragma once
 
+#include "base/Contract.h"
 #include "base/ELock.h"
 #include "base/Messages.h"
 #include "config/EFileSpec.h"
-#include "intake/Actions.h"
 #include "intake/ELogInfo.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"

@@ -4,35 +4,11 @@
 #include "base/ELock.h"
 #include "base/EONEVENTSTRUCT.h"
 #include "base/INameService.h"
-#include "base/LittleEndian.h"
+#include "base/SavedRequests.h"
 #include "config/EFileSpec.h"
 #include "intake/ELogInfo.h"
 
 #include <memory>
-
-// The pending-entries file: the number of requests, then each of them as its file specification's name, its action, the
-// number of its records and the records; numbers are 32-bit and little-endian. docs/file-formats.md has an example.
-
-namespace {
-
-bool PutNumber(EFileIO* file, std::uint32_t number) {
-    unsigned char bytes[4];
-    PutU32(bytes, number);
-    unsigned long written = 0;
-    return file->WriteToFile(bytes, sizeof bytes, written) != 0;
-}
-
-bool GetNumber(EFileIO* file, std::uint32_t& number) {
-    unsigned char bytes[4];
-    unsigned long read = 0;
-    if (file->ReadFrmFile(bytes, sizeof bytes, read) == 0 || read != sizeof bytes) {
-        return false;
-    }
-    number = GetU32(bytes);
-    return true;
-}
-
-} // namespace
 
 EResult ELogFile::SavePendingLogEntries(const EString& path) {
     EFileIO file(path, EFileIO::OPEN_FOR_WRITING);
@@ -41,7 +17,7 @@ EResult ELogFile::SavePendingLogEntries(const EString& path) {
     }
     file.Buffer();
     const ELock lock(m_QueueMutex, MUTEX_NAME);
-    if (!PutNumber(&file, static_cast<std::uint32_t>(m_LogQueue.GetCount()))) {
+    if (file.WriteNumber(static_cast<std::uint32_t>(m_LogQueue.GetCount())) == 0) {
         return RC_WRITE;
     }
     EResult result = RC_OK;
@@ -55,8 +31,8 @@ EResult ELogFile::SaveLogInfo(EFileIO* file, ELogInfo* info) {
     if (info->m_pFileSpec == nullptr) {
         return RC_NO_FILE_SPEC;
     }
-    bool saved = info->m_pFileSpec->m_Name.Save(file) != 0 &&
-                 PutNumber(file, static_cast<std::uint32_t>(info->m_Action)) && PutNumber(file, info->m_nEventCount);
+    bool saved = SaveRequestHead(file, info->m_pFileSpec->m_Name, static_cast<std::uint32_t>(info->m_Action),
+                                 info->m_nEventCount) != 0;
     for (std::uint32_t i = 0; saved && i < info->m_nEventCount; ++i) {
         saved = info->m_pEvents[i].Save(file) != 0;
     }
@@ -70,7 +46,7 @@ EResult ELogFile::RestorePendingLogEntries(const EString& path) {
     }
     file.Buffer();
     std::uint32_t count = 0;
-    if (!GetNumber(&file, count)) {
+    if (file.ReadNumber(count) == 0) {
         return RC_READ;
     }
     EResult result = RC_OK;
@@ -84,11 +60,8 @@ EResult ELogFile::RestoreLogInfo(EFileIO* file) {
     EString name;
     std::uint32_t action = 0;
     std::uint32_t count = 0;
-    if (name.Restore(file) == 0 || !GetNumber(file, action) || !GetNumber(file, count)) {
+    if (RestoreRequestHead(file, name, action, count) == 0) {
         return RC_READ;
-    }
-    if (count > file->GetBytesLeft() / EONEVENTSTRUCT::SAVED_SIZE_MIN) {
-        return RC_READ; // a damaged count; believing it would ask for memory or time without limit
     }
     EFileSpec* spec = FindFileSpec(name);
     if (spec == nullptr || !IsAccepted(*spec)) {

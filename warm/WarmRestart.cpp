@@ -12,14 +12,6 @@
 
 namespace {
 
-// What the kernel asks for. It forgets the saved requests before and after a restart in the same way.
-enum WarmRestartOperation : IKernelService::WR_OPERATION {
-    WR_FORGET = 0,
-    WR_SAVE = 1,
-    WR_DISCARD = 2,
-    WR_SECTIONS = 3
-};
-
 // The names of the service's sections, each with its end, and the end of the list.
 EResult ListSections(WARM_RESTART_STRUCT* info) {
     if (info == nullptr) {

@@ -28,9 +28,7 @@ bool Exists(const fs::path& path, const char* what) {
 Outbox::Outbox(const std::optional<MailSettings>& mail, const std::optional<OutboxSettings>& upload) {
     if (mail) {
         m_From = mail->m_From;
-        for (const MailDefinition& definition : mail->m_Definitions) {
-            m_Definitions[definition.m_Name] = definition;
-        }
+        m_Definitions = mail->m_Definitions;
         m_pMails = std::make_unique<Queue>("e-mail", "outbox/mail", *mail);
     }
     if (upload) {

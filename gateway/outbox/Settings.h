@@ -38,6 +38,6 @@ struct MailDefinition {
 };
 
 struct MailSettings : OutboxSettings {
-    std::string m_From;                        // a bare address
-    std::vector<MailDefinition> m_Definitions; // names are unique
+    std::string m_From;                                  // a bare address
+    std::map<std::string, MailDefinition> m_Definitions; // by name
 };

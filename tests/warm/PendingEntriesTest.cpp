@@ -133,7 +133,7 @@ TEST_F(PendingEntries, AFullDiskKeepsTheFirstRequests) {
     const auto text = [](int number) { return std::to_wstring(100 + number) + std::wstring(200, L'x'); };
     const std::size_t size = SavedAlarm(text(0).c_str()).size();
     Texts first;
-    for (int i = 0; i < ELogFile::QUEUE_LIMIT; ++i) {
+    for (int i = 0; i < QUEUE_LIMIT; ++i) {
         Alarm(text(i).c_str());
         if (4 + first.size() * size + size <= ROOM) {
             first.push_back(std::to_string(100 + i) + std::string(200, 'x'));
