@@ -5,9 +5,24 @@
 #include "tests/TempDir.h"
 
 #include <algorithm>
+#include <chrono>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
+
+// Whether the condition comes true within a time that no healthy program needs.
+template <class Condition>
+bool Eventually(Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
 
 // A test's working directory, which is also its configuration directory, and what is found in it.
 class Workplace {

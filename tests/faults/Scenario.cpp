@@ -144,7 +144,7 @@ private:
         }
         Do("Start", [&] { return m_pService->Start(); });
         Report(3);
-        EXPECT_TRUE(Soon([&] {
+        EXPECT_TRUE(Eventually([&] {
             const ELock lock(m_pService->m_QueueMutex, MUTEX_NAME);
             return m_pService->m_LogQueue.IsEmpty();
         }));

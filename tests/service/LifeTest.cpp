@@ -70,7 +70,7 @@ protected:
 TEST_F(Life, EveryReportOfTwoLivesBecomesOneRowInItsThreadsOrder) {
     Begin(1000000);
     Reports(0, 60);
-    EXPECT_TRUE(Soon([] { return AllMarks() == FromThreads(THREADS, 60); }));
+    EXPECT_TRUE(Eventually([] { return AllMarks() == FromThreads(THREADS, 60); }));
     m_pService->PrepareToStop();
     Reports(60, 120); // the events are written at once, the others wait for the next life
     EXPECT_EQ(m_pService->WarmRestart(1, nullptr), RC_OK);
@@ -79,7 +79,7 @@ TEST_F(Life, EveryReportOfTwoLivesBecomesOneRowInItsThreadsOrder) {
     Begin(1000000);
     EXPECT_FALSE(std::filesystem::exists("kvLogFile.warm"));
     Reports(120, 136); // wakes the worker for the restored ones too
-    EXPECT_TRUE(Soon([] { return AllMarks() == FromThreads(THREADS, 136); }));
+    EXPECT_TRUE(Eventually([] { return AllMarks() == FromThreads(THREADS, 136); }));
     EXPECT_EQ(AllMarks("nothing"), FromThreads(THREADS, 136));
     EXPECT_EQ(m_Kernel.m_Control.m_Calls, Texts{});
 }

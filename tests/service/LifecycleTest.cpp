@@ -49,7 +49,7 @@ TEST_F(Lifecycle, EveryOperationInEveryState) {
     for (const char letter : std::string("pperpessreese")) {
         EXPECT_EQ((m_pService->*operations.at(letter))(), RC_OK);
         states += std::to_string(m_pService->m_State);
-        EXPECT_TRUE(Soon([&] { return Workers() == (states.back() == '7' ? 1 : 0); })) << states;
+        EXPECT_TRUE(Eventually([&] { return Workers() == (states.back() == '7' ? 1 : 0); })) << states;
     }
     EXPECT_EQ(states, "01113337778878");
 }
@@ -60,12 +60,12 @@ TEST_F(Lifecycle, AStopFinishesTheRequestInHandAndTheEndNoMore) {
     Event(L"early");
     m_pService->Start();
     Alarm(L"held", L"Pipe");
-    EXPECT_TRUE(Soon([&] { return Queued().empty(); }));
+    EXPECT_TRUE(Eventually([&] { return Queued().empty(); }));
     for (const int number : UpTo(3)) {
         Alarm(Mark(0, number).c_str());
     }
     std::thread stopper([&] { m_pService->PrepareToStop(); });
-    EXPECT_TRUE(Soon([&] { return !m_pService->m_bRunning; }));
+    EXPECT_TRUE(Eventually([&] { return !m_pService->m_bRunning; }));
     EXPECT_EQ(m_pService->m_State, 7U);                            // it waits
     const EFileIO reader(L"logs/pipe", EFileIO::OPEN_FOR_READING); // who writes to the pipe goes on
     stopper.join();
@@ -86,7 +86,7 @@ TEST_F(Lifecycle, AStartWaitsForTheEventInHand) {
     std::thread reporter([&] { Event(L"T"); });
     EString name;
     int format = 0;
-    EXPECT_TRUE(Soon([&] { return m_pService->GetAgentLogFile(name, format) == RC_OK && !name.IsEmpty(); }));
+    EXPECT_TRUE(Eventually([&] { return m_pService->GetAgentLogFile(name, format) == RC_OK && !name.IsEmpty(); }));
     std::thread starter([&] { m_pService->Start(); });
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(m_pService->m_State, 1U);
