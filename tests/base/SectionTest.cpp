@@ -136,8 +136,8 @@ TEST_F(Section, WhatIsOfTheWrongTypeOrRangeIsSkippedButForListsWhichWaitForTheir
     }
     Open("{`list`: [{`type`: `Item`, `name`: `a`, `n`: 1}],\r\n `n`: 9, `o`: {`a`: 1}, `e`: `a\\u0000b`, /* `*/ `f`: "
          "5}");
-    EXPECT_EQ((Texts{Int(), Text(), List(), List(), Text(), Text(), Int(), Int()}),
-              (Texts{"type", "type", "a1 ", "type", "type", "range", "5", "missing"}));
+    EXPECT_EQ((Texts{Int(), Text(), List(), List(), Int(), Text(), Text(), Int(), Int()}),
+              (Texts{"type", "type", "a1 ", "type", "9", "type", "range", "5", "missing"}));
     ExpectMessages({{"1:10", "`list`: found a list, expected an integer"},
                     {"1:10", "expected a text"},
                     {"2:7", "`n`: found 9, expected a list"},

@@ -1,15 +1,11 @@
-#include "base/ENotifyTrigger.h"
 #include "base/ESingleEvent.h"
-#include "base/EString.h"
 #include "base/EThread.h"
-#include "base/ITriggerListener.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <csignal>
 #include <functional>
-#include <string>
 #include <thread>
 
 namespace {
@@ -70,28 +66,6 @@ TEST(SingleEvent, HandsOverWithoutLosingAWakeUp) {
     }
     taker.join();
     EXPECT_EQ(taken, ROUNDS);
-}
-
-struct Listener final : ITriggerListener {
-    EResult OnTrigger(unsigned long context, unsigned long value, void* data) override {
-        m_Heard += std::to_string(context) + *static_cast<std::string*>(data) + std::to_string(value) + ' ';
-        return m_Trigger.Unsubscribe(m_pLeaving);
-    }
-    std::string m_Heard;
-    ENotifyTrigger m_Trigger;
-    void* m_pLeaving = nullptr;
-};
-
-TEST(NotifyTrigger, InformsInOrderThoseWhoAreStillSubscribed) {
-    Listener listener;
-    EString name(L"Up");
-    void* handle = nullptr;
-    listener.m_Trigger.Subscribe(&listener, name, name, 1, &listener.m_pLeaving); // unsubscribes while it is informed
-    listener.m_Trigger.Subscribe(&listener, name, name, 2, &handle);
-    std::string data = "d";
-    listener.m_Trigger.InformListeners(name, name, 5, &data);
-    listener.m_Trigger.InformListeners(name, name, 6, &data);
-    EXPECT_EQ(listener.m_Heard, "1d5 2d5 2d6 ");
 }
 
 } // namespace

@@ -1,28 +1,9 @@
-#include "base/EMapStringToPtr.h"
 #include "base/EPtrList.h"
 #include "tests/AllocationCount.h"
 
 #include <gtest/gtest.h>
 
-#include <set>
-
 namespace {
-
-TEST(MapStringToPtr, WalksEveryEntryOnce) {
-    int values[100] = {};
-    EMapStringToPtr map(4);
-    for (int& value : values) {
-        map[std::to_wstring(&value - values).c_str()] = &value;
-    }
-    EString key;
-    void* value = nullptr;
-    for (auto position = map.GetStartPosition(); position != nullptr;) {
-        map.GetNextAssoc(position, key, value);
-        ++*static_cast<int*>(value);
-        EXPECT_STREQ(key, std::to_wstring(static_cast<int*>(value) - values).c_str());
-    }
-    EXPECT_EQ(std::multiset<int>(values, values + 100).count(1), 100U);
-}
 
 TEST(PtrList, KeepsThePlacesOfTheOthersAndReusesTheRoom) {
     int values[4] = {};
