@@ -81,7 +81,7 @@ void CDataValue::SetDouble(double value) {
 
 void CDataValue::SetText(const wchar_t* text) {
     m_Type = Type::Text;
-    m_pszText = text != nullptr ? text : L"";
+    m_pszText = OrEmpty(text);
 }
 
 void CDataValue::GetString(EString& text, int /*option1*/, int /*option2*/, int /*option3*/) const {

@@ -35,7 +35,7 @@ auto Uninterrupted(Call call) {
 class Name {
 public:
     explicit Name(const wchar_t* text) {
-        text = text != nullptr ? text : L"";
+        text = OrEmpty(text);
         std::size_t length = 0;
         // Nearly every character, and often all of them; a row pays for its name each time.
         for (; *text > 0 && *text < 0x80 && length + 1 < sizeof m_Bytes; ++text) {
@@ -236,7 +236,7 @@ long EFileIO::ReadSome(void* data, std::size_t length) {
         }
     }
     length = std::min(length, m_Buffer.size() - m_nTaken);
-    std::memcpy(data, m_Buffer.data() + m_nTaken, length);
+    std::copy_n(m_Buffer.data() + m_nTaken, length, static_cast<unsigned char*>(data));
     m_nTaken += length;
     return static_cast<long>(length);
 }

@@ -209,12 +209,15 @@ int EONEVENTSTRUCT::Restore(EFileIO* file) {
     }
     restored.m_pTexts = std::make_unique_for_overwrite<wchar_t[]>(static_cast<std::size_t>(sum) + TEXTS);
     wchar_t* out = restored.m_pTexts.get();
+    const wchar_t* in = out + TEXTS; // they move to the front, by one place less each, to get their ends
+    if (file->ReadFrmFile(out + TEXTS, 4 * static_cast<std::size_t>(sum), read) == 0 || read != 4 * sum) {
+        return 0;
+    }
     for (const std::size_t length : lengths) {
-        if (file->ReadFrmFile(out, 4 * length, read) == 0 || read != 4 * length) {
-            return 0;
-        }
+        std::wmemmove(out, in, length);
         out[length] = L'\0';
         out += length + 1;
+        in += length;
     }
     PointInto(restored, restored.m_pTexts.get(), lengths);
     *this = std::move(restored);

@@ -137,11 +137,12 @@ void PrintMemory() {
 } // namespace
 
 int main(int argc, char** argv) {
-    const Ratio ratio{.m_pszGoal = "-", .m_nRounds = 200, .m_nIterations = 5};
+    const Ratio saving{.m_pszGoal = "2", .m_nRounds = 200, .m_nIterations = 5};
+    const Ratio restoring{.m_pszGoal = "5", .m_nRounds = 200, .m_nIterations = 5};
     const int code =
         RunRatios(argc, argv,
-                  {{ratio, {"saving 512 requests", Save}, {"writing the same bytes at once", WriteAtOnce}},
-                   {ratio, {"restoring 512 requests", Restore}, {"reading the same bytes at once", ReadAtOnce}}});
+                  {{saving, {"saving 512 requests", Save}, {"writing the same bytes at once", WriteAtOnce}},
+                   {restoring, {"restoring 512 requests", Restore}, {"reading the same bytes at once", ReadAtOnce}}});
     PrintMemory();
     return code;
 }

@@ -11,6 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t siz
     const std::string line(data, data + size);
     if (!report.Parse(line, reading, reason)) {
         Require(!reason.empty(), "a refused line has a reason");
+        Require(!FindReportFault(line).empty() || reason.find("300 digits") != std::string::npos, "the right one");
         Require(reason.find('\n') == std::string::npos, "of one line");
         return 0;
     }

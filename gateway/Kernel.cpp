@@ -10,6 +10,8 @@
 #include "gateway/Text.h"
 #include "gateway/outbox/Outbox.h"
 
+#include <cwchar>
+
 namespace {
 
 constexpr unsigned long FIRST_HEADING = 956;
@@ -85,6 +87,9 @@ EResult Kernel::ParseName(EString* name, int* id) {
 }
 
 EResult Kernel::ParseNameText(const wchar_t* name, int* id) {
+    if (std::wcschr(name, L'@') == nullptr) { // nearly all, and every row asks
+        return RC_OK;
+    }
     EString copy = name;
     return ParseName(&copy, id);
 }

@@ -4,12 +4,15 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <fcntl.h>
 #include <poll.h>
 #include <stdexcept>
+#include <string_view>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <system_error>
+#include <tuple>
 
 namespace fs = std::filesystem;
 
@@ -30,7 +33,7 @@ int RenameToNew(const fs::path& from, const fs::path& to) {
     return isUnknown && link(from.c_str(), to.c_str()) == 0 && unlink(from.c_str()) == 0 ? 0 : errno;
 }
 
-// In the new process, between fork and exec. The program gets a process group of its own and no open file of ours, and
+// In the new process, where nothing may be called that takes a lock. The program gets a process group of its own and no open file of ours, and
 // finds the signals as programs expect them.
 [[noreturn]] void Become(char* const* arguments, const char* input, int errors) {
     sigset_t none;
@@ -44,8 +47,9 @@ int RenameToNew(const fs::path& from, const fs::path& to) {
     dup2(open("/dev/null", O_WRONLY), STDOUT_FILENO);
     closefrom(STDERR_FILENO + 1);
     execv(arguments[0], arguments);
-    std::perror(arguments[0]);
-    _exit(127);
+    constexpr std::string_view REASON = "the program cannot be executed\n";
+    std::ignore = write(STDERR_FILENO, REASON.data(), REASON.size());
+    _exit(EXIT_FAILURE);
 }
 
 // Keeps the end of what can be read.
@@ -99,11 +103,9 @@ void CopyInto(const fs::path& file, const fs::path& directory, const std::string
 
 void RunProgram(const std::vector<std::string>& command, const fs::path& input, std::chrono::milliseconds time,
                 int stop) {
-    std::vector<char*> arguments;
-    for (const std::string& argument : command) {
-        arguments.push_back(const_cast<char*>(argument.c_str()));
-    }
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments(command.size() + 1); // with a null pointer at the end
+    std::transform(command.begin(), command.end(), arguments.begin(),
+                   [](const std::string& argument) { return const_cast<char*>(argument.c_str()); });
     int ends[2] = {-1, -1};
     std::ignore = pipe2(ends, O_CLOEXEC | O_NONBLOCK);
     const OpenFile errors(ends[0], "pipe");

@@ -4,10 +4,12 @@
 #include "gateway/ReportFault.h"
 #include "gateway/Text.h"
 
-#include <nlohmann/json.hpp>
+#include <rapidjson/reader.h>
 
 #include <algorithm>
-#include <limits>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
 #include <string_view>
 
 namespace {
@@ -50,6 +52,10 @@ constexpr Members OF_RECORD =
 constexpr Members OF_VALUE = VALUE | QUALITY | TIME;
 constexpr Members OF_STATE = ACTIVE | ACKED;
 
+bool IsAscii(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
 template <class Number>
 bool Take(std::int64_t value, Number& number) {
     number = static_cast<Number>(value);
@@ -59,7 +65,7 @@ bool Take(std::int64_t value, Number& number) {
 } // namespace
 
 // Hears what the parser finds in a line, and puts it into the report at once. Whatever does not belong there is refused.
-class ReportReader {
+class ReportReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, ReportReader> {
 public:
     explicit ReportReader(Report& report) : m_Report(report) {}
 
@@ -101,13 +107,15 @@ public:
         return true;
     }
 
-    bool null() {
+    // What the parser calls.
+    using Size = rapidjson::SizeType;
+    bool Null() {
         if (m_Member == VALUE) {
             Record().m_Value.SetNothing();
         }
         return m_Member == VALUE;
     }
-    bool boolean(bool value) {
+    bool Bool(bool value) {
         switch (m_Member) {
         case VALUE:
             Record().m_Value.SetBoolean(value);
@@ -122,7 +130,107 @@ public:
             return false;
         }
     }
-    bool number_integer(std::int64_t value) {
+    bool RawNumber(const char* digits, Size length, bool /*copy*/) {
+        const char* const end = digits + length;
+        std::int64_t integer = 0;
+        if (std::from_chars(digits, end, integer) == std::from_chars_result{end, std::errc()}) {
+            return TakeInteger(integer);
+        }
+        const double floating = std::strtod(std::string(digits, length).c_str(), nullptr);
+        return std::isfinite(floating) && TakeDouble(floating);
+    }
+    bool String(const char* text, Size length, bool /*copy*/) {
+        const std::string_view value(text, length);
+        if (value.find('\0') != std::string_view::npos) {
+            return false;
+        }
+        switch (m_Member) {
+        case LOG:
+            m_Report.SetLog(std::string(value));
+            return IsAscii(value) || !Widen(m_Report.m_Log).IsEmpty();
+        case ACTION:
+            m_Report.m_Action = value;
+            return IsAction(m_Report.m_Action);
+        case NAME:
+            return Keep(value, Record().m_pszName);
+        case TEXT:
+            return Keep(value, Record().m_pszText);
+        case SOURCE:
+            return Keep(value, Record().m_pszSource);
+        case DETAIL:
+            return Keep(value, Record().m_pszDetail);
+        case VALUE: {
+            const wchar_t* kept = nullptr;
+            const bool isKept = Keep(value, kept);
+            Record().m_Value.SetText(kept);
+            return isKept;
+        }
+        default:
+            ETimeStamp stamp;
+            return m_Member == TIME && Moments::ParseRfc3339(std::string(value), stamp) && TakeTime(stamp);
+        }
+    }
+    bool StartObject() {
+        switch (m_Member) {
+        case LINE:
+            return Open(OF_LINE);
+        case EVENT:
+        case ALARM:
+        case RECORD:
+            m_Report.m_Records.emplace_back();
+            return Open(OF_RECORD);
+        case STATE:
+            return Open(OF_STATE);
+        case VALUE:
+            return m_pObject->m_Allowed == OF_RECORD && Open(OF_VALUE);
+        default:
+            return false;
+        }
+    }
+    bool Key(const char* text, Size length, bool /*copy*/) {
+        const std::string_view name(text, length);
+        const auto* const found = std::find(std::begin(NAMES), std::end(NAMES), name);
+        m_Member = 1U << static_cast<unsigned>(found - std::begin(NAMES));
+        const bool taken = (m_pObject->m_Allowed & ~m_pObject->m_Seen & m_Member) != 0; // neither unknown nor a second
+        m_pObject->m_Seen |= m_Member;
+        return taken;
+    }
+    bool EndObject(Size /*count*/) {
+        const Object& object = *m_pObject--;
+        if (object.m_Allowed == OF_RECORD) {
+            m_Seen.push_back(object.m_Seen);
+        }
+        m_Member = RECORD; // what may come next, when this was an item of a list
+        return object.m_Allowed != OF_VALUE || (object.m_Seen & VALUE) != 0;
+    }
+    bool StartArray() {
+        const bool isPrefix = m_Member == PREFIX;
+        const bool taken = isPrefix || m_Member == SNAPSHOT || m_Member == RECORDS;
+        m_Member = isPrefix ? PREFIX_NUMBER : RECORD;
+        m_nPrefix = 0;
+        return taken;
+    }
+    bool EndArray(Size /*count*/) {
+        return m_Member == PREFIX_NUMBER ? m_nPrefix == std::size(Record().m_nPrefixNumbers) : !m_Seen.empty();
+    }
+
+private:
+    struct Object {
+        Members m_Allowed = 0;
+        Members m_Seen = 0;
+    };
+
+    EONEVENTSTRUCT& Record() { return m_Report.m_Records.back(); }
+
+    bool Open(Members allowed) {
+        *++m_pObject = {allowed, 0};
+        return true;
+    }
+    bool Keep(std::string_view text, const wchar_t*& kept) {
+        kept = m_Report.Keep(text);
+        return kept != nullptr;
+    }
+    bool TakeInteger(std::int64_t value) {
         switch (m_Member) {
         case CODE:
             return Take(value, Record().m_nCode);
@@ -147,102 +255,6 @@ public:
         default:
             return m_Member == TIME && TakeSeconds(static_cast<double>(value));
         }
-    }
-    bool number_unsigned(std::uint64_t value) {
-        return value <= static_cast<std::uint64_t>(INT64_MAX) ? number_integer(static_cast<std::int64_t>(value))
-                                                              : TakeDouble(static_cast<double>(value));
-    }
-    bool number_float(double value, const std::string& /*written*/) { return TakeDouble(value); }
-    bool string(const std::string& value) {
-        if (value.find('\0') != std::string::npos) {
-            return false;
-        }
-        switch (m_Member) {
-        case LOG:
-            m_Report.SetLog(value);
-            return true;
-        case ACTION:
-            m_Report.m_Action = value;
-            return IsAction(value);
-        case NAME:
-            return Keep(value, Record().m_pszName);
-        case TEXT:
-            return Keep(value, Record().m_pszText);
-        case SOURCE:
-            return Keep(value, Record().m_pszSource);
-        case DETAIL:
-            return Keep(value, Record().m_pszDetail);
-        case VALUE:
-            Record().m_Value.SetText(m_Report.Keep(value));
-            return true;
-        default:
-            ETimeStamp stamp;
-            return m_Member == TIME && Moments::ParseRfc3339(value, stamp) && TakeTime(stamp);
-        }
-    }
-    bool binary(nlohmann::json::binary_t& /*bytes*/) { return false; } // never in a text
-    bool start_object(std::size_t /*count*/) {
-        switch (m_Member) {
-        case LINE:
-            return Open(OF_LINE);
-        case EVENT:
-        case ALARM:
-        case RECORD:
-            m_Report.m_Records.emplace_back();
-            return Open(OF_RECORD);
-        case STATE:
-            return Open(OF_STATE);
-        case VALUE:
-            return m_pObject->m_Allowed == OF_RECORD && Open(OF_VALUE);
-        default:
-            return false;
-        }
-    }
-    bool key(const std::string& name) {
-        const auto* const found = std::find(std::begin(NAMES), std::end(NAMES), name);
-        m_Member = 1U << static_cast<unsigned>(found - std::begin(NAMES));
-        const bool taken = (m_pObject->m_Allowed & ~m_pObject->m_Seen & m_Member) != 0; // neither unknown nor a second
-        m_pObject->m_Seen |= m_Member;
-        return taken;
-    }
-    bool end_object() {
-        const Object& object = *m_pObject--;
-        if (object.m_Allowed == OF_RECORD) {
-            m_Seen.push_back(object.m_Seen);
-        }
-        m_Member = RECORD; // what may come next, when this was an item of a list
-        return object.m_Allowed != OF_VALUE || (object.m_Seen & VALUE) != 0;
-    }
-    bool start_array(std::size_t /*count*/) {
-        const bool isPrefix = m_Member == PREFIX;
-        const bool taken = isPrefix || m_Member == SNAPSHOT || m_Member == RECORDS;
-        m_Member = isPrefix ? PREFIX_NUMBER : RECORD;
-        m_nPrefix = 0;
-        return taken;
-    }
-    bool end_array() {
-        return m_Member == PREFIX_NUMBER ? m_nPrefix == std::size(Record().m_nPrefixNumbers) : !m_Seen.empty();
-    }
-    bool parse_error(std::size_t /*position*/, const std::string& /*token*/,
-                     const nlohmann::json::exception& /*what*/) {
-        return false;
-    }
-
-private:
-    struct Object {
-        Members m_Allowed = 0;
-        Members m_Seen = 0;
-    };
-
-    EONEVENTSTRUCT& Record() { return m_Report.m_Records.back(); }
-
-    bool Open(Members allowed) {
-        *++m_pObject = {allowed, 0};
-        return true;
-    }
-    bool Keep(const std::string& text, const wchar_t*& kept) {
-        kept = m_Report.Keep(text);
-        return true;
     }
     bool TakeDouble(double value) {
         if (m_Member != VALUE) {
@@ -281,19 +293,29 @@ bool WritesRow(const std::string& action) {
 }
 
 bool Report::Parse(const std::string& line, const ETimeStamp& reading, std::string& reason) {
+    if (ParseRight(line, reading)) {
+        return true;
+    }
+    reason = FindReportFault(line);
+    reason = reason.empty() ? "found a number of more than 300 digits" : reason; // nothing else is right and not taken
+    return false;
+}
+
+bool Report::ParseRight(const std::string& line, const ETimeStamp& reading) {
     m_Action.clear();
     m_Log.clear();
     m_nIdentifier = -1;
     m_Records.clear();
     m_Texts.clear();
     m_Texts.reserve(line.size()); // a text's quotes leave room for its end
+    constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
+    m_Scratch = line.starts_with(BYTE_ORDER_MARK) ? line.substr(BYTE_ORDER_MARK.size()) : line;
     ReportReader reader(*this);
-    const bool taken = line.find('\0') == std::string::npos && // which the parser takes for the end
-                       nlohmann::json::sax_parse(line.data(), line.data() + line.size(), &reader,
-                                                 nlohmann::json::input_format_t::json, true, true) &&
-                       reader.Finish(reading);
-    reason = taken ? "" : FindReportFault(line);
-    return taken;
+    rapidjson::InsituStringStream stream(m_Scratch.data()); // puts the texts where their escapes stood
+    constexpr unsigned FLAGS =
+        rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseCommentsFlag;
+    return line.find('\0') == std::string::npos && // which the parser takes for the end
+           !rapidjson::Reader().Parse<FLAGS>(stream, reader).IsError() && reader.Finish(reading);
 }
 
 void Report::SetLog(const std::string& log) {
@@ -322,12 +344,15 @@ void Report::AddOwnRecord(const ETimeStamp& time, const std::string& text) {
     record.m_nIdentifier = m_nIdentifier;
 }
 
-const wchar_t* Report::Keep(const std::string& text) {
+const wchar_t* Report::Keep(std::string_view text) {
     const std::size_t begin = m_Texts.size();
-    if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
+    if (IsAscii(text)) {
         m_Texts.insert(m_Texts.end(), text.begin(), text.end());
     } else {
-        const EString wide = Widen(text);
+        const EString wide = Widen(std::string(text));
+        if (wide.IsEmpty()) {
+            return nullptr;
+        }
         m_Texts.insert(m_Texts.end(), &wide[0], &wide[wide.GetLength()]);
     }
     m_Texts.push_back(L'\0');

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <string>
+#include <string_view>
 #include <vector>
 
 // The actions that a log file can be asked for, by their numbers in saved requests.
@@ -39,8 +40,9 @@ private:
 
     void SetLog(const std::string& log);
     void AddOwnRecord(const ETimeStamp& time, const std::string& text); // for what nobody has given a record
-    const wchar_t* Keep(const std::string& text);
+    bool ParseRight(const std::string& line, const ETimeStamp& reading);
+    const wchar_t* Keep(std::string_view text); // null for what is not UTF-8
 
-    std::vector<wchar_t>
-        m_Texts; // what the records refer to: its room is made before, so that they stay where they are
+    std::string m_Scratch;
+    std::vector<wchar_t> m_Texts; // what the records refer to; its room is made before, for they must stay in place
 };

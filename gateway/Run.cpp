@@ -127,9 +127,8 @@ private:
 
     void FeedLine() {
         m_bLine = false;
-        Report report;
         std::string reason;
-        if (!report.Parse(m_Line, Moments::Now(), reason) || !Hand(report, reason)) {
+        if (!m_Report.Parse(m_Line, Moments::Now(), reason) || !Hand(m_Report, reason)) {
             Skip(reason);
         }
     }
@@ -262,6 +261,7 @@ private:
     int m_nSignals;
     std::int64_t m_nInputSize = 0; // 0: not known
     std::string m_Line;
+    Report m_Report;      // of the line; kept for its memory
     bool m_bLine = false; // m_Line waits to be fed
     bool m_bStopped = false;
     std::uint64_t m_nSkipped = 0;

@@ -44,7 +44,7 @@ void FillSnapShotCell(const EONEVENTSTRUCT& record, EString& cell) {
 void ParseRecordName(INameService* service, const EONEVENTSTRUCT& record) {
     if (service != nullptr) {
         int id = -1;
-        service->ParseNameText(record.m_pszName != nullptr ? record.m_pszName : L"", &id);
+        service->ParseNameText(OrEmpty(record.m_pszName), &id);
     }
 }
 

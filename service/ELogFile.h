@@ -125,35 +125,49 @@ public:
     EResult SaveLogInfo(EFileIO* file, ELogInfo* info);
     EResult RestoreLogInfo(EFileIO* file);
 
-    IErrorReporter* m_pErrorReporter = nullptr;        // interface 4106; interfaces are not owned
-    IUploadService* m_pUploadService = nullptr;        // 4149; null: the gateway has none
-    IEMailService* m_pEMailService = nullptr;          // 4117; null: the gateway has none
-    IKernelControl* m_pKernelControl = nullptr;        // 4138
-    IStringTable* m_pStringTable = nullptr;            // 4142
+    // The members stand in the order in which they are made; they are destroyed in the reverse one.
+    IErrorReporter* m_pErrorReporter = nullptr; // interface 4106; interfaces are not owned
+    IUploadService* m_pUploadService = nullptr; // 4149; null: the gateway has none
+    IEMailService* m_pEMailService = nullptr;   // 4117; null: the gateway has none
+
+private:
+    IKernelControl* m_pKernelControl = nullptr; // 4138
+    IStringTable* m_pStringTable = nullptr;     // 4142
+
+public:
     std::atomic<EFileSpec*> m_pKernelLogSpec{nullptr}; // the one named "KernelLog"; owned by m_FileSpecs
     EMapStringToPtr m_FileSpecs KV_THREAD_SAFETY(guarded_by(m_FileSpecMutex)){4}; // name to EFileSpec*, owned
     EMutex m_FileSpecMutex{MUTEX_NAME};
     EPersistentString m_TimeFormat;
     EPersistentString m_DateFormat;
     std::atomic<bool> m_bRunning{false}; // the worker is to go on
+
+private:
     EThread m_LogThread{4096, false};
     ESingleEvent m_WakeEvent;
+
+public:
     EMutex m_QueueMutex{MUTEX_NAME};
     // EONEVENTSTRUCT*, owned: reported before there was a kernel log, or during Restore.
     EPtrList m_EarlyEvents KV_THREAD_SAFETY(guarded_by(m_QueueMutex)){4};
     EPtrList m_LogQueue KV_THREAD_SAFETY(guarded_by(m_QueueMutex)){4}; // ELogInfo*, owned
+
+private:
     EStringArray m_SnapShotHeaders;
     EString m_SnapShotTitle; // the three titles and the event headings stay empty
     EStringArray m_AlarmHeaders;
     EString m_AlarmTitle;
     EStringArray m_EventHeaders;
     EString m_EventTitle;
+
+public:
     EPtrList m_Deliveries KV_THREAD_SAFETY(guarded_by(m_DeliveryMutex)){4}; // ELogFileDeliverySpec*, owned
     EMutex m_DeliveryMutex KV_THREAD_SAFETY(acquired_after(m_CompletionMutex)){MUTEX_NAME};
-    EMutex m_CompletionMutex{MUTEX_NAME}; // one completion at a time
-    EMutex m_NameMutex{MUTEX_NAME};       // guards m_CurrentFile and the kernel log's end against GetAgentLogFile
+    EMutex m_NameMutex{MUTEX_NAME}; // guards m_CurrentFile and the kernel log's end against GetAgentLogFile
 
 private:
+    EMutex m_CompletionMutex{MUTEX_NAME}; // one completion at a time
+
     // service/
     // For the destructor: no other thread is left, and no lock is needed.
     void DiscardRequests() KV_THREAD_SAFETY(no_thread_safety_analysis);

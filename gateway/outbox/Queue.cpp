@@ -198,10 +198,9 @@ void Queue::Send(const Entry& entry) {
     std::vector<std::string> command = target.m_Command;
     for (std::string& argument : command) {
         for (std::size_t i = 0; i < std::size(values); ++i) {
-            const std::string_view placeholder = PLACEHOLDERS[i];
-            for (std::size_t at = 0; (at = argument.find(placeholder, at)) != std::string::npos;
-                 at += values[i].size()) {
-                argument.replace(at, placeholder.size(), values[i]);
+            const std::string_view mark = PLACEHOLDERS[i];
+            for (std::size_t at = 0; (at = argument.find(mark, at)) != std::string::npos; at += values[i].size()) {
+                argument.replace(at, mark.size(), values[i]);
             }
         }
     }

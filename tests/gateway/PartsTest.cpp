@@ -39,6 +39,15 @@ std::string Print(const EONEVENTSTRUCT& record) {
     return text.str();
 }
 
+std::string Print(const Report& report) {
+    std::string text = std::to_string(static_cast<int>(report.m_Kind)) + ' ' + report.m_Log + ' ' +
+                       std::to_string(report.m_nIdentifier) + ' ' + report.m_Action;
+    for (const EONEVENTSTRUCT& record : report.m_Records) {
+        text += '\n' + Print(record);
+    }
+    return text;
+}
+
 } // namespace
 
 TEST_F(ClockTest, FindsTheNextTimeOfDayAcrossClockChanges) {
@@ -123,13 +132,21 @@ TEST(ReportTest, TakesEveryMember) {
     }
 }
 
-// What one refuses without a word the other has to explain, and nothing else. The order in which members stand does not
-// matter either.
-TEST(ReportTest, IsRefusedExactlyWhereAFaultIsFound) {
+// The reader of right lines and the one that finds faults have to agree on every line.
+TEST(ReportTest, IsRefusedExactlyForAFault) {
     std::vector<std::string> lines{
         R"({"snapshot": [{"identifier": 1}, {"value": {"time": 2, "value": 1}}], "log": "Trend@3"})",
         R"({"records": [{"state": {"acked": true}}], "action": "DoLogAlarmToFile", "log": "A"})",
-        R"({"log": "A", "alarm": {}, "action": "DoLogDelivery"})", R"({"event": {"value": {"value": {"value": 1}}}})"};
+        R"({"log": "A", "alarm": {}, "action": "DoLogDelivery"})",
+        R"({"event": {"value": {"value": {"value": 1}}}})",
+        "\xEF\xBB\xBF"
+        R"({"log": "\u00e4", "action": "DoLogDelivery"})",
+        R"({"event": {"text": "\ud83d\ude00", "name": "\ud83d", "source": "\ude00", "detail": "a\nb"}} // comment)",
+        "{\"log\": \"A\xFF\", \"alarm\": {\"text\": \"\xC3\", \"value\": \"\xED\xA0\x80\"}}",
+        R"({"event": {"value": 0e999, "time": -0}, /* \r */ "log": "\udead"})",
+        R"({"event": {"value": 9223372036854775808, "code": -2147483648, "time": 1e-400}})",
+        R"({"event": {"value": 5708990770823839524233143877797980545530986496.5, "state": 65536}})",
+        R"({"event": {"value": -9223372036854775808, "state": 01, "time": 1.7976931348623159e308}})"};
     for (const char* const file : {"lines.txt", "records.txt"}) {
         for (const auto& row : Table(file)) {
             lines.push_back(file[0] == 'l' ? row.at(0) : R"({"log": "Trend", "alarm": )" + row.at(0) + "}");
@@ -144,17 +161,20 @@ TEST(ReportTest, IsRefusedExactlyWhereAFaultIsFound) {
     };
     Report report;
     std::string reason;
+    int taken = 0;
     for (int i = 0; i < 20'000; ++i) { // the lines as they are, and pieces of them in others' places
         std::string line = lines[static_cast<std::size_t>(i) % lines.size()];
         for (std::size_t changes = i < 1000 ? 0 : 1 + below(3); changes > 0 && !line.empty(); --changes) {
-            const std::string& other = lines[below(lines.size())];
-            const auto [from, length] = piece(other);
+            const std::string& from = lines[below(lines.size())];
+            const auto [begin, length] = piece(from);
             const auto [to, replaced] = piece(line);
-            line.replace(to, below(2) * replaced, other, from, length);
+            line.replace(to, below(2) * replaced, from, begin, length);
         }
-        ASSERT_EQ(report.Parse(line, {100, 0}, reason), FindReportFault(line).empty()) << line;
+        const bool isRight = report.Parse(line, {100, 0}, reason);
+        ASSERT_EQ(isRight, FindReportFault(line).empty()) << line;
+        taken += isRight ? 1 : 0;
     }
+    EXPECT_GT(taken, 400);
     ASSERT_TRUE(report.Parse(lines[0], {100, 0}, reason));
-    EXPECT_EQ(Print(report.m_Records.at(0)), "100000 0; 192 0 0 1 0 0; ||||");
-    EXPECT_EQ(Print(report.m_Records.at(1)), "0 2000; 192 0 0 3 0 0; ||||1");
+    EXPECT_EQ(Print(report), "2 Trend@3 3 \n100000 0; 192 0 0 1 0 0; ||||\n0 2000; 192 0 0 3 0 0; ||||1");
 }

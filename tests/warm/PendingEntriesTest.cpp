@@ -4,6 +4,10 @@
 #include "tests/AllocationCount.h"
 #include "tests/ServiceFixture.h"
 
+#include <csignal>
+
+#include <sys/resource.h>
+
 using namespace std::string_literals;
 
 namespace {
@@ -122,6 +126,31 @@ TEST_F(PendingEntries, DamageEndsTheRestoreInBoundedMemory) {
         EXPECT_EQ(restore(whole.substr(0, at)), std::pair(RC_READ, left));
     }
     EXPECT_EQ(restore(whole), std::pair(RC_OK, 3));
+}
+
+TEST_F(PendingEntries, AFullDiskKeepsTheFirstRequests) {
+    constexpr rlim_t ROOM = 100'000; // more than is written at once, less than the queue takes
+    const auto text = [](int number) { return std::to_wstring(100 + number) + std::wstring(200, L'x'); };
+    const std::size_t size = SavedAlarm(text(0).c_str()).size();
+    Texts first;
+    for (int i = 0; i < ELogFile::QUEUE_LIMIT; ++i) {
+        Alarm(text(i).c_str());
+        if (4 + first.size() * size + size <= ROOM) {
+            first.push_back(std::to_string(100 + i) + std::string(200, 'x'));
+        }
+    }
+    std::signal(SIGXFSZ, SIG_IGN);
+    rlimit before{};
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit small{ROOM, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    EXPECT_EQ(m_pService->WarmRestart(SAVE, nullptr), RC_WRITE);
+    setrlimit(RLIMIT_FSIZE, &before);
+    const std::string saved = ReadWhole(FILE_NAME);
+    EXPECT_EQ(saved.size(), ROOM);
+    Clear();
+    EXPECT_EQ(RestoreFrom(saved), RC_READ);
+    EXPECT_EQ(Queued(), first);
 }
 
 TEST_F(PendingEntries, WhatIsWholeComesBackAndTheRestIsDropped) {

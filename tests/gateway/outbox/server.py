@@ -1,11 +1,10 @@
-#!/usr/bin/python3
 """server.py ADDRESS PASSWORD: a mail server that tests send to as the user kavro, encrypted (cert.pem, key.pem).
-
 Attachments go into data/; one with whose name there is a directory is refused."""
 
 import email.policy
 import ssl
 import sys
+from pathlib import Path
 
 from aiosmtpd.controller import Controller
 from aiosmtpd.smtp import AuthResult
@@ -16,8 +15,7 @@ class Handler:
         mail = email.message_from_bytes(envelope.original_content, policy=email.policy.default)
         try:
             for part in mail.iter_attachments():
-                with open("data/" + part.get_filename(), "wb") as file:
-                    file.write(part.get_payload(decode=True))
+                Path("data", part.get_filename()).write_bytes(part.get_payload(decode=True))
         except OSError as error:
             return f"550 {error}"
         return "250 OK"
