@@ -2,8 +2,6 @@
 #include "tests/ServiceFixture.h"
 
 #include <climits>
-#include <csignal>
-#include <sys/resource.h>
 
 namespace {
 
@@ -151,15 +149,12 @@ TEST_F(FilesTest, AFullDiskIsNotLitteredWithEmptyFilesAndLosesNoLink) {
     StartColumn({.m_File = "a-%S%s.csv"});
     std::filesystem::create_directory("elsewhere");
     std::filesystem::create_symlink("../elsewhere/b.csv", "logs/b.csv");
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit before{};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit none{0, before.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &none);
-    WriteRow("1");
-    Spec()->m_FileName = L"b.csv";
-    WriteRow("1");
-    setrlimit(RLIMIT_FSIZE, &before);
+    {
+        const FullDisk disk(0);
+        WriteRow("1");
+        Spec()->m_FileName = L"b.csv";
+        WriteRow("1");
+    }
     EXPECT_EQ(Found(), (Files{{"elsewhere/", ""}, {"elsewhere/b.csv", ""}, {"logs/b.csv", ""}}));
 }
 

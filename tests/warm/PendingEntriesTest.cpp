@@ -4,10 +4,6 @@
 #include "tests/AllocationCount.h"
 #include "tests/ServiceFixture.h"
 
-#include <csignal>
-
-#include <sys/resource.h>
-
 using namespace std::string_literals;
 
 namespace {
@@ -139,13 +135,10 @@ TEST_F(PendingEntries, AFullDiskKeepsTheFirstRequests) {
             first.push_back(std::to_string(100 + i) + std::string(200, 'x'));
         }
     }
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit before{};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit small{ROOM, before.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &small);
-    EXPECT_EQ(m_pService->WarmRestart(SAVE, nullptr), RC_WRITE);
-    setrlimit(RLIMIT_FSIZE, &before);
+    {
+        const FullDisk disk(ROOM);
+        EXPECT_EQ(m_pService->WarmRestart(SAVE, nullptr), RC_WRITE);
+    }
     const std::string saved = ReadWhole(FILE_NAME);
     EXPECT_EQ(saved.size(), ROOM);
     Clear();
