@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 
-// Counts what the current thread allocates from the construction on. This program's operators tell it.
+// Counts what the current thread allocates from the construction on, in a program without sanitizers.
 class AllocationCount {
 public:
     AllocationCount() { s_nCount = s_nLargest = 0; }

@@ -2,25 +2,37 @@
 
 #include "tests/TempDir.h"
 
-#include <algorithm>
-#include <chrono>
 #include <map>
 #include <numeric>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
 
-// Whether the condition comes true within a time that no healthy service needs.
-template <class Condition>
-bool Soon(Condition condition) {
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() > end) {
-            return false;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+// What log files hold, as tests expect it; and reports whose order across threads can be told from the rows.
+
+inline const std::string ALARM_COLUMNS = "H956,H957,H958,H959,H960,H961,H962,H963,H964,H965\n";
+
+// The begin of an HTML file with these headings, a row of it, and its end. Cells are separated by commas.
+inline std::string PageRow(const std::string& cells, const std::string& tag = "TD") {
+    const std::regex cell("([^,\n]*)[,\n]");
+    return "<TR>\n" + std::regex_replace(cells, cell, '<' + tag + ">$1</" + tag + ">\n") + "</TR>\n";
+}
+inline std::string PageBegin(const std::string& columns) {
+    return "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0 Transitional//EN\">\n<HTML><HEAD><TITLE></TITLE>\n"
+           "<META http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">\n</HEAD>\n<BODY>\n"
+           "<TABLE cellspacing=\"0\" cellpadding=\"4\" border=\"1\">\n<THEAD>\n" +
+           PageRow(columns, "TH") + "</THEAD>\n<TBODY>\n";
+}
+inline const std::string PAGE_END = "</TBODY>\n</TABLE>\n<P>\n</BODY>\n</HTML>\n";
+
+// UTF-16LE, of ASCII text.
+inline std::string Utf16(const std::string& text) {
+    std::string bytes;
+    for (const char character : text) {
+        bytes += {character, '\0'};
     }
-    return true;
+    return bytes;
 }
 
 // Runs `work(thread)` on so many threads, and returns when all have ended.
@@ -32,7 +44,7 @@ void OnThreads(int count, Work work) {
     }
 }
 
-// The reports that were found, or are expected, by the thread that made them.
+// The numbers of the reports that were found, or are expected, by the thread that made them.
 using Marks = std::map<int, std::vector<int>>;
 
 // 0, 1, ... as far as `end`, without it.
@@ -65,13 +77,4 @@ inline Marks MarksIn(const std::string& path) {
         marks[bytes[at - 1] - '0'].push_back(std::atoi(bytes.c_str() + at + 1));
     }
     return marks;
-}
-
-// UTF-16LE, of ASCII text.
-inline std::string Utf16(const std::string& text) {
-    std::string bytes;
-    for (const char character : text) {
-        bytes += {character, '\0'};
-    }
-    return bytes;
 }

@@ -83,7 +83,7 @@ protected:
     // Lets the worker write what waits, and stops it.
     void WriteAll() {
         m_pService->Start();
-        EXPECT_TRUE(Soon([&] { return Queued().empty(); }));
+        EXPECT_TRUE(Eventually([&] { return Queued().empty(); }));
         m_pService->PrepareToStop();
     }
 

@@ -5,9 +5,42 @@
 #include "tests/TempDir.h"
 
 #include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include <sys/resource.h>
+
+// Whether the condition comes true within a time that no healthy program needs.
+template <class Condition>
+bool Eventually(Condition condition) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return true;
+}
+
+// A disk on which no file can grow past so many bytes, as long as it lives.
+class FullDisk {
+public:
+    explicit FullDisk(rlim_t room) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        getrlimit(RLIMIT_FSIZE, &m_Before);
+        const rlimit full{room, m_Before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &full);
+    }
+    ~FullDisk() { setrlimit(RLIMIT_FSIZE, &m_Before); }
+
+private:
+    rlimit m_Before{};
+};
 
 // A test's working directory, which is also its configuration directory, and what is found in it.
 class Workplace {

@@ -4,18 +4,20 @@
 #include "base/EPersistentString.h"
 #include "base/IPersistent.h"
 #include "tests/TempDir.h"
-#include "tests/kernel/TestKernel.h"
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
-#include <utility>
+#include <algorithm>
+#include <map>
+#include <vector>
 
 #include <unistd.h>
 
 namespace {
 
-// A stored object: a name and a number.
+using Texts = std::vector<std::string>;
+
+// An element of a list: a name and a number, of which 13 is refused.
 struct Item : IPersistent {
     virtual ~Item() = default;
     EResult Save(unsigned long) override { return RC_OK; }
@@ -36,34 +38,23 @@ struct Item : IPersistent {
         delete this;
         return RC_OK;
     }
-    // Destroys them. Gives the names and numbers of all: "a1 b2 ".
-    static std::string TakeAll(EPersistentPointerList& list) {
-        std::string text;
-        while (!list.IsEmpty()) {
-            auto* item = static_cast<Item*>(static_cast<IPersistent*>(list.RemoveHead()));
-            text += Narrow(item->m_Name) + std::to_string(item->m_nNumber) + ' ';
-            item->DestroyObject();
-        }
-        return text;
-    }
 
     EPersistentString m_Name;
     EPersistentInt m_nNumber;
 };
 
-const std::map<EResult, std::string> RESULTS{
-    {RC_OK, ""},         {RC_ITEM_MISSING, "missing"}, {RC_ITEM_TYPE, "type"},       {RC_ITEM_RANGE, "range"},
-    {RC_NOT_MADE, "no"}, {RC_TYPE_UNKNOWN, "unknown"}, {RC_NO_SECTION, "no section"}};
+std::vector<std::string> g_Messages;
 
-EString g_Messages;
-
-// The texts of a section and of messages are written with ` for ".
+// A section in a file, whose items are read one by one. Sections and messages are written with ` for ".
 class Section : public testing::Test {
 protected:
     Section() {
-        g_Messages.Empty();
+        g_Messages.clear();
         EPersistent::SetDirectory(Wide(m_Dir.Path()));
-        EPersistent::SetErrorHook([](const wchar_t* message) { g_Messages += message; });
+        EPersistent::SetErrorHook([](const wchar_t* message) {
+            g_Messages.push_back(Narrow(message));
+            std::ranges::replace(g_Messages.back(), '"', '`');
+        });
         EPersistent::AddFactory(new Item);
     }
     ~Section() override {
@@ -72,36 +63,52 @@ protected:
     }
     EResult Open(std::string text) {
         EPersistent::CloseSection(m_nHandle);
-        std::replace(text.begin(), text.end(), '`', '"');
+        std::ranges::replace(text, '`', '"');
         WriteWhole(m_Dir.Path("s.json"), text);
         return EPersistent::RestoreSection(L"s", m_nHandle, true);
     }
-    // Reads 'i'ntegers, 't'exts, 'l'ists. Gives the values, which were others before, and failures: "[3][before]type".
-    std::string Read(const std::string& kinds) {
-        std::string read;
-        for (const char kind : kinds) {
-            EPersistentInt number(-77);
-            EPersistentString text(L"before");
-            EPersistentPointerList list(10);
-            const EResult result = kind == 'i'   ? number.Restore(m_nHandle)
-                                   : kind == 't' ? text.Restore(m_nHandle)
-                                                 : list.Restore(m_nHandle);
-            read += '[' + (kind == 'i' ? std::to_string(number) : kind == 't' ? Narrow(text) : Item::TakeAll(list));
-            read += ']' + RESULTS.at(result);
+
+    // The next item's value, or why there is none. The variable keeps its value then.
+    std::string Int() {
+        EPersistentInt number(-77);
+        const EResult result = number.Restore(m_nHandle);
+        EXPECT_TRUE(result == RC_OK || number == -77);
+        return result == RC_OK ? std::to_string(number) : Reason(result);
+    }
+    std::string Text() {
+        EPersistentString text(L"before");
+        const EResult result = text.Restore(m_nHandle);
+        EXPECT_TRUE(result == RC_OK || text == L"before");
+        return result == RC_OK ? Narrow(text) : Reason(result);
+    }
+    // "a1 b2 " and the failure of the last element that was left out.
+    std::string List() {
+        EPersistentPointerList list(10);
+        const EResult result = list.Restore(m_nHandle);
+        std::string items;
+        while (!list.IsEmpty()) {
+            auto* item = static_cast<Item*>(static_cast<IPersistent*>(list.RemoveHead()));
+            items += Narrow(item->m_Name) + std::to_string(item->m_nNumber) + ' ';
+            item->DestroyObject();
         }
-        return read;
+        return result == RC_OK ? items : items + Reason(result);
     }
-    // The messages since the last call, with '>' in place of the file's path.
-    std::string Messages() {
-        g_Messages.Replace(Wide(m_Dir.Path("s.json:")), L">");
-        g_Messages.Replace(L"\"", L"`");
-        return Narrow(std::exchange(g_Messages, {}));
+    static std::string Reason(EResult result) {
+        static const std::map<EResult, std::string> reasons{
+            {RC_ITEM_MISSING, "missing"}, {RC_ITEM_TYPE, "type"},       {RC_ITEM_RANGE, "range"},
+            {RC_NOT_MADE, "refused"},     {RC_TYPE_UNKNOWN, "unknown"}, {RC_NO_SECTION, "no section"}};
+        return reasons.at(result);
     }
-    void ExpectItems(const std::string& text, const char* kinds, const std::string& read, const std::string& messages) {
-        SCOPED_TRACE(text);
-        EXPECT_EQ(Open(text), RC_OK);
-        EXPECT_EQ(Read(kinds), read);
-        EXPECT_EQ(Messages(), messages);
+
+    // Each of the messages since the last call names the file and this place in it, and has these words.
+    void ExpectMessages(const std::vector<std::pair<std::string, std::string>>& expected) {
+        ASSERT_EQ(g_Messages.size(), expected.size());
+        for (std::size_t i = 0; i < expected.size(); ++i) {
+            const auto& [place, words] = expected[i];
+            EXPECT_TRUE(g_Messages[i].starts_with(m_Dir.Path("s.json:" + place + ": "))) << g_Messages[i];
+            EXPECT_TRUE(g_Messages[i].find(words) != std::string::npos) << g_Messages[i];
+        }
+        g_Messages.clear();
     }
 
     TempDir m_Dir;
@@ -109,113 +116,97 @@ protected:
 };
 
 TEST_F(Section, ItemsAreReadByPositionWhateverTheirNames) {
-    ExpectItems("\uFEFF{ `b`: 3, // twice the same name\n `b`: -2147483648, /* between */ `a`: 2147483647,\n"
-                "``: `M\\u00e4rz \\ud83d\\ude00 \u20ac\\n`, `x`: -0, `t`: ``, `extra`: [[{}]] }",
-                "iiitit", "[3][-2147483648][2147483647][M\u00e4rz \U0001F600 \u20ac\n][0][]", "");
-    ExpectItems("{`v`: 2, `list`: [{`type`: `Item`, `name`: `a`, `n`: 1, `unread`: 5, `more`: [1]},"
-                "{`type`: `Item`, `is`: `b`, `has`: 2}], `after`: 6, `empty`: [], `z`: ``}",
-                "ililt", "[2][a1 b2 ][6][][]", "");
-    // A list waits for its reader, and a scalar for its own.
-    ExpectItems("{`list`: [{`type`: `Item`, `name`: `a`, `n`: 1}], `n`: 9}", "itllii",
-                "[-77]type[before]type[a1 ][]type[9][-77]missing",
-                ">1:10: `list`: found a list, expected an integer>1:10: `list`: found a list, expected a text"
-                ">1:56: `n`: found 9, expected a list>1:57: found the end of the object, expected an integer");
-    ExpectItems("{\r\n `a\\``: 0/**/,`b` // :\n :`\u00e4\\\\`,\t`c`: // null\rtrue/*/ `*/}", "tii",
-                "[before]type[-77]type[-77]type",
-                ">2:9: `a``: found 0, expected a text>3:3: `b`: found a text, expected an integer"
-                ">3:23: `c`: found true, expected an integer");
+    ASSERT_EQ(Open("\uFEFF{ `b`: 3, // twice the same name\n `b`: -2147483648, /* between */ `a`: 2147483647,\n"
+                   "``: `M\\u00e4rz \\ud83d\\ude00 \u20ac\\n`, `t`: ``,"
+                   "`list`: [{`type`: `Item`, `name`: `a`, `n`: 1, `unread`: 5, `more`: [1]},"
+                   "{`type`: `Item`, `is`: `b`, `has`: 2}], `after`: 6, `empty`: [], `extra`: [[{}]] }"),
+              RC_OK);
+    EXPECT_EQ((Texts{Int(), Int(), Int()}), (Texts{"3", "-2147483648", "2147483647"}));
+    EXPECT_EQ((Texts{Text(), Text()}), (Texts{"M\u00e4rz \U0001F600 \u20ac\n", ""}));
+    EXPECT_EQ((Texts{List(), Int(), List()}), (Texts{"a1 b2 ", "6", ""}));
+    ExpectMessages({});
 }
 
-TEST_F(Section, ScalarsOfTheWrongTypeOrRangeAreSkipped) {
-    const std::string begin = ">1:7: `n`: found ", integer = ", expected an integer";
-    for (const std::string item : {"2147483648", "-2147483649", "-99999999999999999999", "1.0", "1e2", "null"}) {
+TEST_F(Section, WhatIsOfTheWrongTypeOrRangeIsSkippedButForListsWhichWaitForTheirReader) {
+    for (const std::string item : {"2147483648", "-99999999999999999999", "1.0", "1e2", "null", "`7`"}) {
         const bool range = item.size() > 9;
-        ExpectItems("{`n`: " + item + ", `e`: 7}", "ii", range ? "[-77]range[7]" : "[-77]type[7]",
-                    begin + item + integer + (range ? " from -2147483648 to 2147483647" : ""));
+        Open("{`n`: " + item + ", `e`: 7}");
+        EXPECT_EQ((Texts{Int(), Int()}), (Texts{range ? "range" : "type", "7"})) << item;
+        ExpectMessages({{"1:7", range ? "expected an integer from -2147483648 to 2147483647" : "an integer"}});
     }
-    ExpectItems("{`n`: {`a`: 1}, `e`: 7}", "ti", "[before]type[7]", begin + "an object, expected a text");
-    ExpectItems("{`n`: `a\\u0000b`, `e`: 7}", "ti", "[before]range[7]",
-                begin + "a text, expected one without null characters (\\u0000)");
+    Open("{`list`: [{`type`: `Item`, `name`: `a`, `n`: 1}],\r\n `n`: 9, `o`: {`a`: 1}, `e`: `a\\u0000b`, /* `*/ `f`: "
+         "5}");
+    EXPECT_EQ((Texts{Int(), Text(), List(), List(), Int(), Text(), Text(), Int(), Int()}),
+              (Texts{"type", "type", "a1 ", "type", "9", "type", "range", "5", "missing"}));
+    ExpectMessages({{"1:10", "`list`: found a list, expected an integer"},
+                    {"1:10", "expected a text"},
+                    {"2:7", "`n`: found 9, expected a list"},
+                    {"2:15", "an object"},
+                    {"2:30", "null characters"},
+                    {"2:55", "found the end of the object"}});
 }
 
 TEST_F(Section, BrokenElementsAreLeftOutAndTheOthersKept) {
-    const std::tuple<std::string, std::string, std::string> cases[] = {
-        {"7", "type", "1: found 7, expected an object that begins with `type`"},
-        {"{}", "type", "2: found the end of the object, expected `type`"},
-        {"{`type`: 1}", "type", "10: `type`: found 1, expected a text"},
-        {"{`type`: `item`}", "unknown", "10: `type`: found `item`, expected a known type"},
-        {"{`type`: `Item\\u0000`}", "unknown", "10: `type`: found `Item?`, expected a known type"},
-        {"{`type`: `Item`, `a`: `x`, `n`: 13}", "no", "1: found a refused `Item` (0xC0000004), expected a valid one"},
-        {"{`type`: `Item`, `a`: false, `n`: 1}", "type", "23: `a`: found false, expected a text"}};
-    for (const auto& [element, result, message] : cases) {
-        ExpectItems("{`list`: [{`type`: `Item`, `name`: `a`, `n`: 1},\n" + element +
-                        ",{`type`: `Item`, `name`: `z`, `n`: 2}], `next`: 3}",
-                    "li", "[a1 z2 ]" + result + "[3]", ">2:" + message);
+    const struct {
+        std::string m_Element, m_Reason, m_Place, m_Words;
+    } cases[] = {{"7", "type", "2:1", "found 7, expected an object"},
+                 {"{}", "type", "2:2", "found the end of the object"},
+                 {"{`type`: 1}", "type", "2:10", "`type`: found 1"},
+                 {"{`type`: `item`}", "unknown", "2:10", "found `item`"},
+                 {"{`type`: `Item\\u0000`}", "unknown", "2:10", "found `Item?`"},
+                 {"{`type`: `Item`, `a`: `x`, `n`: 13}", "refused", "2:1", "0xC0000004"},
+                 {"{`type`: `Item`, `a`: false, `n`: 1}", "type", "2:23", "`a`: found false"}};
+    for (const auto& [element, reason, place, words] : cases) {
+        SCOPED_TRACE(element);
+        Open("{`list`: [{`type`: `Item`, `name`: `a`, `n`: 1},\n" + element +
+             ",{`type`: `Item`, `name`: `z`, `n`: 2}], `next`: 3}");
+        EXPECT_EQ((Texts{List(), Int()}), (Texts{"a1 z2 " + reason, "3"}));
+        ExpectMessages({{place, words}});
     }
 }
 
 TEST_F(Section, MalformedFilesAreRefusedWithThePlaceAndTheReason) {
     const std::string brackets(100000, '[');
-    const std::string password = "{`p`: `secret";
-    struct Case {
-        std::string m_Text, m_Place, m_Word;
-    };
-    const Case cases[] = {{" \n\t// only this\n", "3:1", "end of input"},
-                          {"{`a`: `\u00e4x\xFFy`}", "1:10", "UTF-8"},
-                          {"[]", "1:1", "expected an object"},
-                          {"{`a`:" + brackets, "1:69", "more than 64 levels"},
-                          {"{`a", "1:4", "missing closing quote"},
-                          {password + "\ny`}", "1:14", "U+000A"},
-                          {password + "\\u12g4`}", "1:18", "hex digits"},
-                          {password + "\\udE00`}", "1:19", "surrogate"},
-                          {"{`a`: [1 2]}", "1:10", "expected ']'"},
-                          {"{`a`: [", "1:8", "end of input"},
-                          {"{``:[1,,/* no end", "1:8", "unexpected ','"},
-                          {"{``:01}", "1:6", "expected '}'"},
-                          {"{``: 1\n // lost: a comma\n `name`: 2}", "3:2", "unexpected string literal"},
-                          {"{`a`1", "1:5", "expected ':'"},
-                          {"{`a`: 1e" + std::string(1000, '9') + '}', "1:7", "number overflow"},
-                          {"{}\n{}", "2:1", "expected end of input"},
-                          {{"{} \0 x", 6}, "1:4", "null character"},
-                          {"{ /* no end *", "1:14", "missing closing '*/'"}};
-    for (const auto& [text, place, word] : cases) {
+    const struct {
+        std::string m_Text, m_Place, m_Words;
+    } cases[] = {{" \n\t// only this\n", "3:1", "end of input"},
+                 {"{`a`: `\u00e4x\xFFy`}", "1:10", "UTF-8"},
+                 {"[]", "1:1", "expected an object"},
+                 {"{`a`:" + brackets, "1:69", "more than 64 levels"},
+                 {"{`p`: `secret\ny`}", "1:14", "U+000A"},
+                 {"{`p`: `secret\\udE00`}", "1:19", "surrogate"},
+                 {"{``: 1\n // lost: a comma\n `name`: 2}", "3:2", "unexpected string"},
+                 {"{`a`: 1e" + std::string(1000, '9') + '}', "1:7", "overflow"},
+                 {"{}\n{}", "2:1", "end of input"},
+                 {{"{} \0 x", 6}, "1:4", "null character"},
+                 {"{ /* no end *", "1:14", "'*/'"}};
+    for (const auto& [text, place, words] : cases) {
         SCOPED_TRACE(text.substr(0, 80));
         EXPECT_EQ(Open(text), RC_SECTION_MALFORMED);
         EXPECT_EQ(m_nHandle, 0U);
-        const std::string message = Messages();
-        EXPECT_TRUE(message.starts_with('>' + place + ": ")) << message;
-        EXPECT_TRUE(message.find(word) != std::string::npos) << message;
-        EXPECT_TRUE(message.find("secret") == std::string::npos) << message;
-        EXPECT_LT(message.size(), 200U);
+        ASSERT_EQ(g_Messages.size(), 1U);
+        EXPECT_TRUE(g_Messages[0].find("secret") == std::string::npos && g_Messages[0].size() < 200) << g_Messages[0];
+        ExpectMessages({{place, words}});
     }
     EXPECT_EQ(Open("{`a`:" + brackets.substr(0, 63) + std::string(63, ']') + "}"), RC_OK);
     EXPECT_EQ(Open(std::string((4 << 20) - 2, ' ') + "{}"), RC_OK);
     EXPECT_EQ(Open(std::string((4 << 20) - 1, ' ') + "{}"), RC_SECTION_MALFORMED);
 }
 
-TEST_F(Section, NamesStandForFilesOfTheDirectory) {
-    WriteWhole(m_Dir.Path("there.cfg"), "{\"a\": 2}");
-    std::filesystem::create_directory(m_Dir.Path("dir.json"));
-    EPersistent::SetDirectory(Wide(m_Dir.Path("")));
-    for (const auto& [name, path, result] : {std::tuple{L"missing", "missing.json", RC_SECTION_NOT_FOUND},
-                                             {L"there.cfg", "there.cfg", RC_OK},
-                                             {L"dir", "dir.json", RC_SECTION_UNREADABLE}}) {
-        EString file;
-        unsigned long exists = 7;
-        EXPECT_EQ(EPersistent::GetSectionFilename(name, file, exists), RC_OK);
-        EXPECT_EQ(Narrow(file) + std::to_string(exists), m_Dir.Path(path) + (result == RC_OK ? '1' : '0'));
-        EXPECT_EQ(EPersistent::RestoreSection(name, m_nHandle, true), result) << path;
-        EPersistent::CloseSection(m_nHandle);
-    }
-    EXPECT_EQ(Read("itl"), "[-77]no section[before]no section[]no section");
-    EXPECT_EQ(Messages(), m_Dir.Path("dir.json: cannot be read: Not a regular file"));
-}
-
 // Only what is not there may be left out.
 TEST_F(Section, WhatIsThereAndCannotBeReadIsNotMissing) {
+    const auto open = [this](const std::string& name) {
+        return EPersistent::RestoreSection(Wide(name), m_nHandle, true);
+    };
+    WriteWhole(m_Dir.Path("there.cfg"), "{}");
+    EXPECT_EQ(open("there.cfg"), RC_OK) << "a name with a dot is the file's own";
+    EPersistent::CloseSection(m_nHandle);
+    EXPECT_EQ(open("missing"), RC_SECTION_NOT_FOUND);
+    EXPECT_EQ(open("there.cfg/s.json"), RC_SECTION_NOT_FOUND);
+    EXPECT_EQ((Texts{Int(), Text(), List()}), Texts(3, "no section"));
+    ExpectMessages({});
+    std::filesystem::create_directory(m_Dir.Path("directory.json"));
     std::filesystem::create_symlink("nowhere", m_Dir.Path("dangling.json"));
-    std::filesystem::create_symlink("loop.json", m_Dir.Path("loop.json"));
-    WriteWhole(m_Dir.Path("file"), "");
     WriteWhole(m_Dir.Path("closed.json"), "{}");
     std::filesystem::permissions(m_Dir.Path("closed.json"), std::filesystem::perms::none);
     std::filesystem::create_directory(m_Dir.Path("closed"));
@@ -225,15 +216,16 @@ TEST_F(Section, WhatIsThereAndCannotBeReadIsNotMissing) {
     if (user == 0) {
         ASSERT_EQ(seteuid(65534), 0); // root may read everything
     }
-    for (const auto& [name, reason] : {std::pair{L"dangling.json", "No such file or directory"},
-                                       {L"loop.json", "Too many levels of symbolic links"},
-                                       {L"closed.json", "Permission denied"},
-                                       {L"closed/s.json", "Permission denied"}}) {
-        EXPECT_EQ(EPersistent::RestoreSection(name, m_nHandle, true), RC_SECTION_UNREADABLE) << reason;
-        EXPECT_EQ(Messages(), m_Dir.Path(Narrow(name)) + ": cannot be read: " + reason);
+    Texts expected;
+    for (const auto& [name, reason] : {std::pair{"directory", "Not a regular file"},
+                                       {"dangling", "No such file or directory"},
+                                       {"closed", "Permission denied"},
+                                       {"closed/s.json", "Permission denied"}}) {
+        EXPECT_EQ(open(name), RC_SECTION_UNREADABLE) << name;
+        const std::string file = std::string(name).ends_with("json") ? name : name + std::string(".json");
+        expected.push_back(m_Dir.Path(file) + ": cannot be read: " + reason);
     }
-    EXPECT_EQ(EPersistent::RestoreSection(L"file/s.json", m_nHandle, true), RC_SECTION_NOT_FOUND);
-    EXPECT_EQ(Messages(), "");
+    EXPECT_EQ(g_Messages, expected);
     EXPECT_EQ(seteuid(user), 0);
 }
 

@@ -1,15 +1,11 @@
-#include "base/ENotifyTrigger.h"
 #include "base/ESingleEvent.h"
-#include "base/EString.h"
 #include "base/EThread.h"
-#include "base/ITriggerListener.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <csignal>
 #include <functional>
-#include <string>
 #include <thread>
 
 namespace {
@@ -70,39 +66,6 @@ TEST(SingleEvent, HandsOverWithoutLosingAWakeUp) {
     }
     taker.join();
     EXPECT_EQ(taken, ROUNDS);
-}
-
-struct Listener final : ITriggerListener {
-    EResult OnTrigger(unsigned long context, unsigned long value, void* data) override {
-        m_Heard += std::to_string(context) + *static_cast<std::string*>(data) + std::to_string(value) + ' ';
-        return m_Trigger.Unsubscribe(m_pUnwanted);
-    }
-    std::string m_Heard;
-    ENotifyTrigger m_Trigger;
-    void* m_pUnwanted = nullptr;
-};
-
-TEST(NotifyTrigger, InformsThoseWhoAreStillSubscribed) {
-    Listener listener;
-    ENotifyTrigger& trigger = listener.m_Trigger;
-    EString name(L"Up");
-    void* handles[3] = {};
-    for (std::size_t i = 0; i < 3; ++i) {
-        EXPECT_EQ(trigger.Subscribe(&listener, name, name, i, &handles[i]), RC_OK);
-    }
-    std::string data = "d";
-    listener.m_pUnwanted = handles[1]; // leaves while it is informed
-    EXPECT_EQ(trigger.Unsubscribe(handles[0]), RC_OK);
-    EXPECT_EQ(trigger.Unsubscribe(handles[0]), RC_NOT_FOUND);
-    EXPECT_EQ(trigger.InformListeners(name, name, 5, &data), RC_OK);
-    EXPECT_EQ(trigger.InformListeners(name, name, 6, &data), RC_OK);
-    EXPECT_EQ(trigger.SubscribersFor(name, name), 1U);
-    EListener* found = nullptr;
-    EXPECT_EQ(trigger.FindListener(handles[2], found), RC_OK);
-    EXPECT_EQ(found->m_nContext, 2U);
-    EXPECT_EQ(trigger.Unsubscribe(&listener, name, name), RC_OK);
-    EXPECT_EQ(trigger.FindListener(handles[2], found), RC_NOT_FOUND);
-    EXPECT_EQ(listener.m_Heard, "1d5 2d5 2d6 ");
 }
 
 } // namespace

@@ -23,27 +23,31 @@ TEST_F(SettingsTest, ReadsEveryVersionOfTheSection) {
     EXPECT_EQ(Restore(3), RC_SECTION_NOT_FOUND); // only without names the service does without a section
     EXPECT_EQ(Registered(), Texts{});
     const std::string begin = R"("list": [{"type": "EFileSpec", "name": "A", "path": "logs", "file": "a.txt", )";
-    for (const auto& [head, items, result, expected] :
-         {std::tuple{"\"version\": 1, ", R"("s": 5000, "c": 3, "x": 7, "y": 8, "z": 9, "u": 0)", RC_OK,
-                     "MM-DD-YYYY HH:mm:SS.sss 5000 3 1 0 1 0 "},
-          {"\"version\": 2, ", R"("s": -1, "c": 0, "x": 2, "u": 1, "d": 1, "k": 5, "m": "M")", RC_OK,
-           "MM-DD-YYYY HH:mm:SS.sss -1 0 2 1 1 5 M"},
-          {"\"version\": 3, \"date\": \"YY\", \"time\": \"\", ",
-           R"("s": 1, "c": 2, "x": 0, "u": 3, "d": 1, "k": 0, "m": "")", RC_OK, "YY  1 2 0 3 1 0 "},
-          {"", R"("s": 1, "c": 2, "x": 0, "y": 0, "z": 0, "u": 1)", RC_ITEM_TYPE,
-           "MM-DD-YYYY HH:mm:SS.sss 1 2 1 1 1 0 "}}) { // the oldest then
-        SCOPED_TRACE(head);
+    const struct {
+        const char* m_pszHead;
+        const char* m_pszItems;
+        EResult m_Result;
+        const char* m_pszSettings; // formats, size, files, format, encoding, delivery, kept, definition
+    } cases[] = {{R"("version": 1, )", R"("s": 5000, "c": 3, "x": 7, "y": 8, "z": 9, "u": 0)", RC_OK,
+                  "MM-DD-YYYY HH:mm:SS.sss 5000 3 1 0 1 0 "},
+                 {R"("version": 2, )", R"("s": -1, "c": 0, "x": 2, "u": 1, "d": 1, "k": 5, "m": "M")", RC_OK,
+                  "MM-DD-YYYY HH:mm:SS.sss -1 0 2 1 1 5 M"},
+                 {R"("version": 3, "date": "YY", "time": "", )",
+                  R"("s": 1, "c": 2, "x": 0, "u": 3, "d": 1, "k": 0, "m": "")", RC_OK, "YY  1 2 0 3 1 0 "},
+                 {"", R"("s": 1, "c": 2, "x": 0, "y": 0, "z": 0, "u": 1)", RC_ITEM_TYPE, // the oldest then
+                  "MM-DD-YYYY HH:mm:SS.sss 1 2 1 1 1 0 "}};
+    for (const auto& [head, items, result, expected] : cases) {
         StartAnew({});
         WriteWhole("kvLogFile.json", '{' + (head + begin) + items + "}]}");
         EXPECT_EQ(Restore(), result);
         ASSERT_EQ(Registered(), Texts{"A=a.txt"});
         const EFileSpec& spec = *Spec(L"A");
-        EString settings;
-        settings.Format(L"%s %s %d %d %d %d %d %d %s", static_cast<const wchar_t*>(m_pService->m_DateFormat),
-                        static_cast<const wchar_t*>(m_pService->m_TimeFormat), +spec.m_MaxFileSize, +spec.m_NumFiles,
-                        +spec.m_FileFormat, +spec.m_Unicode, +spec.m_DeliveryMode, +spec.m_KeepCopy,
-                        static_cast<const wchar_t*>(spec.m_MailName));
-        EXPECT_EQ(Narrow(settings), expected);
+        std::ostringstream settings;
+        settings << Narrow(m_pService->m_DateFormat) << ' ' << Narrow(m_pService->m_TimeFormat) << ' '
+                 << spec.m_MaxFileSize << ' ' << spec.m_NumFiles << ' ' << spec.m_FileFormat << ' ' << spec.m_Unicode
+                 << ' ' << spec.m_DeliveryMode << ' ' << spec.m_KeepCopy << ' ' << Narrow(spec.m_MailName);
+        EXPECT_EQ(settings.str(), expected);
+        EXPECT_TRUE(spec.m_FileTime.IsSet()) << "a name with a time is never without one";
     }
 }
 
@@ -69,25 +73,29 @@ TEST_F(SettingsTest, RegistersTheFirstOfEachNameThatCanBeDelivered) {
 }
 
 TEST_F(SettingsTest, AlwaysHasOneKernelLogAndPointsToIt) {
-    const std::map<char, std::string> specs{
-        {'g', SpecItems{.m_Name = "KernelLog", .m_Path = "", .m_File = "good.log"}},
-        {'n', SpecItems{.m_Name = "KernelLog", .m_Path = "", .m_File = "EKernel-EKernel.log"}}, // gets another name
-        {'s', SpecItems{.m_Name = "KernelLog", .m_File = "strange.log", .m_nFormat = 3}},
-        {'u', SpecItems{.m_Name = "KernelLog", .m_File = "upload.log", .m_nDelivery = 2}},
-        {'r', R"("name": "KernelLog", "logPath": "", "fileName": false)"}};
+    const auto kernelLog = [](const char* file, int format = 1, int delivery = 1) {
+        return SpecItems{
+            .m_Name = "KernelLog", .m_Path = "", .m_File = file, .m_nFormat = format, .m_nDelivery = delivery};
+    };
+    const std::string good = kernelLog("good.log");
+    const std::string renamed = kernelLog("EKernel-EKernel.log");
+    const std::string ofNoFormat = kernelLog("strange.log", 3);
+    const std::string notDelivered = kernelLog("upload.log", 1, 2); // there is no upload service
+    const std::string unreadable = R"("name": "KernelLog", "logPath": "", "fileName": false)";
     m_Kernel.m_Missing = {IID_UPLOAD_SERVICE};
-    // The first that could be read is the kernel log, even if it has to go.
-    for (const std::string each :
-         {"->Kavro.log", "gn->good.log", "s->Kavro.log", "sg->good.log", "gs->good.log", "r->Kavro.log",
-          "rgr->good.log", "rsng->Kavro-Kavro.log", "gu->good.log", "ug->Kavro.log"}) {
-        const std::size_t arrow = each.find("->");
-        const std::string file = each.substr(arrow + 2);
-        Texts section;
-        for (const char letter : each.substr(0, arrow)) {
-            section.push_back(specs.at(letter));
-        }
+    // The first that could be read is the kernel log, even if it has to go. Without one the service makes its own.
+    const std::pair<Texts, std::string> cases[] = {{{}, "Kavro.log"},
+                                                   {{good, renamed}, "good.log"},
+                                                   {{ofNoFormat}, "Kavro.log"},
+                                                   {{ofNoFormat, good}, "good.log"},
+                                                   {{good, ofNoFormat}, "good.log"},
+                                                   {{unreadable}, "Kavro.log"},
+                                                   {{unreadable, renamed, good}, "Kavro-Kavro.log"},
+                                                   {{good, notDelivered}, "good.log"},
+                                                   {{notDelivered, good}, "Kavro.log"}};
+    for (const auto& [section, file] : cases) {
         for (const int index : {-1, 4}) { // without names, and with names that are qualified
-            SCOPED_TRACE(each);
+            SCOPED_TRACE(testing::PrintToString(section));
             End();
             Make();
             Event(L"early");
@@ -106,6 +114,7 @@ TEST_F(SettingsTest, AlwaysHasOneKernelLogAndPointsToIt) {
             const std::string rows = EventRow("queued") + EventRow("early") + EventRow("late");
             EXPECT_EQ(ReadWhole(file), made ? "\xFF\xFE" + Utf16(rows) : rows);
             EXPECT_EQ(Spec(L"KernelLog")->m_MaxFileSize, made ? 512000 : 102400);
+            EXPECT_STREQ(Spec(L"KernelLog")->m_Name, L"KernelLog");
             std::filesystem::remove(file);
         }
     }
@@ -147,13 +156,17 @@ TEST_F(SettingsTest, MakesDirectoriesUnlessANameServiceDoes) {
     m_pService->PrepareToStart();
     WriteWhole("taken", "");
     EFileSpec spec;
-    for (const std::string each : {"->./", "logs \t->logs/", "logs/ ->logs//", "a\\b->a/b/",
-                                   "\u00E9\u20AC->\u00E9\u20AC/", "with blank/x/y->with blank/x/y/", "taken/logs->"}) {
-        const std::size_t arrow = each.find("->");
-        EString path = Wide(each.substr(0, arrow));
+    for (const auto& [configured, used] : {std::pair{"", "./"},
+                                           {"logs \t", "logs/"},
+                                           {"logs/ ", "logs//"},
+                                           {"a\\b", "a/b/"},
+                                           {"\u00E9\u20AC", "\u00E9\u20AC/"},
+                                           {"with blank/x/y", "with blank/x/y/"},
+                                           {"taken/logs", ""}}) {
+        EString path = Wide(configured);
         spec.SetLogPath(&path);
-        EXPECT_EQ(Narrow(path), each.substr(arrow + 2));
-        EXPECT_TRUE(path.IsEmpty() || std::filesystem::is_directory(Narrow(path))) << each;
+        EXPECT_EQ(Narrow(path), used);
+        EXPECT_TRUE(path.IsEmpty() || std::filesystem::is_directory(used)) << configured;
     }
     const Texts made = Workplace::Tree();
     m_Kernel.m_Names.m_bPreparesPaths = false;

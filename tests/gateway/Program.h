@@ -46,15 +46,6 @@ inline std::vector<std::string> Rows(const std::string& prefix, const std::strin
     return rows;
 }
 
-// Waits up to a minute until the condition holds.
-template <class Condition>
-bool Eventually(Condition condition) {
-    for (int i = 0; i < 6000 && !condition(); ++i) {
-        usleep(10'000);
-    }
-    return condition();
-}
-
 // A new working directory with a configuration in "config".
 class Place : public Workplace {
 public:

@@ -14,24 +14,28 @@ TEST_F(Intake, EachCallIsRefusedForItsFirstFault) {
     EONEVENTSTRUCT records[3] = {MakeRecord(L"N", L"a"), MakeRecord(L"N", L"b"), MakeRecord(L"N", L"c")};
     records[0].m_nIdentifier = 5;
     records[2].m_nIdentifier = 6;
+    const struct {
+        const wchar_t *m_pszAction, *m_pszName;
+        unsigned long m_nCount;
+        EONEVENTSTRUCT* m_pRecords;
+        EResult m_Result;
+        std::string m_Queued; // the texts of the records
+    } cases[] = {{L"?", L"?", 0, records, RC_NO_RECORD, ""},
+                 {L"DoLogEventToFile", L"Log@5", 1, nullptr, RC_NO_RECORD, ""},
+                 {L"?", L"?", 1, records, RC_NO_LOG_FILE, ""},
+                 {L"DoLogEventToFile", L"log@5", 1, records, RC_NO_LOG_FILE, ""},
+                 {L"dologeventtofile", L"Log@5", 1, records, RC_NO_ACTION, ""},
+                 {L"DoLogDelivery", L"Log@5", 1, records, RC_NO_ACTION, ""},
+                 {L"DoLogDelivery", L"Up@5", 2, records, RC_OK, "a,b"},
+                 {L"DoLogDelivery", L"Mail@5", 1, records, RC_OK, "a"},
+                 // An alarm goes to the log file of its first record's identifier only.
+                 {L"DoLogAlarmToFile", L"Log@5", 3, records, RC_OK, "a,b,c"},
+                 {L"DoLogAlarmToFile", L"Log@5", 1, records + 1, RC_OK, ""},
+                 {L"DoLogAlarmToFile", L"Log@5", 1, records + 2, RC_OK, ""}};
     Texts expected;
-    for (const auto& [action, name, count, given, result, queued] :
-         {std::tuple{L"?", L"?", 0, &records[0], RC_NO_RECORD, Texts{}},
-          {L"DoLogEventToFile", L"Log@5", 1, nullptr, RC_NO_RECORD, {}},
-          {L"?", L"?", 1, records, RC_NO_LOG_FILE, {}},
-          {L"DoLogEventToFile", L"log@5", 1, records, RC_NO_LOG_FILE, {}},
-          {L"dologeventtofile", L"Log@5", 1, records, RC_NO_ACTION, {}},
-          {L"DoLogEventToFile ", L"Log@5", 1, records, RC_NO_ACTION, {}},
-          {L"DoLogDelivery", L"Log@5", 1, records, RC_NO_ACTION, {}},
-          {L"DoLogDelivery", L"Up@5", 2, records, RC_OK, {"a,b"}},
-          {L"DoLogDelivery", L"Mail@5", 1, records, RC_OK, {"a"}},
-          // An alarm goes to the log file of its first record's identifier only.
-          {L"DoLogAlarmToFile", L"Log@5", 3, records, RC_OK, {"a,b,c"}},
-          {L"DoLogAlarmToFile", L"Log@5", 1, records + 1, RC_OK, {}},
-          {L"DoLogAlarmToFile", L"Log@5", 1, records + 2, RC_OK, {}}}) {
-        SCOPED_TRACE(testing::PrintToString(action) + testing::PrintToString(name));
-        EXPECT_EQ(Invoke(action, name, given, static_cast<unsigned long>(count)), result);
-        expected.insert(expected.end(), queued.begin(), queued.end());
+    for (const auto& [action, name, count, given, result, queued] : cases) {
+        EXPECT_EQ(Invoke(action, name, given, count), result) << Narrow(EString(action)) << Narrow(EString(name));
+        expected.insert(expected.end(), queued.empty() ? 0 : 1, queued);
         EXPECT_EQ(Queued(), expected);
     }
     EString name = L"Log@5";

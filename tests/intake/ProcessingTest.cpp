@@ -11,7 +11,6 @@ namespace {
 using ProcessingTest = ServiceTest;
 
 constexpr const char* FIRST = "logs/log-0.csv";
-const std::string ALARM_COLUMNS = "H956,H957,H958,H959,H960,H961,H962,H963,H964,H965\n";
 
 TEST_F(ProcessingTest, EachActionInEachFormatAndEncoding) {
     const std::string comma = ALARM_COLUMNS + "01-31-2024,13:05:09.042,N,~<&,S,,Not Active,Not ACKED,7,17\n";
@@ -23,29 +22,19 @@ TEST_F(ProcessingTest, EachActionInEachFormatAndEncoding) {
         std::string bytes = "\xFF\xFE" + Utf16(text);
         return bytes.replace(bytes.find('~'), 2, "\xE9\0\xAC\x20\0\xF6"s);
     };
-    const auto page = [](const std::string& columns, const std::string& cells) {
-        const std::regex cell("([^,\n]*)[,\n]");
-        return "<!DOCTYPE HTML PUBLIC \"-//W3C//DTD HTML 4.0 Transitional//EN\">\n<HTML><HEAD><TITLE></TITLE>\n"
-               "<META http-equiv=\"Content-Type\" content=\"text/html; charset=utf-8\">\n</HEAD>\n<BODY>\n"
-               "<TABLE cellspacing=\"0\" cellpadding=\"4\" border=\"1\">\n<THEAD>\n<TR>\n" +
-               std::regex_replace(columns, cell, "<TH>$1</TH>\n") + "</TR>\n</THEAD>\n<TBODY>\n<TR>\n" +
-               std::regex_replace(cells, cell, "<TD>$1</TD>\n") + "</TR>\n";
-    };
     const std::string text = "\u00E9\u20AC\U0001F600<&";
+    const std::string page = "01-31-2024,13:05:09.042,N," + text + ",S,&nbsp;,Not Active,Not ACKED,7,17\n";
     const std::tuple<const wchar_t*, int, int, Files> cases[] = {
         {ACTION_NAME_ALARM, 0, 0, {{FIRST, narrow(plain)}}},
         {ACTION_NAME_ALARM, 0, 1, {{FIRST, wide(plain)}}},
         {ACTION_NAME_ALARM, 1, 0, {{FIRST, narrow(comma)}}},
         {ACTION_NAME_ALARM, 1, 1, {{FIRST, wide(comma)}}},
-        {ACTION_NAME_ALARM,
-         2,
-         0,
-         {{FIRST, page(ALARM_COLUMNS, "01-31-2024,13:05:09.042,N," + text + ",S,&nbsp;,Not Active,Not ACKED,7,17\n")}}},
+        {ACTION_NAME_ALARM, 2, 0, {{FIRST, PageBegin(ALARM_COLUMNS) + PageRow(page)}}},
         // Events have no columns: a header of no bytes leaves the new file empty, and an empty file is replaced.
         {ACTION_NAME_EVENT, 0, 0, {{FIRST, narrow(event)}, {"logs/log-1.csv", ""}}},
         {ACTION_NAME_EVENT, 1, 2, {{FIRST, narrow(event)}, {"logs/log-1.csv", ""}}},
         {ACTION_NAME_EVENT, 1, 1, {{FIRST, wide(event)}}},
-        {ACTION_NAME_EVENT, 2, 1, {{FIRST, page("", "01-31-2024 13:05:09.042 S N: " + text + '\n')}}}};
+        {ACTION_NAME_EVENT, 2, 1, {{FIRST, PageBegin("") + PageRow("01-31-2024 13:05:09.042 S N: " + text + '\n')}}}};
     for (const auto& [action, format, unicode, files] : cases) {
         std::filesystem::remove_all("logs");
         StartAnew({SpecItems{.m_nFormat = format, .m_nUnicode = unicode}});
@@ -64,39 +53,39 @@ TEST_F(ProcessingTest, AlarmsAndEventsAsTheirRecordsSay) {
     Configure({SpecItems{}, SpecItems{.m_Name = "Event", .m_File = "event.csv"}}, 4);
     std::string alarms = ALARM_COLUMNS;
     std::string events;
-    using Prefix = std::array<std::int32_t, 4>;
-    for (const auto& [state, number, value, cells, prefix, inFront] :
-         {std::tuple{0x0006, 0, 0.1, "Active,ACKED,0,0.1\n", Prefix{0, 0, 0, 0}, ""},
-          {0x0002, -1, 12.75, "Active,Not ACKED,-1,12.75\n", {1, 2, 3, 4}, "[ 1,  2,  3,   4] "},
-          {0x0004, INT32_MAX, -1e300, "Not Active,ACKED,2147483647,-1e+300\n", {0, 0, 0, 5}, "[ 0,  0,  0,   5] "},
-          {0xFFF9, INT32_MIN, 3, "Not Active,Not ACKED,-2147483648,3\n", {-1, 0, 0, 0}, "[-1,  0,  0,   0] "},
-          {0, 1, 1, "Not Active,Not ACKED,1,1\n", {123, -45, INT32_MIN, 5678}, "[123, -45, -2147483648, 5678] "}}) {
+    const struct {
+        int m_nState, m_nNumber;
+        double m_Value;
+        const char* m_pszCells;
+        std::array<std::int32_t, 4> m_Prefix;
+        std::string m_InFront; // of an event's row
+    } cases[] = {
+        {0x0006, 0, 0.1, "Active,ACKED,0,0.1\n", {0, 0, 0, 0}, ""},
+        {0x0002, -1, 12.75, "Active,Not ACKED,-1,12.75\n", {1, 2, 3, 4}, "[ 1,  2,  3,   4] "},
+        {0xFFFD, INT32_MAX, -1e300, "Not Active,ACKED,2147483647,-1e+300\n", {0, 0, 0, 5}, "[ 0,  0,  0,   5] "},
+        {0, 1, 1, "Not Active,Not ACKED,1,1\n", {123, -45, INT32_MIN, 5678}, "[123, -45, -2147483648, 5678] "}};
+    for (const auto& [state, number, value, cells, prefix, inFront] : cases) {
         EONEVENTSTRUCT record = MakeRecord(L"100%s@4", L"%d: a,b");
+        record.m_TimeStamp.m_nSeconds = 4294967295; // the last one
         record.m_wState = static_cast<std::uint16_t>(state);
         record.m_nAlarmNumber = number;
         record.m_Value.SetDouble(value);
         std::ranges::copy(prefix, record.m_nPrefixNumbers);
         Process(ACTION_LOG_ALARM, &record, 1, L"Log@4");
         Process(ACTION_LOG_EVENT, &record, 1, L"Event@4");
-        alarms += std::string("01-31-2024,13:05:09.042,100%s@4,%d: a,b,S,D,") + cells;
-        events += std::string(inFront) + "01-31-2024 13:05:09.042 S 100%s@4: %d: a,b\n";
+        alarms += std::string("02-07-2106,06:28:15.042,100%s@4,%d: a,b,S,D,") + cells;
+        events += inFront + "02-07-2106 06:28:15.042 S 100%s@4: %d: a,b\n";
     }
     const EONEVENTSTRUCT nothing{};
     Process(ACTION_LOG_ALARM, &nothing, 1, L"Log@4");
     Process(ACTION_LOG_EVENT, &nothing, 1, L"Event@4");
+    EXPECT_EQ(m_Kernel.m_Names.m_Parsed, "100%s@4;100%s@4;100%s@4;100%s@4;;") << "the name service hears the names";
     EXPECT_EQ(ReadWhole(FIRST), alarms + "01-01-1970,00:00:00.000,,,,,Not Active,Not ACKED,0,\n");
     EXPECT_EQ(ReadWhole("logs/event.csv"), events + "01-01-1970 00:00:00.000  : \n");
 }
 
 // As few digits as read back the same, and all of a column alike. Those of few decimals are printed in another way.
 TEST_F(ProcessingTest, DoublesAreTheFewestDigits) {
-    std::vector<double> numbers{99999.999, 0.001, -0.0, 99999, 100000, 123456, 1e-5, -1e14, 123456789012345.6};
-    for (int i = -1'000'000; i <= 1'000'000; i += 67) {
-        for (const double unit : {0.0001, 0.001, 0.1, 1.0, 1e6}) {
-            const double number = i * unit; // not always the double next to the decimal number
-            numbers.insert(numbers.end(), {number, i / (1 / unit), std::nextafter(number, 1e9)});
-        }
-    }
     const auto print = [](double number) {
         CDataValue value;
         value.SetDouble(number);
@@ -104,29 +93,25 @@ TEST_F(ProcessingTest, DoublesAreTheFewestDigits) {
         value.GetString(text, 0, 0, 0);
         return Narrow(text);
     };
-    for (const double number : numbers) {
-        if (number != 0 && std::abs(number) < 1e-5) {
-            continue;
+    for (int i = -1'000'000; i <= 1'000'000; i += 67) {
+        for (const double unit : {0.0001, 0.001, 0.1, 1.0, 1e6}) {
+            const double product = i * unit; // not always the double next to the decimal number
+            for (const double number : {product, i / (1 / unit), std::nextafter(product, 1e9)}) {
+                char digits[64] = {};
+                std::to_chars(digits, digits + sizeof digits, number, std::chars_format::fixed);
+                ASSERT_TRUE(print(number) == digits || std::abs(number) < 1e-5) << digits;
+            }
         }
-        char digits[64] = {};
-        std::to_chars(digits, digits + sizeof digits, number, std::chars_format::fixed);
-        ASSERT_EQ(print(number), digits);
     }
-    for (const auto& [number, text] : {std::pair{99999.0, "99999"},
-                                       {1e5, "100000"},
-                                       {123456.0, "123456"},
-                                       {0.0001, "0.0001"},
-                                       {-1e-5, "-0.00001"},
-                                       {std::nextafter(1e-5, 0), "9.999999999999999e-06"},
-                                       {1e-300, "1e-300"},
-                                       {0.0, "0"},
-                                       {-0.0, "-0"},
-                                       {999999999999999.9, "999999999999999.9"},
-                                       {1e15, "1e+15"},
-                                       {-1234567890123456.0, "-1.234567890123456e+15"},
-                                       {HUGE_VAL, "inf"}}) {
+    // clang-format off
+    for (const auto& [number, text] :
+         {std::pair{99999.0, "99999"}, {1e5, "100000"}, {123456.0, "123456"}, {0.0001, "0.0001"}, {-1e-5, "-0.00001"},
+          {std::nextafter(1e-5, 0), "9.999999999999999e-06"}, {1e-300, "1e-300"}, {0.0, "0"}, {-0.0, "-0"},
+          {999999999999999.9, "999999999999999.9"}, {1e15, "1e+15"}, {-1234567890123456.0, "-1.234567890123456e+15"},
+          {HUGE_VAL, "inf"}}) {
         EXPECT_EQ(print(number), text);
     }
+    // clang-format on
 }
 
 TEST_F(ProcessingTest, ASnapshotIsOneRowAndTheFirstRowsColumnsStay) {

@@ -1,11 +1,8 @@
 #pragma once
 
 #include "base/EPersistent.h"
-#include "base/IAction.h"
 #include "base/IKernelBase.h"
 #include "base/IKernelService.h"
-#include "base/ILogFile.h"
-#include "base/InterfaceIds.h"
 
 #include <dlfcn.h>
 #include <stdexcept>
@@ -34,15 +31,6 @@ public:
         return reinterpret_cast<IKernelService* (*)(IKernelBase*)>(Symbol("kvLogFileInitService"))(kernel);
     }
 
-    static ILogFile* LogFile(IKernelService* service) { return static_cast<ILogFile*>(Find(service, IID_LOG_FILE)); }
-    static IAction* Action(IKernelService* service) { return static_cast<IAction*>(Find(service, IID_ACTION)); }
-
 private:
-    static void* Find(IKernelService* service, unsigned long id) {
-        void* found = nullptr;
-        service->GetInterface(id, &found);
-        return found;
-    }
-
     void* m_pModule = dlopen(KVLOGFILE_PATH, RTLD_NOW | RTLD_LOCAL);
 };

@@ -18,6 +18,7 @@
 #include "tests/kernel/InKernel.h"
 
 #include <algorithm>
+#include <deque>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -85,25 +86,22 @@ struct TestNames : INameService {
     EResult ParseNameText(const wchar_t* name, int* id) override {
         const InKernel here;
         EString copy = name;
+        m_Parsed += Narrow(copy) + ';';
         return ParseName(&copy, id);
     }
     EResult GetUploadParameters(int id, EString* parameter1, EString* parameter2, EString* parameter3) override {
         const InKernel here("GetUploadParameters");
-        if (!m_bUploadParameters) {
-            return RC_MISSING;
-        }
         *parameter1 = L"host";
         *parameter2 = L"user";
         *parameter3 = Wide("id" + std::to_string(id));
-        return RC_OK;
+        return m_bUploadParameters ? RC_OK : RC_MISSING;
     }
     EResult PreparePath(int /*id*/, EString* path) override {
         const InKernel here;
-        if (!m_bPreparesPaths) {
-            return RC_MISSING;
+        if (m_bPreparesPaths) {
+            std::filesystem::create_directories(Narrow(*path));
         }
-        std::filesystem::create_directories(Narrow(*path));
-        return RC_OK;
+        return m_bPreparesPaths ? RC_OK : RC_MISSING;
     }
     EResult CheckId(int id, bool* accepted) override {
         *accepted = m_RefusedIds.count(id) == 0;
@@ -114,6 +112,7 @@ struct TestNames : INameService {
     bool m_bUploadParameters = true;   // "host", "user" and "id" followed by the identifier
     bool m_bPreparesPaths = true;      // false: PreparePath fails
     std::function<void()> m_OnQualify; // called while a log file's items are read
+    std::string m_Parsed;              // the names of processed records, each followed by ';'
 };
 
 struct TestActions : IActionRegistry {
@@ -147,15 +146,13 @@ private:
 };
 
 // "H" followed by the number: H956, H957, ...
-class TestStrings : public IStringTable {
-public:
+struct TestStrings : IStringTable {
     const wchar_t* GetString(unsigned long number, unsigned long /*reserved*/) override {
         const InKernel here;
         m_Text.Format(L"H%lu", number);
         return m_Text;
     }
 
-private:
     EString m_Text; // only valid until the next call, as callers must expect
 };
 
@@ -182,7 +179,7 @@ public:
             return false;
         }
         const std::function<void()> notice = std::move(m_Waiting.front());
-        m_Waiting.erase(m_Waiting.begin());
+        m_Waiting.pop_front();
         lock.unlock();
         notice();
         return true;
@@ -199,27 +196,27 @@ public:
 
 private:
     std::mutex m_Mutex;
-    std::vector<std::function<void()>> m_Waiting;
+    std::deque<std::function<void()>> m_Waiting;
     int m_nTaken = 0;
 };
 
+// A message or an upload that was started, with the bytes that its files had then.
 struct Sending {
+    Sending(std::string to, std::string paths, bool withRecord = false)
+        : m_To(std::move(to)), m_Paths(std::move(paths)), m_bWithRecord(withRecord) {
+        std::istringstream each(m_Paths);
+        for (std::string path; std::getline(each, path, ';');) {
+            if (std::filesystem::exists(path)) {
+                m_Contents[path] = ReadWhole(path);
+            }
+        }
+    }
+
     std::string m_To;                              // the definition's name, or the upload's parameters
     std::string m_Paths;                           // of the attachments or files, each behind a ';'
     std::map<std::string, std::string> m_Contents; // path to bytes
     bool m_bWithRecord;
 };
-
-inline Sending ReadSending(const std::string& to, const std::string& paths, bool withRecord) {
-    Sending sending{to, paths, {}, withRecord};
-    std::istringstream each(paths);
-    for (std::string path; std::getline(each, path, ';');) {
-        if (std::filesystem::exists(path)) {
-            sending.m_Contents[path] = ReadWhole(path);
-        }
-    }
-    return sending;
-}
 
 struct TestEMail : IEMailService {
     EResult SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* record) override {
@@ -227,7 +224,7 @@ struct TestEMail : IEMailService {
         if (m_RefusedSends.count(m_nSends++) != 0) {
             return RC_MISSING;
         }
-        m_Sent.push_back(ReadSending(Narrow(name), m_Definitions.at(Narrow(name)), record != nullptr));
+        m_Sent.emplace_back(Narrow(name), m_Definitions.at(Narrow(name)), record != nullptr);
         m_Notices.Take([=] { completion(EMAIL_SENT, context); });
         return RC_OK;
     }
@@ -281,16 +278,14 @@ struct TestUpload : IUploadService {
         for (const EString* parameter : {parameter1, parameter2, parameter3}) {
             parameters += parameter != nullptr ? Narrow(*parameter) + ' ' : "(null) ";
         }
-        m_Sent.push_back(ReadSending(parameters, paths, false));
-        m_nContext = context;
+        m_Sent.emplace_back(parameters, paths);
         m_Notices.Take([=] { listener->OnUploadComplete(context, 0); });
         return RC_OK;
     }
 
     bool m_bRefuses = false;
     TestNotices m_Notices;
-    std::vector<Sending> m_Sent;  // those that were started
-    unsigned long m_nContext = 0; // of the last one
+    std::vector<Sending> m_Sent; // those that were started
 };
 
 struct TestKernel : IKernelBase {
@@ -300,14 +295,9 @@ struct TestKernel : IKernelBase {
             m_OnLookUp(id);
         }
         const std::map<unsigned long, void*> interfaces{
-            {IID_ERROR_REPORTER, static_cast<IErrorReporter*>(&m_Reporter)},
-            {IID_EMAIL_SERVICE, static_cast<IEMailService*>(&m_EMail)},
-            {IID_ACTION_REGISTRY, static_cast<IActionRegistry*>(&m_Actions)},
-            {IID_NAME_SERVICE, static_cast<INameService*>(&m_Names)},
-            {IID_KERNEL_CONTROL, static_cast<IKernelControl*>(&m_Control)},
-            {IID_STRING_TABLE, static_cast<IStringTable*>(&m_Strings)},
-            {IID_UPLOAD_SERVICE, static_cast<IUploadService*>(&m_Upload)},
-        };
+            {IID_ERROR_REPORTER, &m_Reporter}, {IID_EMAIL_SERVICE, &m_EMail},    {IID_ACTION_REGISTRY, &m_Actions},
+            {IID_NAME_SERVICE, &m_Names},      {IID_KERNEL_CONTROL, &m_Control}, {IID_STRING_TABLE, &m_Strings},
+            {IID_UPLOAD_SERVICE, &m_Upload}}; // each class has one base, which stands at its beginning
         const auto found = interfaces.find(id);
         const bool answered = found != interfaces.end() && m_Missing.count(id) == 0;
         *out = answered ? found->second : nullptr;

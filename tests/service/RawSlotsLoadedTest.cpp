@@ -1,3 +1,5 @@
+#include "base/ETrigger.h"
+#include "base/ITriggerListener.h"
 #include "base/WARM_RESTART_STRUCT.h"
 #include "tests/Workplace.h"
 #include "tests/kernel/LoadedModule.h"
@@ -103,6 +105,30 @@ TEST_F(RawSlots, EveryOperationStandsAtItsNumber) {
     EXPECT_EQ(Call(m_pService, 13, std::int32_t{3}, &info), RC_OK);
     delete[] info.m_pszSections;
     EXPECT_EQ(Call(m_pService, 9), RC_OK); // Stop
+}
+
+struct Listener final : ITriggerListener {
+    EResult OnTrigger(unsigned long context, unsigned long value, void* data) override {
+        m_Heard += std::to_string(context) + static_cast<const char*>(data) + std::to_string(value) + ' ';
+        return m_pTrigger->Unsubscribe(m_pLeaving);
+    }
+    ETrigger* m_pTrigger;
+    std::string m_Heard;
+    void* m_pLeaving = nullptr;
+};
+
+TEST_F(RawSlots, TheTriggerInformsInOrderThoseWhoAreStillSubscribed) {
+    Listener listener;
+    listener.m_pTrigger = reinterpret_cast<ETrigger*>(static_cast<void**>(Ask(m_pService, IID_ACTION, 1)) + 1);
+    EString name(L"Up");
+    void* handle = nullptr;
+    listener.m_pTrigger->Subscribe(&listener, name, name, 1, &listener.m_pLeaving); // leaves while it is informed
+    listener.m_pTrigger->Subscribe(&listener, name, name, 2, &handle);
+    char data[] = "d";
+    listener.m_pTrigger->InformListeners(name, name, 5, data);
+    listener.m_pTrigger->InformListeners(name, name, 6, data);
+    EXPECT_EQ(listener.m_Heard, "1d5 2d5 2d6 ");
+    Call(m_pService, 9); // Stop
 }
 
 // Whichever way the kernel takes, the worker ends, and nothing finds the service afterwards.

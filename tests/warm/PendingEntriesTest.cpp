@@ -1,11 +1,8 @@
+#include "base/EFileIO.h"
 #include "base/LittleEndian.h"
 #include "base/WARM_RESTART_STRUCT.h"
 #include "tests/AllocationCount.h"
 #include "tests/ServiceFixture.h"
-
-#include <csignal>
-
-#include <sys/resource.h>
 
 using namespace std::string_literals;
 
@@ -52,11 +49,10 @@ protected:
 };
 
 TEST_F(PendingEntries, TheBytesOfASavedRequestAreTheSameOnEveryTarget) {
-    const std::string stamp = Number(1706706309) + "\x2A\0"s;
-    const std::string record = stamp + Number(0) + Number(7) + "\0\0"s + Number(0) + Number(0) + Number(0) + Number(0) +
-                               Number(0) + Number(0) + "\2"s + Number(192) + Number(0) + "\0\0"s + Number(17) +
-                               Number(0) + Number(1) + Number(2) + Number(1) + Number(1) + Number(0) + Number('N') +
-                               Number('T') + Number('e') + Number('S') + Number('D');
+    EONEVENTSTRUCT source = MakeRecord(L"N", L"Te");
+    EFileIO file(L"record", EFileIO::OPEN_FOR_WRITING);
+    EXPECT_TRUE(source.Save(&file));
+    const std::string record = ReadWhole("record"); // whose bytes the tests of records know
     const std::string log = Number(3) + Number('L') + Number('o') + Number('g');
     const std::string request = log + Number(ACTION_LOG_ALARM) + Number(1) + record;
     Alarm(L"Te");
@@ -139,13 +135,10 @@ TEST_F(PendingEntries, AFullDiskKeepsTheFirstRequests) {
             first.push_back(std::to_string(100 + i) + std::string(200, 'x'));
         }
     }
-    std::signal(SIGXFSZ, SIG_IGN);
-    rlimit before{};
-    getrlimit(RLIMIT_FSIZE, &before);
-    const rlimit small{ROOM, before.rlim_max};
-    setrlimit(RLIMIT_FSIZE, &small);
-    EXPECT_EQ(m_pService->WarmRestart(SAVE, nullptr), RC_WRITE);
-    setrlimit(RLIMIT_FSIZE, &before);
+    {
+        const FullDisk disk(ROOM);
+        EXPECT_EQ(m_pService->WarmRestart(SAVE, nullptr), RC_WRITE);
+    }
     const std::string saved = ReadWhole(FILE_NAME);
     EXPECT_EQ(saved.size(), ROOM);
     Clear();
@@ -159,23 +152,20 @@ TEST_F(PendingEntries, WhatIsWholeComesBackAndTheRestIsDropped) {
     const std::string gone = SavedSnapShot(L"Gone");
     std::string removed = gone;
     removed[4] = 'X'; // "Xone" is no log file
-    std::string thousands = Number(514);
-    for (int i = 0; i < 514; ++i) {
-        thousands += i < 512 ? first : last;
-    }
     const std::string most = Number(0xFFFFFFFF);
     m_Kernel.m_Control.m_bRestoreWanted = true;
-    const std::tuple<std::string, Texts, bool> cases[] = {
-        // the file, what comes back, whether damage is reported
-        {Number(3) + first + removed + last, {"first", "last"}, false},
-        {Number(3) + first + removed.substr(0, removed.size() - 1), {"first"}, true},
-        {Number(3) + first + gone + last, {"first", "a,b,c", "last"}, false},
-        {Number(1) + first + last, {"first"}, false},
-        {"", {}, true},
-        {most + first + last, {"first", "last"}, true},
-        {Number(2) + first + last.substr(0, 20) + most + last.substr(24), {"first"}, true},
-        {Number(2) + first + removed.substr(0, 24) + most, {"first"}, true},
-        {thousands, Texts(512, "first"), false}};
+    const struct {
+        std::string m_File;
+        Texts m_Queued;
+        bool m_bReported; // as damage
+    } cases[] = {{Number(3) + first + removed + last, {"first", "last"}, false},
+                 {Number(3) + first + removed.substr(0, removed.size() - 1), {"first"}, true},
+                 {Number(3) + first + gone + last, {"first", "a,b,c", "last"}, false},
+                 {Number(1) + first + last, {"first"}, false},
+                 {"", {}, true},
+                 {most + first + last, {"first", "last"}, true},
+                 {Number(2) + first + last.substr(0, 20) + most + last.substr(24), {"first"}, true},
+                 {Number(2) + first + removed.substr(0, 24) + most, {"first"}, true}};
     for (const auto& [file, queued, reported] : cases) {
         SCOPED_TRACE(file.size());
         WriteWhole(FILE_NAME, file);
