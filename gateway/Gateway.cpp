@@ -123,6 +123,9 @@ void Gateway::Start() {
 // the gateway may be killed: the file is removed before the first of its requests can be written, so that none is
 // written twice.
 void Gateway::StartWithSavedRequests() {
+    ThrowIfFailed(m_Module.Service().PreStart(), "starting the module");
+    ThrowIfFailed(m_Module.Service().Start(), "starting the module");
+    m_bRunning = true;
     std::vector<Report> requests;
     if (std::filesystem::exists(m_Saved)) {
         bool whole = false;
@@ -135,9 +138,6 @@ void Gateway::StartWithSavedRequests() {
             Console::Say("error: the saved requests could not all be read back; their file is kept as " + damaged);
         }
     }
-    ThrowIfFailed(m_Module.Service().PreStart(), "starting the module");
-    ThrowIfFailed(m_Module.Service().Start(), "starting the module");
-    m_bRunning = true;
     int restored = 0;
     for (Report& request : requests) {
         if (!Failed(Submit(request))) { // its log file is still configured
