@@ -96,7 +96,7 @@ void HandOverLeftovers(const Configuration& configuration, Outbox& outbox) {
             std::string name = log->m_Name;
             const int identifier = SplitName(name);
             if (log->m_nDeliveryMode == DELIVERY_UPLOAD) {
-                outbox.Upload(path, identifier, finish);
+                outbox.Upload(path, identifier, log->m_nKeepCopy == 0, finish);
             } else {
                 outbox.Mail(JoinName(log->m_MailName, identifier), ';' + path.string(), finish);
             }

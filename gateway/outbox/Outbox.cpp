@@ -117,7 +117,7 @@ EResult Outbox::UploadFiles(EUploadFiles* files, EString* parameter1, EString* /
     const int identifier = parameter1 != nullptr ? std::stoi(Narrow(*parameter1)) : NO_IDENTIFIER;
     const auto left = std::make_shared<std::atomic<std::size_t>>(paths.size());
     for (const fs::path& path : paths) {
-        Upload(path, identifier, [=] {
+        Upload(path, identifier, false, [=] {
             if (--*left == 0) {
                 listener->OnUploadComplete(context, 0);
             }
@@ -126,8 +126,16 @@ EResult Outbox::UploadFiles(EUploadFiles* files, EString* parameter1, EString* /
     return paths.empty() ? RC_NOT_FOUND : RC_OK;
 }
 
-// A copy, never a link, for the file itself may be kept and changed.
-void Outbox::Upload(const fs::path& file, int identifier, const Queue::Notice& notice) {
-    m_pUploads->Accept(
-        identifier, file.filename(), [file](const fs::path& entry) { fs::copy_file(file, entry); }, notice);
+// A link is as good as a copy only where nobody else goes on with the file; it needs no room on a full disk.
+void Outbox::Upload(const fs::path& file, int identifier, bool isLeft, const Queue::Notice& notice) {
+    const auto make = [=](const fs::path& entry) {
+        std::error_code error = std::make_error_code(std::errc::cross_device_link);
+        if (isLeft) {
+            fs::create_hard_link(file, entry, error);
+        }
+        if (error) {
+            fs::copy_file(file, entry);
+        }
+    };
+    m_pUploads->Accept(identifier, file.filename(), make, notice);
 }

@@ -33,7 +33,8 @@ public:
     // The same for one file. A mail carries it besides the attachments of its definition, as ";path"; RC_NOT_FOUND when
     // there is none of the name.
     EResult Mail(const std::string& name, const std::string& attachment, const Queue::Notice& notice);
-    void Upload(const std::filesystem::path& file, int identifier, const Queue::Notice& notice);
+    // `isLeft`: nobody will write to the file or keep it.
+    void Upload(const std::filesystem::path& file, int identifier, bool isLeft, const Queue::Notice& notice);
 
 private:
     std::string m_From;

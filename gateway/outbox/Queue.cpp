@@ -20,6 +20,19 @@ constexpr int DISK = -2; // a place; others are identifiers
 constexpr const char* PART = "part";
 constexpr const char* MAIL = ".eml";
 
+// The argument with its placeholders replaced by the values, in one pass: what a name holds is never replaced.
+std::string Expand(std::string_view argument, const std::string (&values)[std::size(PLACEHOLDERS)]) {
+    std::string text;
+    while (!argument.empty()) {
+        const auto* const mark = std::find_if(std::begin(PLACEHOLDERS), std::end(PLACEHOLDERS),
+                                              [&](const char* i) { return argument.starts_with(i); });
+        const bool isMark = mark != std::end(PLACEHOLDERS);
+        text += isMark ? values[mark - std::begin(PLACEHOLDERS)] : std::string(1, argument[0]);
+        argument.remove_prefix(isMark ? std::string_view(*mark).size() : 1);
+    }
+    return text;
+}
+
 } // namespace
 
 Queue::Queue(std::string subject, const fs::path& directory, OutboxSettings settings)
@@ -40,7 +53,7 @@ Queue::Queue(std::string subject, const fs::path& directory, OutboxSettings sett
 }
 
 void Queue::TakeUp(const fs::path& path) {
-    std::string name = path.stem().string();
+    std::string name = fs::is_directory(path) ? path.filename() : path.extension() == MAIL ? path.stem() : fs::path();
     const int identifier = SplitName(name);
     std::uint64_t number = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
@@ -144,21 +157,25 @@ void Queue::Step(Entries::iterator entry, std::unique_lock<std::mutex>& lock) {
         lock.lock();
         m_nRunning = 0;
     }
-    m_Changed.notify_all();
     if (!failure.empty()) {
         Postpone(entry, failure);
+        m_Changed.notify_all();
         return;
     }
     m_Places[PlaceOf(entry->second)] = {};
     if (!entry->second.m_Make) {
         ++m_nSent;
         Remove(entry);
+        m_Changed.notify_all();
         return;
     }
     --m_nUnaccepted;
     m_nBytes += entry->second.m_nBytes;
     entry->second.m_Make = nullptr;
     entry->second.m_Pause = {};
+    if (m_nUnaccepted > 0 || m_Places[PlaceOf(entry->second)].m_Pause.m_End <= Clock::now()) {
+        m_Changed.notify_all(); // otherwise there is nothing to do before that pause ends, however many wait
+    }
     const Notice notice = std::exchange(entry->second.m_Notice, nullptr);
     HoldLimit();
     lock.unlock();
@@ -203,12 +220,7 @@ void Queue::Send(const Entry& entry) {
     const std::string values[] = {hasIdentifier ? std::to_string(entry.m_nIdentifier) : "", name, entry.m_File};
     std::vector<std::string> command = target.m_Command;
     for (std::string& argument : command) {
-        for (std::size_t i = 0; i < std::size(values); ++i) {
-            const std::string_view mark = PLACEHOLDERS[i];
-            for (std::size_t at = 0; (at = argument.find(mark, at)) != std::string::npos; at += values[i].size()) {
-                argument.replace(at, mark.size(), values[i]);
-            }
-        }
+        argument = Expand(argument, values);
     }
     RunProgram(command, entry.m_File, m_Settings.m_Timeout, m_StopEvent.Get());
 }
@@ -227,14 +239,25 @@ void Queue::Postpone(Entries::iterator entry, const std::string& reason) {
     if (const auto last = std::exchange(place.m_nLastFailed, number); last != 0 && last != number) {
         lengthen(place.m_Pause); // the fault is not this one entry's
     }
-    const auto seconds = std::chrono::ceil<std::chrono::seconds>(of.m_Pause.m_Length).count();
+    const auto pause = std::max(of.m_Pause.m_End, place.m_Pause.m_End) - Clock::now();
+    const auto seconds = std::chrono::ceil<std::chrono::seconds>(pause).count();
     Report(of.m_File.filename().string() + (of.m_Make ? ": not accepted, and stays where it is: " : ": ") + reason +
            "; tried again in " + std::to_string(seconds) + " s, " + std::to_string(m_Entries.size()) + " waiting");
 }
 
 // The newest one stays, whatever its size.
 void Queue::HoldLimit() {
-    for (auto entry = m_Entries.begin(); m_Settings.m_nLimit != 0 && m_nBytes > m_Settings.m_nLimit;) {
+    if (m_Settings.m_nLimit == 0 || m_nBytes <= m_Settings.m_nLimit) {
+        return;
+    }
+    for (auto entry = m_Entries.begin(); entry != m_Entries.end();) { // what somebody has taken out takes no room
+        const auto next = std::next(entry);
+        if (entry->first != m_nRunning && !entry->second.m_Make && !fs::exists(entry->second.m_File)) {
+            Remove(entry);
+        }
+        entry = next;
+    }
+    for (auto entry = m_Entries.begin(); m_nBytes > m_Settings.m_nLimit;) {
         const auto oldest = entry++;
         if (entry == m_Entries.end()) {
             return;
