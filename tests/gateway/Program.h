@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <map>
 #include <regex>
 #include <utility>
 
@@ -32,6 +33,16 @@ inline std::vector<std::vector<std::string>> Table(const std::string& name) {
         }
     }
     return rows;
+}
+
+// What is in a directory: names, and bytes of files.
+inline std::map<std::string, std::string> Contents(const std::string& directory) {
+    std::map<std::string, std::string> contents;
+    std::error_code missing;
+    for (const auto& entry : std::filesystem::directory_iterator(directory, missing)) {
+        contents[entry.path().filename()] = entry.is_directory() ? "" : ReadWhole(entry.path());
+    }
+    return contents;
 }
 
 // The rows of the set "PREFIX<index>SUFFIX", from the oldest file to the newest, without lines equal to `header`.
