@@ -47,14 +47,6 @@ bool JsonObject::Text(const std::string& name, std::string& text) {
     return member != nullptr && TakeText(*member, name, text);
 }
 
-bool JsonObject::Boolean(const std::string& name, bool& value) {
-    const EJsonValue* const member = Find(name);
-    const bool taken = member != nullptr && member->m_Kind == Kind::Boolean;
-    RefuseIf(!taken, name, "true or false");
-    value = taken ? member->m_bBoolean : value;
-    return taken;
-}
-
 const std::vector<EJsonValue>& JsonObject::List(const std::string& name) {
     static const std::vector<EJsonValue> none;
     const EJsonValue* const member = Find(name);
@@ -63,10 +55,12 @@ const std::vector<EJsonValue>& JsonObject::List(const std::string& name) {
     return isList ? member->m_Items : none;
 }
 
-void JsonObject::Object(const std::string& name, const Reader& read) {
-    if (const EJsonValue* const member = Find(name); member != nullptr) {
+bool JsonObject::Object(const std::string& name, const Reader& read) {
+    const EJsonValue* const member = Find(name);
+    if (member != nullptr) {
         Read(*member, name, read);
     }
+    return member != nullptr;
 }
 
 void JsonObject::Objects(const std::string& name, const std::string& what, const Reader& read) {
