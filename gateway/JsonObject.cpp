@@ -49,10 +49,9 @@ bool JsonObject::Text(const std::string& name, std::string& text) {
 
 const std::vector<EJsonValue>& JsonObject::List(const std::string& name) {
     static const std::vector<EJsonValue> none;
-    const EJsonValue* const member = Find(name);
-    const bool isList = member != nullptr && member->m_Kind == Kind::Array;
+    const bool isList = Is(name, Kind::Array);
     RefuseIf(!isList, name, "a list");
-    return isList ? member->m_Items : none;
+    return isList ? Find(name)->m_Items : none;
 }
 
 bool JsonObject::Object(const std::string& name, const Reader& read) {
@@ -78,15 +77,13 @@ void JsonObject::Read(const EJsonValue& value, const std::string& what, const Re
 }
 
 void JsonObject::RefuseIf(bool condition, const std::string& name, const std::string& expected) {
-    const EJsonValue* const member = Find(name);
-    if (condition && member != nullptr && !m_Refused.contains(name)) {
+    if (const EJsonValue* const member = Find(name); condition && member != nullptr && !m_Refused.contains(name)) {
         Refuse(*member, name, expected);
     }
 }
 
 void JsonObject::WarnIf(bool condition, const std::string& name, const std::string& text) {
-    const EJsonValue* const member = Find(name);
-    if (condition && member != nullptr && !m_Refused.contains(name)) {
+    if (const EJsonValue* const member = Find(name); condition && member != nullptr && !m_Refused.contains(name)) {
         m_Findings.Warning(member->m_Begin, EJsonText::Quote(name) + ": " + text);
     }
 }

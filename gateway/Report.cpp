@@ -225,11 +225,10 @@ private:
         }
     }
     bool TakeDouble(double value) {
-        if (m_Member != VALUE) {
-            return m_Member == TIME && TakeSeconds(value);
+        if (m_Member == VALUE) {
+            Record().m_Value.SetDouble(value);
         }
-        Record().m_Value.SetDouble(value);
-        return true;
+        return m_Member == VALUE || (m_Member == TIME && TakeSeconds(value));
     }
     bool TakeSeconds(double seconds) {
         ETimeStamp stamp;
