@@ -1,6 +1,5 @@
 #include "fuzz/Require.h"
 #include "gateway/Report.h"
-#include "gateway/ReportFault.h"
 
 // The input is a line as the gateway reads it.
 extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {

@@ -162,22 +162,20 @@ void ReadMail(JsonObject& object, MailSettings& mail) {
                    [&](JsonObject& definition) { ReadDefinition(definition, mail.m_Definitions); });
 }
 
-// Loads an object in place of the empty one; false, and a finding, when the file holds none, or is missing and may not.
+// Loads an object; false, a finding and an empty one when the file holds none, or is missing and may not.
 bool LoadFile(const std::filesystem::path& path, bool mayMiss, Findings& findings, EJsonValue& root) {
-    EJsonValue loaded;
     EString message;
     findings.SetFile(path.string());
-    root.m_Kind = Kind::Object;
-    const EResult result = EJsonText::Load(Widen(path.string()), loaded, message);
-    if (result == RC_SECTION_NOT_FOUND && mayMiss) {
-        return true;
-    }
+    const EResult result = EJsonText::Load(Widen(path.string()), root, message);
     if (Failed(result)) {
-        findings.ErrorWithPlace(Narrow(message));
-        return false;
+        root = EJsonValue();
+        root.m_Kind = Kind::Object;
     }
-    root = std::move(loaded);
-    return true;
+    const bool isWrong = Failed(result) && (result != RC_SECTION_NOT_FOUND || !mayMiss);
+    if (isWrong) {
+        findings.ErrorWithPlace(Narrow(message));
+    }
+    return !isWrong;
 }
 
 } // namespace

@@ -47,26 +47,19 @@ bool JsonObject::Text(const std::string& name, std::string& text) {
     return member != nullptr && TakeText(*member, name, text);
 }
 
-bool JsonObject::Boolean(const std::string& name, bool& value) {
-    const EJsonValue* const member = Find(name);
-    const bool taken = member != nullptr && member->m_Kind == Kind::Boolean;
-    RefuseIf(!taken, name, "true or false");
-    value = taken ? member->m_bBoolean : value;
-    return taken;
-}
-
 const std::vector<EJsonValue>& JsonObject::List(const std::string& name) {
     static const std::vector<EJsonValue> none;
-    const EJsonValue* const member = Find(name);
-    const bool isList = member != nullptr && member->m_Kind == Kind::Array;
+    const bool isList = Is(name, Kind::Array);
     RefuseIf(!isList, name, "a list");
-    return isList ? member->m_Items : none;
+    return isList ? Find(name)->m_Items : none;
 }
 
-void JsonObject::Object(const std::string& name, const Reader& read) {
-    if (const EJsonValue* const member = Find(name); member != nullptr) {
+bool JsonObject::Object(const std::string& name, const Reader& read) {
+    const EJsonValue* const member = Find(name);
+    if (member != nullptr) {
         Read(*member, name, read);
     }
+    return member != nullptr;
 }
 
 void JsonObject::Objects(const std::string& name, const std::string& what, const Reader& read) {
@@ -84,15 +77,13 @@ void JsonObject::Read(const EJsonValue& value, const std::string& what, const Re
 }
 
 void JsonObject::RefuseIf(bool condition, const std::string& name, const std::string& expected) {
-    const EJsonValue* const member = Find(name);
-    if (condition && member != nullptr && !m_Refused.contains(name)) {
+    if (const EJsonValue* const member = Find(name); condition && member != nullptr && !m_Refused.contains(name)) {
         Refuse(*member, name, expected);
     }
 }
 
 void JsonObject::WarnIf(bool condition, const std::string& name, const std::string& text) {
-    const EJsonValue* const member = Find(name);
-    if (condition && member != nullptr && !m_Refused.contains(name)) {
+    if (const EJsonValue* const member = Find(name); condition && member != nullptr && !m_Refused.contains(name)) {
         m_Findings.Warning(member->m_Begin, EJsonText::Quote(name) + ": " + text);
     }
 }

@@ -46,7 +46,6 @@ public:
 
     // True when the member is there and was taken.
     bool Text(const std::string& name, std::string& text);
-    bool Boolean(const std::string& name, bool& value);
     template <class Number>
     bool Integer(const std::string& name, Number& number, std::int64_t min = std::numeric_limits<Number>::min(),
                  std::int64_t max = std::numeric_limits<Number>::max()) {
@@ -57,7 +56,7 @@ public:
 
     // Lets `read` see the member, or every item of the list, when it is an object, and then looks for unknown members.
     using Reader = std::function<void(JsonObject& object)>;
-    void Object(const std::string& name, const Reader& read);
+    bool Object(const std::string& name, const Reader& read); // false when it is missing
     void Objects(const std::string& name, const std::string& what, const Reader& read);
 
     // When the condition holds the member is wrong, or doubtful. Nothing is said of a missing one, nor of one that was

@@ -112,8 +112,7 @@ std::time_t Moments::NextTimeOfDay(std::time_t now, int seconds) {
     std::tm today{};
     localtime_r(&now, &today);
     // When the clock is put back the same time of day comes twice; only the first one counts.
-    const bool isOver = SecondsOf(today) >= seconds;
-    for (int day = isOver ? 1 : 0;; ++day) {
+    for (int day = SecondsOf(today) >= seconds ? 1 : 0;; ++day) {
         std::tm clock = today;
         clock.tm_mday += day;
         clock.tm_hour = seconds / 3600;

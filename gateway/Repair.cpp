@@ -8,12 +8,6 @@
 
 #include <fnmatch.h>
 
-namespace {
-
-constexpr std::size_t LONGEST_ROW = 8U << 20U; // bytes; all that is looked at
-
-} // namespace
-
 std::string MakeGlob(const std::string& pattern, const std::string& index) {
     std::string names;
     for (std::size_t i = 0; i < pattern.size(); ++i) {
@@ -64,6 +58,7 @@ bool IsOwn(const LogFileSettings& file, std::string_view begin) {
 }
 
 void CutTail(const LogFileSettings& file, const std::filesystem::path& path) {
+    constexpr std::size_t LONGEST_ROW = 8U << 20U; // bytes; all that is looked at
     const std::uintmax_t size = std::filesystem::file_size(path);
     const std::uintmax_t begin = (size > LONGEST_ROW ? size - LONGEST_ROW : 0) & ~std::uintmax_t(1);
     std::string tail(static_cast<std::size_t>(size - begin), '\0');

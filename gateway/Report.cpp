@@ -1,7 +1,6 @@
 #include "gateway/Report.h"
 
 #include "gateway/Moments.h"
-#include "gateway/ReportFault.h"
 #include "gateway/Text.h"
 
 #include <rapidjson/reader.h>
@@ -94,19 +93,13 @@ public:
         return m_Member == VALUE;
     }
     bool Bool(bool value) {
-        switch (m_Member) {
-        case VALUE:
+        const bool isState = m_Member == ACTIVE || m_Member == ACKED;
+        if (m_Member == VALUE) {
             Record().m_Value.SetBoolean(value);
-            return true;
-        case ACTIVE:
-            Record().m_wState |= value ? EONEVENTSTRUCT::STATE_ACTIVE : 0U;
-            return true;
-        case ACKED:
-            Record().m_wState |= value ? EONEVENTSTRUCT::STATE_ACKED : 0U;
-            return true;
-        default:
-            return false;
+        } else if (isState && value) {
+            Record().m_wState |= m_Member == ACTIVE ? EONEVENTSTRUCT::STATE_ACTIVE : EONEVENTSTRUCT::STATE_ACKED;
         }
+        return isState || m_Member == VALUE;
     }
     bool RawNumber(const char* digits, Size length, bool /*copy*/) {
         const char* const end = digits + length;
@@ -130,16 +123,16 @@ public:
             m_Report.m_Action = value;
             return IsAction(m_Report.m_Action);
         case NAME:
-            return Keep(value, Record().m_pszName);
+            return m_Report.Keep(value, Record().m_pszName);
         case TEXT:
-            return Keep(value, Record().m_pszText);
+            return m_Report.Keep(value, Record().m_pszText);
         case SOURCE:
-            return Keep(value, Record().m_pszSource);
+            return m_Report.Keep(value, Record().m_pszSource);
         case DETAIL:
-            return Keep(value, Record().m_pszDetail);
+            return m_Report.Keep(value, Record().m_pszDetail);
         case VALUE: {
             const wchar_t* kept = nullptr;
-            const bool isKept = Keep(value, kept);
+            const bool isKept = m_Report.Keep(value, kept);
             Record().m_Value.SetText(kept);
             return isKept;
         }
@@ -189,8 +182,8 @@ public:
         m_nPrefix = 0;
         return taken;
     }
-    bool EndArray(Size /*count*/) {
-        return m_Member == PREFIX_NUMBER ? m_nPrefix == std::size(Record().m_nPrefixNumbers) : !m_Seen.empty();
+    bool EndArray(Size count) {
+        return m_Member == PREFIX_NUMBER ? count == std::size(Record().m_nPrefixNumbers) : count > 0;
     }
 
 private:
@@ -204,10 +197,6 @@ private:
     bool Open(Members allowed) {
         *++m_pObject = {allowed, 0};
         return true;
-    }
-    bool Keep(std::string_view text, const wchar_t*& kept) {
-        kept = m_Report.Keep(text);
-        return kept != nullptr;
     }
     bool TakeInteger(std::int64_t value) {
         switch (m_Member) {
@@ -236,11 +225,10 @@ private:
         }
     }
     bool TakeDouble(double value) {
-        if (m_Member != VALUE) {
-            return m_Member == TIME && TakeSeconds(value);
+        if (m_Member == VALUE) {
+            Record().m_Value.SetDouble(value);
         }
-        Record().m_Value.SetDouble(value);
-        return true;
+        return m_Member == VALUE || (m_Member == TIME && TakeSeconds(value));
     }
     bool TakeSeconds(double seconds) {
         ETimeStamp stamp;
@@ -316,24 +304,25 @@ Report Report::MakeAction(const std::string& action, const std::string& log, con
 
 void Report::AddOwnRecord(const ETimeStamp& time, const std::string& text) {
     EONEVENTSTRUCT& record = m_Records.emplace_back();
-    record.m_pszName = Keep(m_Log);
-    record.m_pszText = Keep(text);
+    Keep(m_Log, record.m_pszName);
+    Keep(text, record.m_pszText);
     record.m_pszSource = L"kvgateway";
     record.m_TimeStamp = time;
     record.m_nIdentifier = m_nIdentifier;
 }
 
-const wchar_t* Report::Keep(std::string_view text) {
+bool Report::Keep(std::string_view text, const wchar_t*& kept) {
     const std::size_t begin = m_Texts.size();
     if (IsAscii(text)) {
         m_Texts.insert(m_Texts.end(), text.begin(), text.end());
     } else {
         const EString wide = Widen(std::string(text));
         if (wide.IsEmpty()) {
-            return nullptr;
+            return false;
         }
         m_Texts.insert(m_Texts.end(), &wide[0], &wide[wide.GetLength()]);
     }
     m_Texts.push_back(L'\0');
-    return m_Texts.data() + begin;
+    kept = m_Texts.data() + begin;
+    return true;
 }

@@ -40,8 +40,12 @@ private:
     void SetLog(const std::string& log);
     void AddOwnRecord(const ETimeStamp& time, const std::string& text); // for what nobody has given a record
     bool ParseRight(const std::string& line, const ETimeStamp& reading);
-    const wchar_t* Keep(std::string_view text); // null for what is not UTF-8
+    bool Keep(std::string_view text, const wchar_t*& kept); // false for what is not UTF-8
 
     std::string m_Scratch;
     std::vector<wchar_t> m_Texts; // what the records refer to; its room is made before, for they must stay in place
 };
+
+// Reads a line that has been refused once more, with the places of what stands in it: what is wrong, and where. Empty
+// when it finds nothing, which is a fault of the one that has refused it.
+std::string FindReportFault(const std::string& line);

@@ -1,5 +1,3 @@
-#include "gateway/ReportFault.h"
-
 #include "gateway/JsonObject.h"
 #include "gateway/Moments.h"
 #include "gateway/Report.h"
@@ -26,9 +24,9 @@ void CheckState(JsonObject& object) {
         return;
     }
     object.Object("state", [](JsonObject& bits) {
-        bool bit = false;
-        bits.Boolean("active", bit);
-        bits.Boolean("acked", bit);
+        for (const char* const bit : {"active", "acked"}) {
+            bits.RefuseIf(!bits.Is(bit, Kind::Boolean), bit, "true or false");
+        }
     });
 }
 
@@ -84,16 +82,16 @@ void CheckRecords(JsonObject& object, const char* name) {
 }
 
 void CheckLine(JsonObject& object) {
-    if (object.Find("event") != nullptr) {
-        object.Object("event", &CheckRecord);
+    if (object.Object("event", &CheckRecord)) {
         return;
     }
     std::string text;
     object.Require("log");
     object.Text("log", text);
-    if (object.Find("alarm") != nullptr) {
-        object.Object("alarm", &CheckRecord);
-    } else if (object.Find("snapshot") != nullptr) {
+    if (object.Object("alarm", &CheckRecord)) {
+        return;
+    }
+    if (object.Find("snapshot") != nullptr) {
         CheckRecords(object, "snapshot");
     } else if (object.Find("action") != nullptr) {
         std::string action;

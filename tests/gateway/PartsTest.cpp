@@ -1,7 +1,6 @@
 #include "gateway/FlowControl.h"
 #include "gateway/Moments.h"
 #include "gateway/Report.h"
-#include "gateway/ReportFault.h"
 #include "gateway/Schedule.h"
 #include "gateway/Text.h"
 #include "tests/gateway/Program.h"
