@@ -93,13 +93,19 @@ public:
         return m_Member == VALUE;
     }
     bool Bool(bool value) {
-        const bool isState = m_Member == ACTIVE || m_Member == ACKED;
-        if (m_Member == VALUE) {
+        switch (m_Member) {
+        case VALUE:
             Record().m_Value.SetBoolean(value);
-        } else if (isState && value) {
-            Record().m_wState |= m_Member == ACTIVE ? EONEVENTSTRUCT::STATE_ACTIVE : EONEVENTSTRUCT::STATE_ACKED;
+            return true;
+        case ACTIVE:
+            Record().m_wState |= value ? EONEVENTSTRUCT::STATE_ACTIVE : 0U;
+            return true;
+        case ACKED:
+            Record().m_wState |= value ? EONEVENTSTRUCT::STATE_ACKED : 0U;
+            return true;
+        default:
+            return false;
         }
-        return isState || m_Member == VALUE;
     }
     bool RawNumber(const char* digits, Size length, bool /*copy*/) {
         const char* const end = digits + length;
@@ -123,16 +129,16 @@ public:
             m_Report.m_Action = value;
             return IsAction(m_Report.m_Action);
         case NAME:
-            return m_Report.Keep(value, Record().m_pszName);
+            return Keep(value, Record().m_pszName);
         case TEXT:
-            return m_Report.Keep(value, Record().m_pszText);
+            return Keep(value, Record().m_pszText);
         case SOURCE:
-            return m_Report.Keep(value, Record().m_pszSource);
+            return Keep(value, Record().m_pszSource);
         case DETAIL:
-            return m_Report.Keep(value, Record().m_pszDetail);
+            return Keep(value, Record().m_pszDetail);
         case VALUE: {
             const wchar_t* kept = nullptr;
-            const bool isKept = m_Report.Keep(value, kept);
+            const bool isKept = Keep(value, kept);
             Record().m_Value.SetText(kept);
             return isKept;
         }
@@ -182,8 +188,8 @@ public:
         m_nPrefix = 0;
         return taken;
     }
-    bool EndArray(Size count) {
-        return m_Member == PREFIX_NUMBER ? count == std::size(Record().m_nPrefixNumbers) : count > 0;
+    bool EndArray(Size /*count*/) {
+        return m_Member == PREFIX_NUMBER ? m_nPrefix == std::size(Record().m_nPrefixNumbers) : !m_Seen.empty();
     }
 
 private:
@@ -197,6 +203,10 @@ private:
     bool Open(Members allowed) {
         *++m_pObject = {allowed, 0};
         return true;
+    }
+    bool Keep(std::string_view text, const wchar_t*& kept) {
+        kept = m_Report.Keep(text);
+        return kept != nullptr;
     }
     bool TakeInteger(std::int64_t value) {
         switch (m_Member) {
@@ -225,10 +235,11 @@ private:
         }
     }
     bool TakeDouble(double value) {
-        if (m_Member == VALUE) {
-            Record().m_Value.SetDouble(value);
+        if (m_Member != VALUE) {
+            return m_Member == TIME && TakeSeconds(value);
         }
-        return m_Member == VALUE || (m_Member == TIME && TakeSeconds(value));
+        Record().m_Value.SetDouble(value);
+        return true;
     }
     bool TakeSeconds(double seconds) {
         ETimeStamp stamp;
@@ -304,25 +315,24 @@ Report Report::MakeAction(const std::string& action, const std::string& log, con
 
 void Report::AddOwnRecord(const ETimeStamp& time, const std::string& text) {
     EONEVENTSTRUCT& record = m_Records.emplace_back();
-    Keep(m_Log, record.m_pszName);
-    Keep(text, record.m_pszText);
+    record.m_pszName = Keep(m_Log);
+    record.m_pszText = Keep(text);
     record.m_pszSource = L"kvgateway";
     record.m_TimeStamp = time;
     record.m_nIdentifier = m_nIdentifier;
 }
 
-bool Report::Keep(std::string_view text, const wchar_t*& kept) {
+const wchar_t* Report::Keep(std::string_view text) {
     const std::size_t begin = m_Texts.size();
     if (IsAscii(text)) {
         m_Texts.insert(m_Texts.end(), text.begin(), text.end());
     } else {
         const EString wide = Widen(std::string(text));
         if (wide.IsEmpty()) {
-            return false;
+            return nullptr;
         }
         m_Texts.insert(m_Texts.end(), &wide[0], &wide[wide.GetLength()]);
     }
     m_Texts.push_back(L'\0');
-    kept = m_Texts.data() + begin;
-    return true;
+    return m_Texts.data() + begin;
 }

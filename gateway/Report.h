@@ -40,7 +40,7 @@ private:
     void SetLog(const std::string& log);
     void AddOwnRecord(const ETimeStamp& time, const std::string& text); // for what nobody has given a record
     bool ParseRight(const std::string& line, const ETimeStamp& reading);
-    bool Keep(std::string_view text, const wchar_t*& kept); // false for what is not UTF-8
+    const wchar_t* Keep(std::string_view text); // null for what is not UTF-8
 
     std::string m_Scratch;
     std::vector<wchar_t> m_Texts; // what the records refer to; its room is made before, for they must stay in place
