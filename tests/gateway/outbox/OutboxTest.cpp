@@ -80,7 +80,7 @@ TEST_F(QueueTest, GivesNamesAndBytesAsTheyAre) {
     m_Settings.m_Targets[7].m_Command = {"/bin/sh", "-c",     "printf '%s\\n' \"$@\" >args; cat >sent",
                                          "sh",      "{path}", "<{name}> {id}"};
     Open();
-    const std::string name = "$(touch x); 'a\" b\\n*|ü.csv";
+    const std::string name = "{path} $(touch x); 'a\" b\\n*|ü.csv";
     const std::string bytes("\0\r\n\xFF", 4);
     Accept(name, bytes, 7);
     ASSERT_TRUE(Drain());
