@@ -2,6 +2,7 @@
 
 #include "base/EString.h"
 
+#include <numeric>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -9,9 +10,13 @@
 // A map from text to pointer; keys are compared exactly, character by character. It never frees the values. Not for
 // several threads without a lock of the caller's.
 class KVBASE_API EMapStringToPtr {
-    // Takes keys as they come: a look-up makes no text of its own.
-    struct Hash : std::hash<std::wstring_view> {
+    // Takes keys as they come: a look-up makes no text of its own. Names are short, and every report asks.
+    struct Hash {
         using is_transparent = void;
+        std::size_t operator()(std::wstring_view key) const {
+            return std::accumulate(key.begin(), key.end(), std::size_t{0},
+                                   [](std::size_t hash, wchar_t c) { return 31 * hash + static_cast<std::size_t>(c); });
+        }
     };
     using Entries = std::unordered_map<std::wstring, void*, Hash, std::equal_to<>>;
 
