@@ -49,9 +49,10 @@ bool JsonObject::Text(const std::string& name, std::string& text) {
 
 const std::vector<EJsonValue>& JsonObject::List(const std::string& name) {
     static const std::vector<EJsonValue> none;
-    const bool isList = Is(name, Kind::Array);
+    const EJsonValue* const member = Find(name);
+    const bool isList = member != nullptr && member->m_Kind == Kind::Array;
     RefuseIf(!isList, name, "a list");
-    return isList ? Find(name)->m_Items : none;
+    return isList ? member->m_Items : none;
 }
 
 bool JsonObject::Object(const std::string& name, const Reader& read) {
