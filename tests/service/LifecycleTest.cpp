@@ -180,13 +180,16 @@ TEST_F(Lifecycle, EveryReportOfTwoLivesBecomesOneRowWhateverHappensMeanwhile) {
     for (int round = 0; round < ROUNDS; ++round) {
         OnThreads(THREADS + 2, [&](int thread) {
             if (thread < THREADS) {
-                Reports(thread, round * 60, 60);
+                Reports(thread, round * 60, 59);
                 return;
             }
             for (int i = 0; i < 10; ++i) {
                 thread == THREADS ? AskForTheKernelLog() : SaveStopAndStart();
             }
         });
+        for (int thread = 0; thread < THREADS; ++thread) {
+            Reports(thread, round * 60 + 59, 1); // wakes the worker for what a stop has left
+        }
         ASSERT_TRUE(Eventually([&] { return Queued().empty(); }));
     }
     m_pService->PrepareToStop();
