@@ -252,7 +252,9 @@ void Queue::HoldLimit() {
     }
     for (auto entry = m_Entries.begin(); entry != m_Entries.end();) { // what somebody has taken out takes no room
         const auto next = std::next(entry);
-        if (entry->first != m_nRunning && !entry->second.m_Make && !fs::exists(entry->second.m_File)) {
+        std::error_code error; // of a disk that fails, which says nothing about the file
+        const bool isGone = fs::status(entry->second.m_File, error).type() == fs::file_type::not_found;
+        if (isGone && entry->first != m_nRunning && !entry->second.m_Make) {
             Remove(entry);
         }
         entry = next;

@@ -150,7 +150,10 @@ TEST_F(QueueTest, HoldsTheLimitByTheOldest) {
         Accept("", std::string(10, digit));
     }
     EXPECT_THAT(Contents("queue"), ElementsAre(Pair(_, "3333333333"), Pair(_, "4444444444")));
-    Accept("", std::string(100, '5'));
+    fs::remove("queue/" + Contents("queue").begin()->first); // what is taken out takes no room
+    Accept("", std::string(10, '5'));
+    EXPECT_THAT(Contents("queue"), ElementsAre(Pair(_, "4444444444"), Pair(_, "5555555555")));
+    Accept("", std::string(100, '6'));
     EXPECT_THAT(Contents("queue"), SizeIs(1));
     EXPECT_THAT(Lines(internal::GetCapturedStderr()), SizeIs(4)) << "each is named";
     EXPECT_TRUE(Drain()) << "without a target they wait for nobody";
