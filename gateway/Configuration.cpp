@@ -1,7 +1,7 @@
 #include "gateway/Configuration.h"
 
 #include "gateway/JsonObject.h"
-#include "gateway/Report.h"
+#include "gateway/Moments.h"
 #include "gateway/Text.h"
 
 #include <algorithm>
@@ -27,15 +27,22 @@ constexpr bool WITH_MAIL = false;
 constexpr bool WITH_MAIL = true;
 #endif
 
-// What to write instead of a member that the gateway knew when it sent by itself; empty for other members.
-std::string Instead(const std::string& member) {
-    const std::string_view ofProgram =
-        " server url user passwordEnv passwordFile requireTls caFile knownHosts keyFile ";
-    return member == "spool"    ? R"("limit", "retryMin" and "retryMax" in its place)"
-           : member == "outbox" ? R"(none: without "command" mails stay in outbox/mail)"
-           : ofProgram.find(' ' + member + ' ') != std::string_view::npos
-               ? R"("command", a program that sends and knows servers, logins and certificates by itself)"
-               : "";
+// Members that the gateway had when it sent by itself, and what to write instead.
+void RefuseFormer(JsonObject& object) {
+    static const std::pair<std::set<std::string>, const char*> FORMER[] = {
+        {{"server", "url", "user", "passwordEnv", "passwordFile", "requireTls", "caFile", "knownHosts", "keyFile"},
+         R"("command", a program that knows servers, logins and certificates by itself)"},
+        {{"spool"}, R"("limit", "retryMin" and "retryMax" in its place)"},
+        {{"outbox"}, R"(none: without "command" mails stay in outbox/mail)"},
+        {{"schedule"}, "none: cron or a systemd timer writes the line of the action into the input"}};
+    for (const EJsonValue& member : object.Value().m_Items) {
+        for (const auto& [names, instead] : FORMER) {
+            if (names.contains(member.m_Name)) {
+                object.Find(member.m_Name); // so that Finish does not name it again
+                object.Error(member.m_NamePlace, "found " + EJsonText::Quote(member.m_Name) + ", expected " + instead);
+            }
+        }
+    }
 }
 
 // A number of seconds, or a text with a unit.
@@ -64,12 +71,7 @@ std::string FindProgram(const std::string& name) {
 }
 
 void TakeCommand(JsonObject& object, bool isMail, std::vector<std::string>& command) {
-    for (const EJsonValue& member : object.Value().m_Items) {
-        if (const std::string instead = Instead(member.m_Name); !instead.empty()) {
-            object.Find(member.m_Name); // so that Finish does not name it again
-            object.Error(member.m_NamePlace, "found " + EJsonText::Quote(member.m_Name) + ", expected " + instead);
-        }
-    }
+    RefuseFormer(object);
     static const std::regex unknown("\\{(?!(path|name|id)\\})[A-Za-z]+\\}");
     bool hasPath = isMail;
     for (const EJsonValue& item : object.List("command")) {
@@ -182,24 +184,19 @@ bool LoadFile(const std::filesystem::path& path, bool mayMiss, Findings& finding
 
 Configuration Configuration::Load(const std::filesystem::path& directory, Findings& findings) {
     Configuration configuration;
-    EJsonValue gateway;
-    EJsonValue logFiles;
-    const bool hasGateway = LoadFile(directory / "gateway.json", true, findings, gateway);
-    JsonObject object(gateway, "gateway", findings);
-    configuration.ReadGateway(object);
-    const bool hasLogFiles = LoadFile(directory / "kvLogFile.json", false, findings, logFiles);
-    if (hasLogFiles) {
-        configuration.ReadLogFiles(logFiles, !hasGateway, findings);
+    EJsonValue root;
+    const bool hasGateway = LoadFile(directory / "gateway.json", true, findings, root);
+    JsonObject gateway(root, "gateway", findings);
+    configuration.ReadGateway(gateway);
+    gateway.Finish();
+    if (LoadFile(directory / "kvLogFile.json", false, findings, root)) {
+        configuration.ReadLogFiles(root, !hasGateway, findings);
     }
-    findings.SetFile((directory / "gateway.json").string());
-    if (object.Find("schedule") != nullptr && hasLogFiles) { // they are named there
-        object.Objects("schedule", "schedule", [&](JsonObject& entry) { configuration.ReadEntry(entry); });
-    }
-    object.Finish();
     return configuration;
 }
 
 void Configuration::ReadGateway(JsonObject& object) {
+    RefuseFormer(object);
     object.Object("headings", [this](JsonObject& headings) {
         for (std::size_t i = 0; i < m_Headings.size(); ++i) {
             headings.Text(HEADING_NAMES[i], m_Headings[i]);
@@ -233,25 +230,4 @@ void Configuration::ReadIdentifier(JsonObject& object) {
     object.Integer("id", id, 0);
     TakeTarget(object, target);
     object.ErrorIf(!m_Identifiers.emplace(id, target).second, "found a second one of this id, expected another id");
-}
-
-void Configuration::ReadEntry(JsonObject& object) {
-    ScheduleEntry entry;
-    object.Require("log");
-    object.Require("action");
-    object.Text("log", entry.m_Log);
-    object.Text("action", entry.m_Action);
-    object.RefuseIf(!IsAction(entry.m_Action), "action", "the name of an action");
-    const LogFileSettings* const file = FindLogFile(entry.m_Log);
-    object.RefuseIf(file == nullptr, "log", "the name of a log file");
-    object.RefuseIf(entry.m_Action == ACTIONS[ACTION_DELIVERY] && file != nullptr && !file->Delivers(), "log",
-                    "a log file that delivers");
-    if (object.Find("every") != nullptr) {
-        TakeSpan(object, "every", entry.m_Every.emplace());
-    }
-    std::string at;
-    object.Text("at", at);
-    object.RefuseIf(!Moments::ParseTimeOfDay(at, entry.m_nTimeOfDay), "at", "a time of day such as \"06:00\"");
-    object.ErrorIf(entry.m_Every.has_value() == (object.Find("at") != nullptr), "expected either \"every\" or \"at\"");
-    m_Schedule.push_back(entry);
 }

@@ -7,9 +7,9 @@
 
 // Keeps the module's queue from running over: it would drop what comes then, without a word.
 //
-// Counting what waits is expensive: the module writes a file of it, and the worker stands still meanwhile. So nothing is
-// counted while there must be room, even if the worker had written nothing since the last count. When the queue is full,
-// the next count comes when little of it should be left, at the speed that the worker had before.
+// Counting what waits is expensive: the module writes a file of it, and the worker stands still meanwhile. So the next
+// count comes only when the room that the last one found is used up, and not before the worker should have written most
+// of the queue, at the speed that it had before.
 class FlowControl {
 public:
     using Steady = std::chrono::steady_clock::time_point;

@@ -43,7 +43,7 @@ bool ReadRequest(EFileIO& file, Report& request) {
                        [&](EONEVENTSTRUCT& record) { return record.Restore(&file) != 0; });
 }
 
-// The saved requests, as far as the file can be read; `whole`: there are as many as it says.
+// The saved requests that can be read; `whole` is false when the file is damaged.
 std::vector<Report> ReadRequests(const std::filesystem::path& path, bool& whole) {
     EFileIO file(Widen(path.string()), EFileIO::OPEN_FOR_READING);
     file.Buffer();
@@ -61,7 +61,7 @@ std::vector<Report> ReadRequests(const std::filesystem::path& path, bool& whole)
 
 std::atomic<std::uint64_t> g_nFailedWrites = 0;
 
-// The module drops a row that cannot be written, and says nothing.
+// The module drops a row that cannot be written without a message.
 void OnFailedWrite(const char* name, int error) {
     static std::mutex mutex;
     static std::chrono::steady_clock::time_point next;
@@ -81,8 +81,7 @@ void OnFailedWrite(const char* name, int error) {
 
 Gateway::Gateway(const Configuration& configuration, const std::filesystem::path& directory,
                  const std::filesystem::path& module)
-    : m_Configuration(configuration),
-      m_Directory(std::filesystem::absolute(directory)),
+    : m_Directory(std::filesystem::absolute(directory)),
       m_Work(directory),
       m_Outbox(configuration.m_Mail, configuration.m_Upload),
       m_Kernel(configuration, m_Outbox),
@@ -91,6 +90,9 @@ Gateway::Gateway(const Configuration& configuration, const std::filesystem::path
       m_Waiting(m_Work.Path() / m_Saved.filename()) {
     m_Kernel.SetService(&m_Module.Service());
     for (const LogFileSettings& file : configuration.m_LogFiles) {
+        for (const std::string& prefix : {file.Directory(), file.LogDirectory()}) { // may end with letters of the name
+            std::filesystem::create_directories(std::filesystem::absolute(prefix + "x").parent_path());
+        }
         file.RepairCurrent();
     }
     HandOverLeftovers(configuration, m_Outbox);
@@ -105,23 +107,14 @@ void Gateway::Start() {
     ThrowIfFailed(service.PrepareToStart(), "preparing the module");
     ThrowIfFailed(service.Restore(0, NO_IDENTIFIER), "preparing the module"); // for the names; reads nothing
     ThrowIfFailed(service.Restore(0), "reading the configuration");
-    if (m_Kernel.Failures() > 0) {
-        throw std::runtime_error("rows would be lost: see the directories above");
-    }
-    // The module makes no directory for the kernel log, whose path may end with the beginning of the file names.
-    const std::filesystem::path kernelLog = m_Configuration.FindLogFile(KERNEL_LOG)->m_LogPath + "x";
-    if (kernelLog.has_parent_path()) {
-        std::filesystem::create_directories(kernelLog.parent_path());
-    }
-    // From here on the module keeps its list of waiting requests apart from those that a clean stop has saved.
+    // From here on the module writes its waiting requests elsewhere, not over the saved ones.
     EPersistent::SetDirectory(Widen(m_Work.Path().string()));
     StartWithSavedRequests();
 }
 
-// The saved requests are reported again, as if they came just now, once the service is started: before that it has no
-// default kernel log to take them up for, and for what it restores by itself it does not wake its worker. At any moment
-// the gateway may be killed: the file is removed before the first of its requests can be written, so that none is
-// written twice.
+// The saved requests are reported again after the start. The service could restore them itself, but has no default kernel
+// log before it is started, and does not wake its worker for them. The file is removed before the first request is
+// reported: a kill in between loses requests, but writes none twice.
 void Gateway::StartWithSavedRequests() {
     ThrowIfFailed(m_Module.Service().PreStart(), "starting the module");
     ThrowIfFailed(m_Module.Service().Start(), "starting the module");
@@ -140,10 +133,7 @@ void Gateway::StartWithSavedRequests() {
     }
     int restored = 0;
     for (Report& request : requests) {
-        if (!Failed(Submit(request))) { // its log file is still configured
-            ++restored;
-            CountRow(request.m_Action, request.m_Log, 1);
-        }
+        restored += Failed(Submit(request)) ? 0 : 1; // unless its log file is no longer configured
     }
     if (restored > 0) {
         Console::Say(Plural(restored, "saved request") + " taken up again");
@@ -153,7 +143,6 @@ void Gateway::StartWithSavedRequests() {
 bool Gateway::Submit(Report& report, std::string& reason) {
     const EResult result = Submit(report);
     if (!Failed(result)) {
-        Count(report);
         return true;
     }
     const std::string log = EJsonText::Quote(report.m_Log);
@@ -182,22 +171,6 @@ EResult Gateway::Submit(Report& report) {
                              : RC_NO_ACTION;
 }
 
-void Gateway::Count(const Report& report) {
-    ++m_Counters.m_nReports;
-    m_Counters.m_nDeliveries += report.m_Action == ACTIONS[ACTION_DELIVERY] ? 1 : 0;
-    const bool isOthers =
-        report.m_Action == ACTIONS[ACTION_LOG_ALARM] && report.m_Records.front().m_nIdentifier != report.m_nIdentifier;
-    if (!isOthers) { // an alarm of another identifier leaves no row
-        CountRow(report.m_Action, report.m_Kind == Report::Kind::Event ? KERNEL_LOG : report.m_Log, 1);
-    }
-}
-
-void Gateway::CountRow(const std::string& action, const std::string& log, int rows) {
-    if (WritesRow(action)) {
-        m_Counters.m_Rows[log] += rows;
-    }
-}
-
 std::optional<std::uint32_t> Gateway::CountWaiting() {
     if (Failed(m_Module.Service().WarmRestart(WR_SAVE, nullptr))) {
         return std::nullopt;
@@ -216,16 +189,10 @@ bool Gateway::End(bool save) {
     }
     std::error_code error = std::make_error_code(std::errc::io_error);
     if (waiting) {
-        bool whole = false;
-        for (const Report& request : ReadRequests(m_Waiting, whole)) {
-            ++m_Counters.m_nSaved;
-            CountRow(request.m_Action, request.m_Log, -1);
-        }
         std::filesystem::rename(m_Waiting, m_Saved, error); // complete, or not there at all
     }
-    if (error) {
-        Console::Say("error: the waiting requests could not be saved, and are lost");
-    }
+    Console::Say(error ? "error: the waiting requests could not be saved, and are lost"
+                       : Plural(*waiting, "request") + " saved for the next start");
     return !error;
 }
 

@@ -9,10 +9,8 @@ void Findings::ErrorWithPlace(const std::string& text) {
     m_bErrors = true;
 }
 
-// Of a line of the input only the column is of interest.
 std::string Findings::Prefix(const EJsonPlace& place) const {
-    const std::string column = std::to_string(place.m_nColumn) + ": ";
-    return m_File.empty() ? "column " + column : m_File + ':' + std::to_string(place.m_nLine) + ':' + column;
+    return m_File + ':' + std::to_string(place.m_nLine) + ':' + std::to_string(place.m_nColumn) + ": ";
 }
 
 JsonObject::JsonObject(const EJsonValue& value, const std::string& what, Findings& findings)
@@ -35,11 +33,6 @@ const EJsonValue* JsonObject::Require(const std::string& name) {
         Error(m_Value.m_End, "found no " + EJsonText::Quote(name) + ", expected one");
     }
     return member;
-}
-
-bool JsonObject::Is(const std::string& name, Kind kind) {
-    const EJsonValue* const member = Find(name);
-    return member != nullptr && member->m_Kind == kind;
 }
 
 bool JsonObject::Text(const std::string& name, std::string& text) {

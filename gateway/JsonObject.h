@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-// What is wrong, or doubtful, in the files of a configuration or in a line of the input.
+// What is wrong or doubtful in the files of a configuration.
 class Findings {
 public:
     void SetFile(const std::string& file) { m_File = file; } // where the findings that follow belong
@@ -42,15 +42,17 @@ public:
     const EJsonValue* Find(const std::string& name);
     const EJsonValue* Require(const std::string& name); // a missing member is a finding
 
-    bool Is(const std::string& name, EJsonValue::Kind kind); // there, and of this kind
-
     // True when the member is there and was taken.
     bool Text(const std::string& name, std::string& text);
     template <class Number>
     bool Integer(const std::string& name, Number& number, std::int64_t min = std::numeric_limits<Number>::min(),
                  std::int64_t max = std::numeric_limits<Number>::max()) {
         const EJsonValue* const member = Find(name);
-        return member != nullptr && TakeInteger(*member, name, number, min, max);
+        const bool fits = member != nullptr && member->m_Kind == EJsonValue::Kind::Integer &&
+                          member->m_nInteger >= min && member->m_nInteger <= max;
+        RefuseIf(!fits, name, "an integer from " + std::to_string(min) + " to " + std::to_string(max));
+        number = fits ? static_cast<Number>(member->m_nInteger) : number;
+        return fits;
     }
     const std::vector<EJsonValue>& List(const std::string& name); // empty when it is missing or no list
 
@@ -73,16 +75,6 @@ public:
 
     // For items of lists, which have no name: `name` is how a message calls them.
     bool TakeText(const EJsonValue& value, const std::string& name, std::string& text);
-    template <class Number>
-    bool TakeInteger(const EJsonValue& value, const std::string& name, Number& number, std::int64_t min,
-                     std::int64_t max) {
-        if (value.m_Kind != EJsonValue::Kind::Integer || value.m_nInteger < min || value.m_nInteger > max) {
-            Refuse(value, name, "an integer from " + std::to_string(min) + " to " + std::to_string(max));
-            return false;
-        }
-        number = static_cast<Number>(value.m_nInteger);
-        return true;
-    }
     void Refuse(const EJsonValue& value, const std::string& name, const std::string& expected);
 
     const EJsonValue& Value() const { return m_Value; }

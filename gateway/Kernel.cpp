@@ -1,6 +1,5 @@
 #include "gateway/Kernel.h"
 
-#include "base/EFileIO.h"
 #include "base/IEMailService.h"
 #include "base/IKernelService.h"
 #include "base/IUploadService.h"
@@ -15,7 +14,6 @@
 namespace {
 
 const std::map<int, const char*> MESSAGES = {
-    {MSG_PATH_NOT_PREPARED, "a log directory could not be prepared"},
     {MSG_NOT_CREATED, "a directory or a delivery could not be made"},
     {MSG_NO_UPLOAD_SERVICE, "a log file is left out: it is to be uploaded, and uploads are not configured"},
     {MSG_NO_EMAIL_SERVICE, "a log file is left out: it is to be mailed, and e-mail is not configured"},
@@ -98,15 +96,6 @@ EResult Kernel::GetUploadParameters(int id, EString* parameter1, EString* /*para
     }
     *parameter1 = Widen(std::to_string(id));
     return RC_OK;
-}
-
-EResult Kernel::PreparePath(int /*id*/, EString* path) {
-    if (EFileIO::CreateRecursiveDir(*path) != 0) {
-        return RC_OK;
-    }
-    ++m_nFailures;
-    Console::Say("error: the directory \"" + Narrow(*path) + "\" cannot be made");
-    return RC_NOT_MADE;
 }
 
 const wchar_t* Kernel::GetString(unsigned long number, unsigned long /*reserved*/) {

@@ -27,11 +27,10 @@ class Kernel : public IKernelBase,
 public:
     Kernel(const Configuration& configuration, Outbox& outbox);
 
-    // The service that answers for its own interfaces, to whoever asks the kernel for them.
+    // The service is asked for the interfaces that are its own.
     void SetService(IKernelService* service) { m_pService = service; }
     IAction* FindAction(const std::string& name) const; // null when nobody carries it out
     int Messages() const { return m_nMessages; }        // so far
-    int Failures() const { return m_nFailures; }        // directories that could not be made so far
 
     // RC_NOT_FOUND, and null, for a number that nobody serves.
     EResult GetInterface(unsigned long id, void** out) override;
@@ -39,17 +38,19 @@ public:
     // Puts the module's messages on stderr, with an English text.
     EResult Report(int level, int source, int messageNumber, const wchar_t* text) override;
 
-    // The kernel's thread registers, before anybody asks.
+    // On the kernel's thread, before the first FindAction.
     EResult RegisterAction(const wchar_t* name, IAction* action) override;
 
     EResult QualifyName(int id, EString* name) override;
     EResult ParseName(EString* name, int* id) override;
     EResult ParseNameText(const wchar_t* name, int* id) override;
     EResult GetUploadParameters(int id, EString* parameter1, EString* parameter2, EString* parameter3) override;
-    EResult PreparePath(int id, EString* path) override;
+    EResult PreparePath(int /*id*/, EString* /*path*/) override {
+        return RC_OK;
+    } // the gateway has made all directories
 
-    // The service restores no requests, and so has no identifiers to check and no failure to announce: the gateway
-    // reports saved requests again by itself.
+    // The gateway reports saved requests again itself: the service restores none, and calls neither CheckId
+    // nor Operation3 to 9.
     EResult IsRestoreWanted() override { return 0; }
     EResult CheckId(int /*id*/, bool* accepted) override {
         *accepted = true;
@@ -69,5 +70,4 @@ private:
     std::map<std::string, IAction*> m_Actions;
     std::vector<EString> m_Headings;
     std::atomic<int> m_nMessages{0};
-    std::atomic<int> m_nFailures{0};
 };

@@ -62,7 +62,6 @@ void Finish(const fs::path& path, bool keep, const std::string& logDirectory) {
     bool isDone = true;
     if (keep) {
         const fs::path target = logDirectory + path.filename().string();
-        fs::create_directories(target.parent_path(), error);
         isDone = EFileIO::RenameFile(Widen(path.string()), Widen(target.string())) != 0;
     } else {
         isDone = fs::remove(path, error);

@@ -23,7 +23,7 @@ void LineReader::Read() {
 LineReader::Result LineReader::Take(std::string& line) {
     const std::size_t end = m_Buffer.find('\n', m_nSearched);
     const bool found = end != std::string::npos;
-    if (!found && !(m_bEnd && m_nBegin < m_Buffer.size())) {
+    if (!found && !(m_bEnd && (m_bSkipping || m_nBegin < m_Buffer.size()))) {
         m_nSearched = m_Buffer.size();
         if (m_Buffer.size() - m_nBegin > MAX_LINE) {
             m_nBegin = m_Buffer.size();
@@ -34,7 +34,6 @@ LineReader::Result LineReader::Take(std::string& line) {
     const std::size_t stop = found ? end : m_Buffer.size();
     const bool tooLong = m_bSkipping || stop - m_nBegin > MAX_LINE;
     line.assign(m_Buffer, m_nBegin, tooLong ? 0 : stop - m_nBegin);
-    m_nBytes += stop - m_nBegin + (found ? 1 : 0);
     m_nBegin = m_nSearched = found ? end + 1 : stop;
     m_bSkipping = false;
     ++m_nLine;

@@ -12,15 +12,14 @@ public:
 
     explicit LineReader(int file) : m_nFile(file) {} // stays the caller's
 
-    // Reads what there is; waits when there is nothing. To be called when no line is left. Throws std::system_error.
+    // Reads more input, and waits for it. To be called when Take has no line left. Throws std::system_error.
     void Read();
 
-    // The next line, without its end. Of a line that is too long nothing is kept. The last line needs no end.
+    // The next line without its newline, which the last one may lack. A line that is too long is dropped.
     Result Take(std::string& line);
 
     bool AtEnd() const { return m_bEnd && m_nBegin >= m_Buffer.size(); }
-    std::uint64_t LineNumber() const { return m_nLine; } // of the line taken last, from 1
-    std::uint64_t BytesTaken() const { return m_nBytes; }
+    std::int64_t LineNumber() const { return m_nLine; } // of the line taken last, from 1
 
 private:
     int m_nFile;
@@ -29,6 +28,5 @@ private:
     std::size_t m_nSearched = 0; // no line ends before this
     bool m_bSkipping = false;    // inside a line that is too long
     bool m_bEnd = false;
-    std::uint64_t m_nLine = 0;
-    std::uint64_t m_nBytes = 0;
+    std::int64_t m_nLine = 0;
 };

@@ -1,5 +1,6 @@
 #include "gateway/Configuration.h"
 
+#include "base/EFileIO.h"
 #include "base/EscFilter.h"
 #include "gateway/JsonObject.h"
 #include "gateway/Text.h"
@@ -7,8 +8,8 @@
 #include <algorithm>
 #include <set>
 
-// Reads kvLogFile.json. The module takes its items by position and does not look at their names: whoever misplaces one
-// gets another's value without a word. Here every name is held against its place.
+// Reads kvLogFile.json. The module takes its items by position and ignores their names, so that a misplaced one gives its
+// value to another. Here every name is checked against its position.
 
 namespace {
 
@@ -23,7 +24,7 @@ const Names FILE_ITEMS_OLD{"type",     "name",    "logPath", "fileName", "maxFil
 constexpr int NEWEST_VERSION = 3;
 constexpr int MAX_FILES = 10000; // each start of a file touches the whole set
 
-// The first item that is not where it belongs; what follows it is out of place because of it.
+// Reports the first misplaced item only: the ones behind it are misplaced because of it.
 void CheckOrder(JsonObject& object, const Names& expected) {
     const std::vector<EJsonValue>& items = object.Value().m_Items;
     const auto same = [](const EJsonValue& item, const std::string& name) { return item.m_Name == name; };
@@ -37,7 +38,7 @@ void CheckOrder(JsonObject& object, const Names& expected) {
                      (name != expected.end() ? EJsonText::Quote(*name) : end));
 }
 
-// Runs of token letters have to have one of the lengths; the module drops what does not become a token.
+// A run of a token's letter must have one of its lengths; the module drops others.
 void CheckPattern(JsonObject& object, const char* name, const std::map<char, std::set<std::size_t>>& tokens,
                   const std::string& expected) {
     std::string pattern;
@@ -107,21 +108,6 @@ LogFileSettings ReadLogFile(JsonObject& object) {
     return file;
 }
 
-LogFileSettings DefaultKernelLog() {
-    LogFileSettings file;
-    file.m_Name = KERNEL_LOG;
-    file.m_FileName = Narrow(KERNEL_LOG_FILE);
-    file.m_nMaxFileSize = KERNEL_LOG_SIZE;
-    file.m_nNumFiles = KERNEL_LOG_FILES;
-    file.m_nFileFormat = FORMAT_PLAIN_TEXT;
-    return file;
-}
-
-bool IsKernelLog(const EJsonValue& spec) {
-    return std::any_of(spec.m_Items.begin(), spec.m_Items.end(),
-                       [](const EJsonValue& item) { return item.m_Name == "name" && item.m_Text == KERNEL_LOG; });
-}
-
 } // namespace
 
 void Configuration::ReadLogFiles(const EJsonValue& root, bool alone, Findings& findings) {
@@ -143,12 +129,7 @@ void Configuration::ReadLogFiles(const EJsonValue& root, bool alone, Findings& f
             }
         }
     };
-    const std::vector<EJsonValue>& list = section.List("fileSpecs");
-    if (std::none_of(list.begin(), list.end(), &IsKernelLog)) {
-        m_LogFiles.push_back(DefaultKernelLog());
-        claim(m_LogFiles.back(), root.m_Begin);
-    }
-    for (const EJsonValue& value : list) {
+    for (const EJsonValue& value : section.List("fileSpecs")) {
         JsonObject object(value, "log file", findings);
         if (value.m_Kind != EJsonValue::Kind::Object) {
             continue;
@@ -166,6 +147,14 @@ void Configuration::ReadLogFiles(const EJsonValue& root, bool alone, Findings& f
         }
         m_LogFiles.push_back(file);
     }
+    if (FindLogFile(KERNEL_LOG) == nullptr) {
+        m_LogFiles.push_back({.m_Name = KERNEL_LOG,
+                              .m_FileName = Narrow(KERNEL_LOG_FILE),
+                              .m_nMaxFileSize = KERNEL_LOG_SIZE,
+                              .m_nNumFiles = KERNEL_LOG_FILES,
+                              .m_nFileFormat = FORMAT_PLAIN_TEXT});
+        claim(m_LogFiles.back(), root.m_Begin);
+    }
 }
 
 // What gateway.json has to say about a log file.
@@ -177,22 +166,25 @@ void Configuration::CheckDelivery(const LogFileSettings& file, JsonObject& objec
     object.RefuseIf(isMailed && !m_Mail, "deliveryMode", "\"mail\" in gateway.json");
     object.RefuseIf(file.m_nDeliveryMode == DELIVERY_UPLOAD && !m_Upload, "deliveryMode", "\"upload\" in gateway.json");
     const std::string mail = JoinName(file.m_MailName, id);
-    if (isMailed && m_Mail && !m_Mail->m_Definitions.contains(mail)) {
-        const EJsonValue* const value = object.Find("mailName");
-        object.Error(value != nullptr ? value->m_Begin : object.Value().m_Begin,
-                     "found no definition " + EJsonText::Quote(mail) +
-                         " in gateway.json, expected it for \"mailName\"");
-    }
+    object.RefuseIf(isMailed && m_Mail && !m_Mail->m_Definitions.contains(mail), "mailName",
+                    "a definition " + EJsonText::Quote(mail) + " in gateway.json");
 }
 
-// The module gives the kernel log no directory of its own to deliver from.
+// A kernel log that delivers is written in the working directory, not in the spool.
 std::string LogFileSettings::Directory() const {
     return !Delivers() ? LogDirectory() : IsKernelLog() ? "" : Narrow(SPOOL_DIRECTORY);
 }
 
+// As the module changes it.
 std::string LogFileSettings::LogDirectory() const {
-    const std::string directory = m_LogPath.empty() ? "." : m_LogPath;
-    return IsKernelLog() ? m_LogPath : directory.ends_with('/') ? directory : directory + '/';
+    if (IsKernelLog()) {
+        return m_LogPath;
+    }
+    EString directory = m_LogPath.empty() ? L"." : Widen(m_LogPath);
+    directory.TrimRight();
+    EFileIO::ConvertPathString(directory.GetBuffer(0));
+    const std::string path = Narrow(directory);
+    return path.ends_with('/') ? path : path + '/';
 }
 
 std::set<std::string> LogFileSettings::Files(const ETimeStamp& moment) const {

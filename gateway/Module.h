@@ -8,14 +8,14 @@
 class IKernelBase;
 class IKernelService;
 
-// The loaded module and its one service. What cannot be done throws std::runtime_error with a text for the operator.
+// The loaded module and its one service. Throws std::runtime_error with a text for the operator.
 class Module {
 public:
     Module(const std::filesystem::path& path, IKernelBase& kernel);
     Module(const Module&) = delete;
     Module& operator=(const Module&) = delete;
-    // Ends the service, whatever its state, and unloads the module. A service that goes deletes what its delivering log
-    // files have not delivered yet; the next start is to go on with those files, so it is kept from deleting them.
+    // Stops the service in any state and unloads the module. Stopping deletes files that are not delivered yet, so deleting
+    // is switched off meanwhile: the next start goes on with them.
     ~Module();
 
     IKernelService& Service() { return *m_pService; }

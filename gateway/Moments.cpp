@@ -97,31 +97,3 @@ bool Moments::ParseSpan(const std::string& text, milliseconds& span) {
     span = count * unit->second;
     return true;
 }
-
-bool Moments::ParseTimeOfDay(const std::string& text, int& seconds) {
-    const std::string plain = text.size() == 5 ? text + ":00" : text;
-    std::tm clock{};
-    if (ShapeOf(plain) != "99:99:99" || strptime(plain.c_str(), "%H:%M:%S", &clock) == nullptr || clock.tm_sec > 59) {
-        return false;
-    }
-    seconds = SecondsOf(clock);
-    return true;
-}
-
-std::time_t Moments::NextTimeOfDay(std::time_t now, int seconds) {
-    std::tm today{};
-    localtime_r(&now, &today);
-    // When the clock is put back the same time of day comes twice; only the first one counts.
-    for (int day = SecondsOf(today) >= seconds ? 1 : 0;; ++day) {
-        std::tm clock = today;
-        clock.tm_mday += day;
-        clock.tm_hour = seconds / 3600;
-        clock.tm_min = seconds / 60 % 60;
-        clock.tm_sec = seconds % 60;
-        clock.tm_isdst = -1;
-        const std::time_t moment = std::mktime(&clock);
-        if (moment > now || day > 2) { // two days on is later than now in every time zone
-            return moment;
-        }
-    }
-}

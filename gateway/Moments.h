@@ -21,11 +21,4 @@ bool FromSeconds(double seconds, ETimeStamp& stamp);
 // A span such as "500ms", "10s", "15m", "2h" or "1d", more than 0 and up to ten years.
 bool ParseSpan(const std::string& text, std::chrono::milliseconds& span);
 
-// A time of day, "HH:MM" or "HH:MM:SS", as seconds from midnight on the clock.
-bool ParseTimeOfDay(const std::string& text, int& seconds);
-
-// The first moment after `now` at which the local clock shows the time of day. One that a clock change leaves out comes
-// when the clock has been put forward.
-std::time_t NextTimeOfDay(std::time_t now, int seconds);
-
 } // namespace Moments

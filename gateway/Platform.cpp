@@ -62,7 +62,7 @@ pid_t Start(const std::vector<std::string>& command, int input, int output, int 
     return process;
 }
 
-// Keeps the end of what can be read.
+// Reads what is there; keeps its end.
 void Read(int file, std::string& text) {
     char bytes[4096];
     for (ssize_t count = 1, i = 0; count > 0 && i < 16; ++i) { // as much as a pipe holds
@@ -72,7 +72,7 @@ void Read(int file, std::string& text) {
     }
 }
 
-// A progress meter goes back to the start of its line, and begins another one here.
+// A progress meter's carriage return begins a new line here.
 std::string LastLine(const std::string& text) {
     const std::string lines = text.substr(0, text.find_last_not_of(" \t\r\n") + 1);
     std::string line = lines.substr(lines.find_last_of("\r\n") + 1);
@@ -131,7 +131,7 @@ void RunProgram(const std::vector<std::string>& command, const fs::path& input, 
     pid_t ended = 0;
     while ((ended = waitpid(process, &status, WNOHANG)) == 0) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();
-        // The end shows at the pipe, unless somebody else holds that open, or it was closed before.
+        // The pipe hangs up when the program ends, unless one that it has started holds it open, or it has closed it.
         poll(files, std::size(files), static_cast<int>(std::clamp<std::int64_t>(left, 0, files[0].fd < 0 ? 5 : 100)));
         Read(errors.Get(), text);
         files[0].fd = (files[0].revents & POLLHUP) != 0 ? -1 : files[0].fd;

@@ -22,12 +22,12 @@ private:
     int m_nFile;
 };
 
-// What was written to the file, or changed in the directory, survives a loss of power.
+// fsync(2) of a file or directory.
 void Sync(const std::filesystem::path& path);
 
-// Copies the file into the directory, which is made when it is missing, so that it survives a loss of power. It replaces
-// none there: "a-0.csv" becomes "a-0~2.csv" and so on, with `next` as the first number to try, which is left behind the one
-// that was taken. Until it is whole it is called `part`.
+// Copies the file into the directory, which is made if need be, and syncs both. It replaces none there: a second "a-0.csv"
+// becomes "a-0~2.csv". `next` is the first number to try, and then the one behind the number that was taken. The copy is
+// called `part` until it is complete.
 void CopyInto(const std::filesystem::path& file, const std::filesystem::path& directory, const std::string& part,
               unsigned& next);
 

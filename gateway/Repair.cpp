@@ -28,7 +28,7 @@ std::string MakeGlob(const std::string& pattern, const std::string& index) {
 
 namespace {
 
-// Where the last mark ends, 0 when there is none. Characters of UTF-16 begin at even places.
+// The end of the last mark, 0 when there is none. Characters of UTF-16 begin at even offsets.
 std::size_t EndOfLast(std::string_view mark, bool isUtf16, std::string_view text) {
     std::size_t at = text.rfind(mark);
     while (isUtf16 && at != std::string_view::npos && at % 2 != 0) {
@@ -37,7 +37,7 @@ std::size_t EndOfLast(std::string_view mark, bool isUtf16, std::string_view text
     return at != std::string_view::npos ? at + mark.size() : 0;
 }
 
-// Where whole rows end in the last bytes of the file (`all`: these are all); 0 when there are none.
+// The end of the last whole row in `text`, the end of the file or `all` of it; 0 when there is none.
 std::size_t EndOfRows(const LogFileSettings& file, std::string_view text, bool all) {
     if (file.m_nFileFormat != FORMAT_HTML) {
         const bool isUtf16 = file.m_nUnicode == UNICODE_UTF16;
@@ -48,8 +48,8 @@ std::size_t EndOfRows(const LogFileSettings& file, std::string_view text, bool a
     return isHeadMissing ? 0 : std::max(head, EndOfLast(Narrow(HTML_ROW_END), false, text));
 }
 
-// Whether a file that begins so has the log file's format and encoding. One from before the configuration was changed has
-// not, and ends in another way. A power failure leaves zeros.
+// Whether a file that begins so has the log file's format and encoding: it may be older than the configuration. After a
+// loss of power it may begin with zeros.
 bool IsOwn(const LogFileSettings& file, std::string_view begin) {
     constexpr std::string_view UTF16_MARK = "\xFF\xFE";
     return begin.front() == '\0' || (file.m_nFileFormat == FORMAT_HTML  ? begin.front() == '<'

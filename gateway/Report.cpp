@@ -1,265 +1,236 @@
 #include "gateway/Report.h"
 
+#include "base/EJsonText.h"
 #include "gateway/Moments.h"
 #include "gateway/Text.h"
 
-#include <rapidjson/reader.h>
+#include <rapidjson/document.h>
+#include <rapidjson/error/en.h>
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
-#include <map>
-#include <string_view>
+#include <span>
 
 namespace {
 
-// The members of a line, of a record, of its value and of its state, by their places in NAMES; then what has no name.
-enum OfLine : unsigned { EVENT, LOG, ALARM, SNAPSHOT, ACTION, RECORDS };
-enum OfRecord : unsigned { NAME = RECORDS + 1, TEXT, SOURCE, DETAIL, CODE, ALARM_NUMBER, IDENTIFIER, PREFIX, STATE };
-enum OfValue : unsigned { VALUE = STATE + 1, TIME, QUALITY };
-enum OfState : unsigned { ACTIVE = QUALITY + 1, ACKED };
-enum Nameless : unsigned { LINE = ACKED + 1, RECORD, PREFIX_NUMBER };
-constexpr std::string_view NAMES[] = {"event", "log",    "alarm",  "snapshot", "action",      "records",    "name",
-                                      "text",  "source", "detail", "code",     "alarmNumber", "identifier", "prefix",
-                                      "state", "value",  "time",   "quality",  "active",      "acked"};
+using Json = rapidjson::Value; // its texts and names stay where they stand in the line
 
-using Members = std::uint32_t; // a set of them
+constexpr const char* A_TEXT = "a text without null characters";
+constexpr const char* AN_INTEGER = "an integer from -2147483648 to 2147483647";
+constexpr const char* A_TIME = R"(a time such as "2024-01-31T13:05:09.042Z", or seconds since 1970, from 1970 to 2106)";
 
-template <class... Each>
-constexpr Members SetOf(Each... members) {
-    return ((1U << members) | ...);
-}
+// Why a line is refused, and where.
+struct Fault {
+    const char* m_pPlace;
+    std::string m_Expected;
+};
 
-constexpr Members OF_LINE = SetOf(EVENT, LOG, ALARM, SNAPSHOT, ACTION, RECORDS);
-constexpr Members OF_RECORD =
-    SetOf(NAME, TEXT, SOURCE, DETAIL, CODE, ALARM_NUMBER, IDENTIFIER, PREFIX, STATE, VALUE, TIME);
-constexpr Members OF_VALUE = SetOf(VALUE, QUALITY, TIME);
-constexpr Members OF_STATE = SetOf(ACTIVE, ACKED);
+// Rounds numbers right, which the parser does not, and refuses deep nesting: the parser calls itself for each level.
+class Document : public rapidjson::Document {
+public:
+    using Base = rapidjson::Document;
+    using Size = rapidjson::SizeType;
+    using Base::Base;
 
-bool IsAscii(std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
+    bool RawNumber(const char* digits, Size length, bool /*copy*/) {
+        std::int64_t integer = 0;
+        if (std::from_chars(digits, digits + length, integer) == std::from_chars_result{digits + length, {}}) {
+            return Int64(integer);
+        }
+        const double floating = std::strtod(digits, nullptr); // no number goes on in what follows it
+        return std::isfinite(floating) && Double(floating);
+    }
+    bool StartObject() { return ++m_nDepth <= DEEPEST && Base::StartObject(); }
+    bool EndObject(Size count) { return --m_nDepth >= 0 && Base::EndObject(count); }
+    bool StartArray() { return ++m_nDepth <= DEEPEST && Base::StartArray(); }
+    bool EndArray(Size count) { return --m_nDepth >= 0 && Base::EndArray(count); }
 
-template <class Number>
-bool Take(std::int64_t value, Number& number) {
-    number = static_cast<Number>(value);
-    return number == value;
+private:
+    static constexpr int DEEPEST = 8;
+    int m_nDepth = 0;
+};
+
+// A null character would end a text for everybody behind this.
+bool IsText(const Json& value) {
+    return value.IsString() && std::string_view(value.GetString()).size() == value.GetStringLength();
 }
 
 } // namespace
 
-// Hears what the parser finds in a line, and puts it into the report at once. Whatever does not belong there is refused.
-class ReportReader : public rapidjson::BaseReaderHandler<rapidjson::UTF8<>, ReportReader> {
+// Puts what a line says into a report. What does not belong there is refused with a Fault.
+class ReportReader {
 public:
-    explicit ReportReader(Report& report) : m_Report(report) {}
+    ReportReader(Report& report, const ETimeStamp& reading) : m_Report(report), m_Reading(reading) {}
 
-    // After the last of the line: whether it was all there. Fills in what it has left open.
-    bool Finish(const ETimeStamp& reading) {
+    void Read(const Json& line) {
         using Kind = Report::Kind;
-        static const std::map<Members, Kind> KINDS = {{SetOf(EVENT), Kind::Event},
-                                                      {SetOf(LOG, ALARM), Kind::Alarm},
-                                                      {SetOf(LOG, SNAPSHOT), Kind::SnapShot},
-                                                      {SetOf(LOG, ACTION), Kind::Action},
-                                                      {SetOf(LOG, ACTION, RECORDS), Kind::Action}};
-        const auto kind = KINDS.find(m_Objects[1].m_Seen);
-        const bool lacksRecords = m_Objects[1].m_Seen == SetOf(LOG, ACTION);
-        if (kind == KINDS.end() || (lacksRecords && WritesRow(m_Report.m_Action))) {
-            return false;
+        enum : unsigned { EVENT = 1, LOG = 2, ALARM = 4, SNAPSHOT = 8, ACTION = 16, RECORDS = 32 };
+        static constexpr Member MEMBERS[] = {{"event", &Reader::TakeRecord, "a record"},
+                                             {"log", &Reader::TakeLog, A_TEXT},
+                                             {"alarm", &Reader::TakeRecord, "a record"},
+                                             {"snapshot", &Reader::TakeRecords, "a list of at least one record"},
+                                             {"action", &Reader::TakeAction, "the name of an action"},
+                                             {"records", &Reader::TakeRecords, "a list of at least one record"}};
+        static constexpr unsigned NEEDED[] = {EVENT, LOG | ALARM, LOG | SNAPSHOT, LOG | ACTION | RECORDS}; // by kinds
+        const auto log = line.FindMember("log"); // the records depend on it, and on the kind
+        if (log != line.MemberEnd() && IsText(log->value)) {
+            m_Report.SetLog(log->value.GetString());
         }
-        m_Report.m_Kind = kind->second;
-        if (lacksRecords) {
-            m_Report.AddOwnRecord(reading, "");
+        m_Report.m_Kind = line.HasMember("snapshot") ? Kind::SnapShot : Kind::Action;
+        const unsigned taken = TakeMembers(line, MEMBERS);
+        const auto* const kind = std::find(std::begin(NEEDED), std::end(NEEDED), taken);
+        if (taken == (LOG | ACTION) && !WritesRow(m_Report.m_Action)) {
+            TakeRecord(Json(rapidjson::kObjectType)); // an empty one
+        } else if (kind == std::end(NEEDED)) {
+            throw Fault{m_Report.m_Scratch.data(),
+                        R"("event", or "log" with "alarm", "snapshot" or "action" (and "records" to be logged))"};
+        } else {
+            m_Report.m_Kind = static_cast<Kind>(kind - std::begin(NEEDED));
         }
-        for (std::size_t i = 0; i < m_Seen.size(); ++i) {
-            EONEVENTSTRUCT& record = m_Report.m_Records[i];
-            if ((m_Seen[i] & SetOf(IDENTIFIER)) == 0) {
-                record.m_nIdentifier = m_Report.m_nIdentifier;
-            }
-            const bool hasValuesTime = m_Report.m_Kind == Kind::SnapShot && record.m_Value.GetTimestamp().IsSet();
-            if ((m_Seen[i] & SetOf(TIME)) == 0 && !hasValuesTime) { // the value's own time dates the row
-                record.m_TimeStamp = reading;
-            }
-        }
-        return true;
-    }
-
-    // What the parser calls.
-    using Size = rapidjson::SizeType;
-    bool Null() {
-        if (m_Member == VALUE) {
-            Record().m_Value.SetNothing();
-        }
-        return m_Member == VALUE;
-    }
-    bool Bool(bool value) {
-        switch (m_Member) {
-        case VALUE:
-            Record().m_Value.SetBoolean(value);
-            return true;
-        case ACTIVE:
-            Record().m_wState |= value ? EONEVENTSTRUCT::STATE_ACTIVE : 0U;
-            return true;
-        case ACKED:
-            Record().m_wState |= value ? EONEVENTSTRUCT::STATE_ACKED : 0U;
-            return true;
-        default:
-            return false;
-        }
-    }
-    bool RawNumber(const char* digits, Size length, bool /*copy*/) {
-        const char* const end = digits + length;
-        std::int64_t integer = 0;
-        if (std::from_chars(digits, end, integer) == std::from_chars_result{end, std::errc()}) {
-            return TakeInteger(integer);
-        }
-        const double floating = std::strtod(std::string(digits, length).c_str(), nullptr);
-        return std::isfinite(floating) && TakeDouble(floating);
-    }
-    bool String(const char* text, Size length, bool /*copy*/) {
-        const std::string_view value(text, length);
-        if (value.find('\0') != std::string_view::npos) {
-            return false;
-        }
-        switch (m_Member) {
-        case LOG:
-            m_Report.SetLog(std::string(value));
-            return IsAscii(value) || !Widen(m_Report.m_Log).IsEmpty();
-        case ACTION:
-            m_Report.m_Action = value;
-            return IsAction(m_Report.m_Action);
-        case NAME:
-            return Keep(value, Record().m_pszName);
-        case TEXT:
-            return Keep(value, Record().m_pszText);
-        case SOURCE:
-            return Keep(value, Record().m_pszSource);
-        case DETAIL:
-            return Keep(value, Record().m_pszDetail);
-        case VALUE: {
-            const wchar_t* kept = nullptr;
-            const bool isKept = Keep(value, kept);
-            Record().m_Value.SetText(kept);
-            return isKept;
-        }
-        default:
-            ETimeStamp stamp;
-            return m_Member == TIME && Moments::ParseRfc3339(std::string(value), stamp) && TakeTime(stamp);
-        }
-    }
-    bool StartObject() {
-        switch (m_Member) {
-        case LINE:
-            return Open(OF_LINE);
-        case EVENT:
-        case ALARM:
-        case RECORD:
-            m_Report.m_Records.emplace_back();
-            return Open(OF_RECORD);
-        case STATE:
-            return Open(OF_STATE);
-        case VALUE:
-            return m_pObject->m_Allowed == OF_RECORD && Open(OF_VALUE);
-        default:
-            return false;
-        }
-    }
-    bool Key(const char* text, Size length, bool /*copy*/) {
-        const std::string_view name(text, length);
-        const auto* const found = std::find(std::begin(NAMES), std::end(NAMES), name);
-        m_Member = static_cast<unsigned>(found - std::begin(NAMES));
-        const Members one = SetOf(m_Member);
-        const bool taken = (m_pObject->m_Allowed & ~m_pObject->m_Seen & one) != 0; // neither unknown nor a second
-        m_pObject->m_Seen |= one;
-        return taken;
-    }
-    bool EndObject(Size /*count*/) {
-        const Object& object = *m_pObject--;
-        if (object.m_Allowed == OF_RECORD) {
-            m_Seen.push_back(object.m_Seen);
-        }
-        m_Member = RECORD; // what may come next, when this was an item of a list
-        return object.m_Allowed != OF_VALUE || (object.m_Seen & SetOf(VALUE)) != 0;
-    }
-    bool StartArray() {
-        const bool isPrefix = m_Member == PREFIX;
-        const bool taken = isPrefix || m_Member == SNAPSHOT || m_Member == RECORDS;
-        m_Member = isPrefix ? PREFIX_NUMBER : RECORD;
-        m_nPrefix = 0;
-        return taken;
-    }
-    bool EndArray(Size /*count*/) {
-        return m_Member == PREFIX_NUMBER ? m_nPrefix == std::size(Record().m_nPrefixNumbers) : !m_Seen.empty();
     }
 
 private:
-    struct Object {
-        Members m_Allowed = 0;
-        Members m_Seen = 0;
+    using Reader = ReportReader;
+
+    struct Member {
+        std::string_view m_Name;
+        bool (Reader::*m_pTake)(const Json& value); // false unless the value is what is expected
+        const char* m_pExpected;
     };
+
+    // Takes all that the object has. The result has a bit for each, by its place among `members`.
+    unsigned TakeMembers(const Json& object, std::span<const Member> members) {
+        unsigned taken = 0;
+        for (const auto& [name, value] : object.GetObject()) {
+            const std::string_view found(name.GetString(), name.GetStringLength());
+            std::size_t i = 0;
+            while (i < members.size() && members[i].m_Name != found) {
+                ++i;
+            }
+            if (i == members.size() || (taken >> i & 1U) != 0) {
+                std::string names;
+                for (const Member& member : members) {
+                    names.append(names.empty() ? "one of " : ", ").append(member.m_Name);
+                }
+                throw Fault{name.GetString() - 1, names + ", each once"};
+            }
+            if (!(this->*members[i].m_pTake)(value)) {
+                throw Fault{name.GetString() - 1, members[i].m_pExpected};
+            }
+            taken |= 1U << i;
+        }
+        return taken;
+    }
 
     EONEVENTSTRUCT& Record() { return m_Report.m_Records.back(); }
 
-    bool Open(Members allowed) {
-        *++m_pObject = {allowed, 0};
+    bool TakeLog(const Json& value) { return IsText(value) && m_Report.Keep(value.GetString()) != nullptr; }
+    bool TakeAction(const Json& value) {
+        m_Report.m_Action = IsText(value) ? value.GetString() : "";
+        return IsAction(m_Report.m_Action);
+    }
+    bool TakeRecords(const Json& value) {
+        return value.IsArray() && !value.Empty() &&
+               std::all_of(value.Begin(), value.End(), [this](const Json& item) { return TakeRecord(item); });
+    }
+    bool TakeRecord(const Json& value) {
+        static constexpr Member MEMBERS[] = {
+            {"time", &Reader::TakeField<&EEventFields::m_TimeStamp>, A_TIME},
+            {"name", &Reader::TakeField<&EEventFields::m_pszName>, A_TEXT},
+            {"text", &Reader::TakeField<&EEventFields::m_pszText>, A_TEXT},
+            {"source", &Reader::TakeField<&EEventFields::m_pszSource>, A_TEXT},
+            {"detail", &Reader::TakeField<&EEventFields::m_pszDetail>, A_TEXT},
+            {"code", &Reader::TakeField<&EEventFields::m_nCode>, AN_INTEGER},
+            {"alarmNumber", &Reader::TakeField<&EEventFields::m_nAlarmNumber>, AN_INTEGER},
+            {"identifier", &Reader::TakeField<&EEventFields::m_nIdentifier>, AN_INTEGER},
+            {"prefix", &Reader::TakeField<&EEventFields::m_nPrefixNumbers>, "a list of four integers"},
+            {"state", &Reader::TakeField<&EEventFields::m_wState>, "an integer from 0 to 65535, or an object"},
+            {"value", &Reader::TakeValue, "a number, a text, true, false, null, or an object with a \"value\""}};
+        if (!value.IsObject()) {
+            return false;
+        }
+        EONEVENTSTRUCT& record = m_Report.m_Records.emplace_back();
+        record.m_TimeStamp = m_Reading;
+        record.m_nIdentifier = m_Report.m_nIdentifier;
+        const bool hasTime = (TakeMembers(value, MEMBERS) & 1U) != 0;
+        if (m_Report.m_Kind == Report::Kind::SnapShot && !hasTime && record.m_Value.GetTimestamp().IsSet()) {
+            record.m_TimeStamp = {}; // the value's own time dates the row
+        }
         return true;
     }
-    bool Keep(std::string_view text, const wchar_t*& kept) {
-        kept = m_Report.Keep(text);
-        return kept != nullptr;
+    template <auto FIELD>
+    bool TakeField(const Json& value) {
+        return Take(value, Record().*FIELD);
     }
-    bool TakeInteger(std::int64_t value) {
-        switch (m_Member) {
-        case CODE:
-            return Take(value, Record().m_nCode);
-        case ALARM_NUMBER:
-            return Take(value, Record().m_nAlarmNumber);
-        case IDENTIFIER:
-            return Take(value, Record().m_nIdentifier);
-        case STATE:
-            return Take(value, Record().m_wState);
-        case PREFIX_NUMBER:
-            return m_nPrefix < std::size(Record().m_nPrefixNumbers) &&
-                   Take(value, Record().m_nPrefixNumbers[m_nPrefix++]);
-        case QUALITY: {
-            std::uint32_t quality = 0;
-            const bool fits = Take(value, quality);
-            Record().m_Value.SetQuality(quality);
-            return fits;
-        }
-        case VALUE:
-            Record().m_Value.SetInteger(value);
+    bool Take(const Json& value, const wchar_t*& text) {
+        text = IsText(value) ? m_Report.Keep(value.GetString()) : nullptr;
+        return text != nullptr;
+    }
+    static bool Take(const Json& value, std::int32_t& number) {
+        number = value.IsInt() ? value.GetInt() : 0;
+        return value.IsInt();
+    }
+    static bool Take(const Json& value, ETimeStamp& stamp) {
+        return IsText(value) ? Moments::ParseRfc3339(value.GetString(), stamp)
+                             : value.IsNumber() && Moments::FromSeconds(value.GetDouble(), stamp);
+    }
+    static bool Take(const Json& value, std::int32_t (&numbers)[4]) {
+        return value.IsArray() && value.Size() == std::size(numbers) &&
+               std::equal(value.Begin(), value.End(), numbers,
+                          [](auto& item, auto& number) { return Take(item, number); });
+    }
+    bool Take(const Json& value, std::uint16_t& state) {
+        static constexpr Member MEMBERS[] = {
+            {"active", &Reader::TakeBit<EONEVENTSTRUCT::STATE_ACTIVE>, "true or false"},
+            {"acked", &Reader::TakeBit<EONEVENTSTRUCT::STATE_ACKED>, "true or false"}};
+        if (value.IsObject()) {
+            TakeMembers(value, MEMBERS);
             return true;
-        default:
-            return m_Member == TIME && TakeSeconds(static_cast<double>(value));
         }
+        state = static_cast<std::uint16_t>(value.IsUint() ? value.GetUint() : 0);
+        return value.IsUint() && value.GetUint() == state;
     }
-    bool TakeDouble(double value) {
-        if (m_Member != VALUE) {
-            return m_Member == TIME && TakeSeconds(value);
-        }
-        Record().m_Value.SetDouble(value);
-        return true;
+    template <unsigned BIT>
+    bool TakeBit(const Json& value) {
+        Record().m_wState = static_cast<std::uint16_t>(Record().m_wState | (value.IsTrue() ? BIT : 0));
+        return value.IsBool();
     }
-    bool TakeSeconds(double seconds) {
-        ETimeStamp stamp;
-        return Moments::FromSeconds(seconds, stamp) && TakeTime(stamp);
+    bool TakeValue(const Json& value) {
+        static constexpr Member MEMBERS[] = {{"value", &Reader::TakeScalar, "a number, a text, true, false or null"},
+                                             {"quality", &Reader::TakeQuality, "an integer from 0 to 4294967295"},
+                                             {"time", &Reader::TakeValuesTime, A_TIME}};
+        return value.IsObject() ? (TakeMembers(value, MEMBERS) & 1U) != 0 : TakeScalar(value);
     }
-    bool TakeTime(const ETimeStamp& stamp) {
-        if (m_pObject->m_Allowed == OF_VALUE) {
-            Record().m_Value.SetTimestamp(stamp);
+    bool TakeScalar(const Json& value) {
+        CDataValue& taken = Record().m_Value;
+        if (value.IsInt64()) {
+            taken.SetInteger(value.GetInt64());
+        } else if (value.IsNumber()) {
+            taken.SetDouble(value.GetDouble());
+        } else if (value.IsBool()) {
+            taken.SetBoolean(value.GetBool());
+        } else if (const wchar_t* text = nullptr; Take(value, text)) {
+            taken.SetText(text);
         } else {
-            Record().m_TimeStamp = stamp;
+            return value.IsNull();
         }
         return true;
+    }
+    bool TakeQuality(const Json& value) {
+        Record().m_Value.SetQuality(value.IsUint() ? value.GetUint() : 0);
+        return value.IsUint();
+    }
+    bool TakeValuesTime(const Json& value) {
+        ETimeStamp stamp;
+        const bool isTime = Take(value, stamp);
+        Record().m_Value.SetTimestamp(stamp);
+        return isTime;
     }
 
     Report& m_Report;
-    Object m_Objects[4]; // that are open: none, the line, a record, its value or state
-    Object* m_pObject = m_Objects;
-    unsigned m_Member = LINE;    // whose value comes next
-    std::size_t m_nPrefix = 0;   // numbers of the prefix so far
-    std::vector<Members> m_Seen; // of each record
+    const ETimeStamp& m_Reading;
 };
 
 bool IsAction(const std::string& name) {
@@ -271,29 +242,48 @@ bool WritesRow(const std::string& action) {
 }
 
 bool Report::Parse(const std::string& line, const ETimeStamp& reading, std::string& reason) {
-    if (ParseRight(line, reading)) {
-        return true;
-    }
-    reason = FindReportFault(line);
-    reason = reason.empty() ? "found a number of more than 300 digits" : reason; // nothing else is right and not taken
-    return false;
-}
-
-bool Report::ParseRight(const std::string& line, const ETimeStamp& reading) {
     m_Action.clear();
-    m_Log.clear();
-    m_nIdentifier = -1;
+    SetLog("");
     m_Records.clear();
     m_Texts.clear();
     m_Texts.reserve(line.size()); // a text's quotes leave room for its end
-    constexpr std::string_view BYTE_ORDER_MARK = "\xEF\xBB\xBF";
-    m_Scratch = line.starts_with(BYTE_ORDER_MARK) ? line.substr(BYTE_ORDER_MARK.size()) : line;
-    ReportReader reader(*this);
+    const std::string_view text = std::string_view(line).substr(line.starts_with("\xEF\xBB\xBF") ? 3 : 0);
+    m_Scratch = text;
+    try {
+        ReadScratch(reading);
+        return true;
+    } catch (const Fault& fault) {
+        const auto* const place = text.begin() + (fault.m_pPlace - m_Scratch.data());
+        const auto column = 1 + std::count_if(text.begin(), place, [](char c) { return (c & 0xC0) != 0x80; });
+        const std::string rest = EJsonText::Quote(std::string(place, text.end()));
+        const std::string found = Widen(rest).IsEmpty() ? "text that is not UTF-8" : rest.substr(1, rest.size() - 2);
+        reason = "column " + std::to_string(column) + ": expected " + fault.m_Expected + ", found " +
+                 (found.empty() ? "the end" : found);
+        return false;
+    }
+}
+
+void Report::ReadScratch(const ETimeStamp& reading) {
+    alignas(std::max_align_t) char room[1U << 14U];
+    rapidjson::MemoryPoolAllocator<> memory(room, sizeof room);
+    Document document(&memory);
     rapidjson::InsituStringStream stream(m_Scratch.data()); // puts the texts where their escapes stood
     constexpr unsigned FLAGS =
         rapidjson::kParseInsituFlag | rapidjson::kParseNumbersAsStringsFlag | rapidjson::kParseCommentsFlag;
-    return line.find('\0') == std::string::npos && // which the parser takes for the end
-           !rapidjson::Reader().Parse<FLAGS>(stream, reader).IsError() && reader.Finish(reading);
+    const auto parse = [&](Document::Base& /*itself*/) {
+        if (const auto result = rapidjson::Reader().Parse<FLAGS>(stream, document); result.IsError()) {
+            const bool isTermination = result.Code() == rapidjson::kParseErrorTermination; // by the document
+            throw Fault{&m_Scratch[result.Offset()],
+                        isTermination ? "numbers that a double can hold, and at most 8 levels of nesting"
+                                      : std::string("JSON (") + rapidjson::GetParseError_En(result.Code()) + ')'};
+        }
+        return true;
+    };
+    document.Populate(parse);
+    if (!document.IsObject() || stream.Tell() < m_Scratch.size()) { // a null character ends the stream
+        throw Fault{m_Scratch.data(), "one object"};
+    }
+    ReportReader(*this, reading).Read(document);
 }
 
 void Report::SetLog(const std::string& log) {
@@ -302,29 +292,9 @@ void Report::SetLog(const std::string& log) {
     m_nIdentifier = SplitName(name);
 }
 
-Report Report::MakeAction(const std::string& action, const std::string& log, const ETimeStamp& time,
-                          const std::string& text) {
-    Report report;
-    report.m_Kind = Kind::Action;
-    report.m_Action = action;
-    report.SetLog(log);
-    report.m_Texts.reserve(log.size() + text.size() + 2);
-    report.AddOwnRecord(time, text);
-    return report;
-}
-
-void Report::AddOwnRecord(const ETimeStamp& time, const std::string& text) {
-    EONEVENTSTRUCT& record = m_Records.emplace_back();
-    record.m_pszName = Keep(m_Log);
-    record.m_pszText = Keep(text);
-    record.m_pszSource = L"kvgateway";
-    record.m_TimeStamp = time;
-    record.m_nIdentifier = m_nIdentifier;
-}
-
 const wchar_t* Report::Keep(std::string_view text) {
     const std::size_t begin = m_Texts.size();
-    if (IsAscii(text)) {
+    if (std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; })) {
         m_Texts.insert(m_Texts.end(), text.begin(), text.end());
     } else {
         const EString wide = Widen(std::string(text));

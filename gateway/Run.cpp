@@ -5,6 +5,7 @@
 #include "gateway/Gateway.h"
 #include "gateway/JsonObject.h"
 #include "gateway/LineReader.h"
+#include "gateway/Moments.h"
 #include "gateway/Text.h"
 
 #include <algorithm>
@@ -16,7 +17,6 @@
 
 #include <poll.h>
 #include <sys/signalfd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -32,8 +32,8 @@ void OpenInput(const std::string& name) {
     }
 }
 
-// The signals that end the program, as a file that becomes readable. They are blocked from here on, also in the threads
-// that are made later: call it before any is.
+// Blocks the signals that end the program, and opens a signalfd(2) for them. To be called before any thread is made, which
+// inherits the mask.
 int OpenSignals() {
     std::signal(SIGPIPE, SIG_IGN); // the reader of stderr may go, the logging goes on
     std::signal(SIGXFSZ, SIG_IGN); // a file too large for the system's limits is one that cannot be written
@@ -55,27 +55,28 @@ int OpenSignals() {
 class Runner {
 public:
     // `signals` is a signalfd(2), and stays the caller's.
-    Runner(Gateway& gateway, const Configuration& configuration, const RunOptions& options, int signals)
+    Runner(Gateway& gateway, const RunOptions& options, int signals)
         : m_Gateway(gateway),
           m_Options(options),
           m_Flow([&gateway] { return gateway.CountWaiting(); }, QUEUE_LIMIT, !options.m_bReportLive),
-          m_Schedule(configuration.m_Schedule, Clock::now(), std::time(nullptr)),
-          m_nSignals(signals) {
-        struct stat state {};
-        m_nInputSize = fstat(STDIN_FILENO, &state) == 0 && S_ISREG(state.st_mode) ? state.st_size : 0;
-    }
+          m_nSignals(signals) {}
 
     int Go() {
-        while (!m_bStopped && !(m_Reader.AtEnd() && !m_bLine)) {
-            Feed();
-            ShowProgress();
-            Wait();
+        while (!m_bStopped && !m_Reader.AtEnd()) {
+            if (Sleep(std::chrono::hours(1), true)) {
+                m_Reader.Read();
+            }
+            FeedLines();
         }
-        if (m_bStopped) {
-            FeedRest();
-        } else {
-            WaitForEmptyQueue();
+        if (!m_bLine && !m_Reader.AtEnd() && Sleep(microseconds(0), true)) { // a pipe's writer may have gone
+            m_Reader.Read();
+            FeedLines();
         }
+        if (m_bLine) {
+            Console::Say("error: line " + std::to_string(m_Reader.LineNumber()) +
+                         " and what was read behind it is lost");
+        }
+        WaitForEmptyQueue();
         Console::ShowProgress("");
         const bool saved = m_Gateway.End(m_bStopped);
         WaitForOutbox();
@@ -84,24 +85,20 @@ public:
     }
 
 private:
-    bool HasDue() { return m_Schedule.HasDue(Clock::now(), std::time(nullptr)); }
-
-    // Submits what there is, as long as there is room.
-    void Feed() {
-        while (HasDue() && m_Flow.HasRoom(Clock::now())) {
-            const ScheduleEntry entry = m_Schedule.TakeDue();
-            Report report = Report::MakeAction(entry.m_Action, entry.m_Log, Moments::Now(), "scheduled");
-            if (std::string reason; !Submit(report, reason)) {
-                Console::Say("schedule: " + entry.m_Action + " of " + entry.m_Log + ": " + reason);
+    // Submits the lines that were read, as fast as there is room. A signal does not end this: the lines would be lost.
+    void FeedLines() {
+        while (TakeLine() && !(m_bStopped && m_Flow.IsCountMissing(Clock::now()))) {
+            for (int i = 0; i < BATCH && TakeLine() && m_Flow.HasRoom(Clock::now()); ++i) {
+                FeedLine();
+            }
+            ShowProgress();
+            if (m_bLine) {
+                Sleep(m_Flow.UntilRoom(Clock::now()), false);
             }
         }
-        for (int i = 0; i < BATCH && TakeLine() && m_Flow.HasRoom(Clock::now()); ++i) {
-            FeedLine();
-        }
-        TakeLine(); // while one waits, Wait reads no more input
     }
 
-    // Whether there is a line to feed, in m_Line. What is no report is dealt with here.
+    // Takes the next line into m_Line unless one waits there; false when there is none. Skips empty and too long ones.
     bool TakeLine() {
         while (!m_bLine) {
             const LineReader::Result result = m_Reader.Take(m_Line);
@@ -120,17 +117,13 @@ private:
     void FeedLine() {
         m_bLine = false;
         std::string reason;
-        if (!m_Report.Parse(m_Line, Moments::Now(), reason) || !Submit(m_Report, reason)) {
+        if (m_Report.Parse(m_Line, Moments::Now(), reason) && m_Gateway.Submit(m_Report, reason)) {
+            m_Flow.Take();
+            ++m_nReports;
+            ++m_ReportsByLog[m_Report.m_Kind == Report::Kind::Event ? KERNEL_LOG : m_Report.m_Log];
+        } else {
             Skip(reason);
         }
-    }
-
-    bool Submit(Report& report, std::string& reason) {
-        const bool taken = m_Gateway.Submit(report, reason);
-        if (taken) {
-            m_Flow.Take();
-        }
-        return taken;
     }
 
     void Skip(const std::string& reason) {
@@ -138,18 +131,7 @@ private:
         Console::Say("line " + std::to_string(m_Reader.LineNumber()) + ": " + reason);
     }
 
-    // Until there is room, something to read, a signal or a scheduled action.
-    void Wait() {
-        const auto now = Clock::now();
-        const bool wantsInput = !m_bLine && !m_Reader.AtEnd();
-        const bool hasWork = m_bLine || HasDue();
-        const microseconds wait = hasWork ? m_Flow.UntilRoom(now) : m_Schedule.UntilNext(now, std::time(nullptr));
-        if (Sleep(m_Reader.AtEnd() && !hasWork ? microseconds(0) : wait, wantsInput)) {
-            m_Reader.Read();
-        }
-    }
-
-    // Sleeps, but no longer than to the first signal. True when the input can be read.
+    // Sleeps until the time is over, a signal comes or, `forInput`, the input can be read, which is true then.
     bool Sleep(microseconds wait, bool forInput) {
         pollfd files[] = {{m_nSignals, POLLIN, 0}, {STDIN_FILENO, POLLIN, 0}};
         const timespec time{static_cast<time_t>(wait.count() / 1'000'000),
@@ -165,24 +147,6 @@ private:
         return files[1].revents != 0;
     }
 
-    // What was read from a pipe would be lost with this process; so would what is still in it when its writer has gone.
-    void FeedRest() {
-        for (bool isLast = false;; isLast = true) {
-            while ((TakeLine() || HasDue()) && !m_Flow.IsCountMissing(Clock::now())) {
-                Feed();
-                Sleep(m_Flow.UntilRoom(Clock::now()), false);
-            }
-            if (isLast || m_bLine || m_Reader.AtEnd() || !Sleep(microseconds(0), true)) {
-                break;
-            }
-            m_Reader.Read();
-        }
-        if (m_bLine) {
-            Console::Say("error: line " + std::to_string(m_Reader.LineNumber()) +
-                         " and what was read behind it is lost");
-        }
-    }
-
     void WaitForEmptyQueue() {
         while (!m_bStopped && !m_Flow.IsEmpty(Clock::now())) {
             if (m_Flow.IsCountMissing(Clock::now())) {
@@ -192,7 +156,7 @@ private:
         }
     }
 
-    // Only at the end of the input: a signal does not want to wait, and what is under way is sent after the next start.
+    // Only at the end of the input. After a signal nothing waits: what is left is sent after the next start.
     void WaitForOutbox() {
         const auto end = Clock::now() + std::chrono::seconds(10);
         for (Queue* const queue : m_Gateway.GetOutbox().Queues()) {
@@ -203,64 +167,48 @@ private:
     }
 
     void ShowProgress() {
-        constexpr std::uint64_t LONG_INPUT = 1000; // lines
+        constexpr std::int64_t LONG_INPUT = 1000; // lines
         const auto now = Clock::now();
-        if (m_Reader.LineNumber() < LONG_INPUT || now - m_LastProgress < milliseconds(250)) {
-            return;
+        if (m_Reader.LineNumber() >= LONG_INPUT && now - m_LastProgress >= milliseconds(250)) {
+            m_LastProgress = now;
+            Console::ShowProgress(Plural(m_Reader.LineNumber(), "line") + ", " + std::to_string(m_nSkipped) +
+                                  " skipped");
         }
-        m_LastProgress = now;
-        std::string text = std::to_string(m_Reader.LineNumber()) + " lines";
-        if (m_nInputSize > 0) {
-            const auto percent = 100 * m_Reader.BytesTaken() / static_cast<std::uint64_t>(m_nInputSize);
-            text += " (" + std::to_string(percent) + "%)";
-        }
-        text += m_nSkipped > 0 ? ", " + std::to_string(m_nSkipped) + " skipped" : "";
-        Console::ShowProgress(text);
     }
 
     void Summarize() {
-        const Gateway::Counters& counters = m_Gateway.GetCounters();
-        const auto line = [](const std::string& what, const std::string& text) {
-            Console::Print("  " + what + ": " + text);
-        };
-        Console::Say(Plural(counters.m_nReports, "report") + ", " + Plural(m_nSkipped, "skipped line") + ", " +
+        Console::Say(Plural(m_nReports, "report") + ", " + Plural(m_nSkipped, "skipped line") + ", " +
                      Plural(m_Gateway.Messages(), "message") +
                      (m_Options.m_bReportLive ? "; without flow control some of the rows may have been dropped" : ""));
-        for (const auto& [log, rows] : counters.m_Rows) {
-            line(log, Plural(rows, "row"));
+        for (const auto& [log, reports] : m_ReportsByLog) {
+            Console::Print("  " + log + ": " + Plural(reports, "report"));
         }
         if (Gateway::FailedWrites() > 0) {
-            line("rows that could not be written", std::to_string(Gateway::FailedWrites()));
-        }
-        if (counters.m_nSaved > 0) {
-            line("saved for the next start", Plural(counters.m_nSaved, "request"));
-        }
-        if (counters.m_nDeliveries > 0) {
-            line("deliveries asked for", std::to_string(counters.m_nDeliveries));
+            Console::Print("  rows that could not be written: " + std::to_string(Gateway::FailedWrites()));
         }
         for (Queue* const queue : m_Gateway.GetOutbox().Queues()) {
             Console::Print("  " + queue->Summary());
         }
     }
 
-    static constexpr int BATCH = 512; // lines between two looks at signals and schedules
+    static constexpr int BATCH = 512; // lines between two looks at the progress
 
     Gateway& m_Gateway;
     const RunOptions& m_Options;
     LineReader m_Reader{STDIN_FILENO};
     FlowControl m_Flow;
-    Schedule m_Schedule;
     int m_nSignals;
-    std::int64_t m_nInputSize = 0; // 0: not known
     std::string m_Line;
     Report m_Report;      // of the line; kept for its memory
     bool m_bLine = false; // m_Line waits to be fed
     bool m_bStopped = false;
-    std::uint64_t m_nSkipped = 0;
+    std::int64_t m_nReports = 0;
+    std::int64_t m_nSkipped = 0;
+    std::map<std::string, std::int64_t> m_ReportsByLog;
     Clock::time_point m_LastProgress;
 };
 
-// Goes to the working directory and reads the configuration; false when it has errors.
+// Changes to the working directory and reads the configuration; false when it has errors.
 bool Prepare(const RunOptions& options, Configuration& configuration) {
     const std::filesystem::path directory = std::filesystem::absolute(options.m_Configuration);
     if (!options.m_Directory.empty()) {
@@ -298,5 +246,5 @@ int Run(const RunOptions& options) {
     }
     const OpenFile signals(OpenSignals(), "signals");
     Gateway gateway(configuration, directory, module);
-    return Runner(gateway, configuration, options, signals.Get()).Go();
+    return Runner(gateway, options, signals.Get()).Go();
 }

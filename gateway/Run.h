@@ -16,7 +16,7 @@ struct RunOptions {
     bool m_bReportLive = false;            // without flow control
 };
 
-// Both go to the working directory, and say on stderr what is wrong with the configuration; the exit status. What
-// cannot be done throws std::exception with a text for the operator.
+// Both change to the working directory, print what is wrong with the configuration on stderr and return the exit status.
+// They throw std::exception with a text for the operator.
 int Check(const RunOptions& options); // describes the log files on stdout
 int Run(const RunOptions& options);   // runs the module on the input, to its end or until a signal

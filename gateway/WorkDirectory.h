@@ -2,9 +2,8 @@
 
 #include "gateway/Platform.h"
 
-// The gateway's hold on its configuration directory: one gateway at a time, with a directory of its own inside, where the
-// module writes down what waits in its queue whenever it is asked. What is found there after a kill has been, or is
-// being, written to the log files: only what a clean stop has moved out of it may be taken up again.
+// Locks the configuration directory for one gateway and makes a directory in it, where the module writes its waiting
+// requests whenever it is asked. What a kill leaves there is deleted: its requests may be in the log files already.
 class WorkDirectory {
 public:
     static constexpr const char* NAME = "kvgateway.work";

@@ -14,8 +14,7 @@
 
 namespace {
 
-// Writes a starting configuration, with comments. Files that are there already are left alone, and nothing is written
-// then.
+// Writes a commented configuration to start from; nothing when one of its files exists.
 int Init(const std::filesystem::path& directory) {
     const std::pair<std::filesystem::path, const char*> files[] = {{directory / "kvLogFile.json", START_LOG_FILES},
                                                                    {directory / "gateway.json", START_GATEWAY}};
@@ -73,7 +72,7 @@ int Dispatch(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    // Where one of the standard files is closed, a log file would become it, and get the messages.
+    // If a standard file is closed, the first log file would get its number, and so the messages.
     for (int file = STDIN_FILENO; file <= STDERR_FILENO; ++file) {
         if (fcntl(file, F_GETFD) < 0) {
             std::ignore = open("/dev/null", O_RDWR); // takes the lowest number that is free

@@ -126,7 +126,7 @@ EResult Outbox::UploadFiles(EUploadFiles* files, EString* parameter1, EString* /
     return paths.empty() ? RC_NOT_FOUND : RC_OK;
 }
 
-// A link is as good as a copy only where nobody else goes on with the file; it needs no room on a full disk.
+// A hard link needs no room on a full disk.
 void Outbox::Upload(const fs::path& file, int identifier, bool isLeft, const Queue::Notice& notice) {
     const auto make = [=](const fs::path& entry) {
         std::error_code error = std::make_error_code(std::errc::cross_device_link);

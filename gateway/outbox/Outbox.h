@@ -8,8 +8,8 @@
 #include <optional>
 
 // The gateway's sending services, and their queues in "outbox" of the working directory. What is handed over counts as
-// sent for the caller once it is safe there. A file that cannot be found is reported and left out. What StoreMessage
-// changes of a definition lasts as long as this object. Any thread may call.
+// sent for the caller once it is safe there. A file that cannot be found is reported and left out. StoreMessage changes a
+// definition in memory only. Any thread may call.
 class Outbox : public IEMailService, public IUploadService {
 public:
     // Throws std::exception when a queue cannot be used.
@@ -30,10 +30,10 @@ public:
     EResult UploadFiles(EUploadFiles* files, EString* parameter1, EString* parameter2, EString* parameter3,
                         unsigned long context, ISMListener* listener) override;
 
-    // The same for one file. A mail carries it besides the attachments of its definition, as ";path"; RC_NOT_FOUND when
-    // there is none of the name.
+    // The same for one file. A mail carries it, given as ";path", besides the attachments of its definition. RC_NOT_FOUND
+    // when there is no definition of that name.
     EResult Mail(const std::string& name, const std::string& attachment, const Queue::Notice& notice);
-    // `isLeft`: nobody will write to the file or keep it.
+    // `isLeft`: nobody will write to the file or keep it, so a hard link is made instead of a copy where possible.
     void Upload(const std::filesystem::path& file, int identifier, bool isLeft, const Queue::Notice& notice);
 
 private:

@@ -116,8 +116,8 @@ void Queue::Run() {
     }
 }
 
-// The oldest entry that was not tried yet, or the one whose pause has ended first; otherwise, in `wake`, when the next one
-// will. Only the first of its name may be tried.
+// The oldest entry without a failure, or the one whose pause ended first; without one, `wake` is when the next pause ends.
+// Of entries with one name only the first may be tried.
 Queue::Entries::iterator Queue::NextDue(Clock::time_point& wake) {
     const auto now = Clock::now();
     std::set<std::tuple<int, int, std::string>> seen;
@@ -139,7 +139,7 @@ Queue::Entries::iterator Queue::NextDue(Clock::time_point& wake) {
     return wake <= now ? next : m_Entries.end();
 }
 
-// Accepts or sends the entry, and counts the result. Gives the lock away meanwhile.
+// Accepts or sends the entry, and takes note of the result. Unlocks while it sends.
 void Queue::Step(Entries::iterator entry, std::unique_lock<std::mutex>& lock) {
     std::string failure;
     try {
@@ -245,7 +245,7 @@ void Queue::Postpone(Entries::iterator entry, const std::string& reason) {
            "; tried again in " + std::to_string(seconds) + " s, " + std::to_string(m_Entries.size()) + " waiting");
 }
 
-// The newest one stays, whatever its size.
+// The newest entry always stays.
 void Queue::HoldLimit() {
     if (m_Settings.m_nLimit == 0 || m_nBytes <= m_Settings.m_nLimit) {
         return;

@@ -14,10 +14,10 @@
 //     1795442556123457.eml          a mail
 //     part                          what is being accepted; removed at the next start
 //
-// The numbers are microseconds since 1970, and grow. An entry that fails has a pause of its own, and the next attempt
-// takes another one. When different entries of one place fail in a row, the place has a pause, too. A place is a target,
-// or the disk of this queue: what cannot be accepted at once waits in memory and is tried again in the same way. Entries
-// of one name and identifier keep their order.
+// The numbers are microseconds since 1970, and grow. An entry that fails gets a pause of its own, and the next attempt
+// takes another entry. When two different entries of one place fail one after the other, the place gets a pause as well.
+// A place is a target, or the disk of this queue: an entry that the disk cannot take waits in memory, and writing it is
+// tried again after the same pauses. Entries of one name and identifier keep their order.
 class Queue {
 public:
     using Clock = std::chrono::steady_clock;
@@ -32,7 +32,7 @@ public:
     // or later on the queue's thread. Any thread may call.
     void Accept(int identifier, const std::string& name, Make make, Notice notice);
 
-    bool Drain(Clock::time_point end); // until nothing is left to be sent; false when the time comes before
+    bool Drain(Clock::time_point end); // waits until nothing is left to be sent; false when `end` comes first
     void Stop();                       // ends the running program, whose entry stays, and the thread
     std::string Summary();             // what was sent, and what waits
 
@@ -58,7 +58,7 @@ private:
     void TakeUp(const std::filesystem::path& path);
     std::filesystem::path PathOf(const Entry& entry) const; // in the queue's directory
     int PlaceOf(const Entry& entry) const;
-    bool IsWaiting(const Entry& entry) const; // not one that stays here
+    bool IsWaiting(const Entry& entry) const; // false when its target is none: it stays here
     void Run();
     Entries::iterator NextDue(Clock::time_point& wake);
     void Step(Entries::iterator entry, std::unique_lock<std::mutex>& lock);

@@ -2,13 +2,14 @@
 
 #include "tests/Workplace.h"
 
+#include <gmock/gmock.h>
+
 #include <csignal>
 #include <cstdio>
 #include <map>
 #include <regex>
 #include <utility>
 
-#include <sys/ioctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -71,6 +72,10 @@ public:
     }
 };
 
+inline const std::string GATEWAY = KVGATEWAY_EMULATOR " " KVGATEWAY_PATH " ";
+inline const std::string RUN = GATEWAY + "run --config config ";
+inline const std::string CHECK = GATEWAY + "check --config config ";
+
 // A command of the shell's as a child process, killed in the end if it still runs.
 class Program {
 public:
@@ -94,16 +99,8 @@ public:
         }
     }
 
-    static constexpr const char* GATEWAY = KVGATEWAY_EMULATOR " " KVGATEWAY_PATH " ";
-    static Program Gateway(const std::string& arguments) { return Program(GATEWAY + arguments); }
-    static Program Run(const std::string& more = "") { return Gateway("run --config config " + more); }
-
     bool Write(const std::string& text) { // as much as the program takes, false when it takes no more
         return std::fwrite(text.data(), 1, text.size(), m_pInput) == text.size() && std::fflush(m_pInput) == 0;
-    }
-    bool HasReadAll() const { // of what was written
-        int left = 0;
-        return ioctl(fileno(m_pInput), FIONREAD, &left) == 0 && left == 0;
     }
     void Signal(int number) const { kill(std::stoi(ReadWhole(m_Files + ".pid")), number); }
     int Wait() { // ends the input; the exit status, or -signal
@@ -120,3 +117,11 @@ private:
     std::string m_Files;
     std::FILE* m_pInput;
 };
+
+// Runs the command to the end of the input, and to this exit status. What it has said.
+inline std::string RunToEnd(const std::string& command, const std::string& input = "", int status = 0) {
+    Program program(command);
+    program.Write(input);
+    EXPECT_EQ(program.Wait(), status) << program.Errors();
+    return program.Errors() + program.Output();
+}

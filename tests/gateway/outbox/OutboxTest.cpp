@@ -1,8 +1,6 @@
 #include "gateway/outbox/Queue.h"
 #include "tests/gateway/Program.h"
 
-#include <gmock/gmock.h>
-
 #include <bit>
 #include <set>
 
@@ -25,9 +23,8 @@ std::string RunShell(const std::string& script, std::chrono::milliseconds time =
     }
 }
 
-bool IsRunning(const std::string& pidFile) { // a process that is dead but not waited for does not run
-    const std::string state = ReadWhole("/proc/" + std::to_string(std::atoi(ReadWhole(pidFile).c_str())) + "/stat");
-    return !state.empty() && state.find(") Z ") == std::string::npos;
+bool IsRunning(const std::string& pidFile) { // a process that is dead but not waited for has no command line
+    return !ReadWhole("/proc/" + std::to_string(std::atoi(ReadWhole(pidFile).c_str())) + "/cmdline").empty();
 }
 
 // A queue whose program notes what it gets in "sent", and fails for files whose names match a line of "bad".
@@ -120,10 +117,10 @@ TEST_F(QueueTest, AsksADeadTargetEverLess) {
     m_Settings.m_RetryMax = 1h;
     m_Settings.m_Targets[7].m_Directory = "seven";
     WriteWhole("bad", "[0-9]*.csv\n");
-    for (int i = 1; i <= 10'000; ++i) {
-        const std::string entry = "queue/" + std::to_string(i) + '/';
-        fs::create_directories(entry);
-        WriteWhole(entry + std::to_string(i) + ".csv", "x");
+    for (int i = 1; i <= 1000; ++i) {
+        const std::string number = std::to_string(i);
+        fs::create_directories("queue/" + number);
+        WriteWhole("queue/" + number + '/' + number + ".csv", "x");
     }
     const auto begin = Queue::Clock::now();
     Open();
@@ -138,7 +135,7 @@ TEST_F(QueueTest, AsksADeadTargetEverLess) {
     EXPECT_LE(tried.size(), 2U + std::bit_width(std::uint64_t((Queue::Clock::now() - begin) / 100ms + 1)));
     EXPECT_THAT(std::set(tried.begin(), tried.end()), SizeIs(tried.size())) << "always another one";
     EXPECT_EQ(tried[0] + tried[1], "1.csv2.csv");
-    EXPECT_EQ(m_pQueue->Summary(), "test: 1 sent, 10010 waiting");
+    EXPECT_EQ(m_pQueue->Summary(), "test: 1 sent, 1010 waiting");
 }
 
 TEST_F(QueueTest, HoldsTheLimitByTheOldest) {
@@ -232,10 +229,10 @@ TEST(LifeTest, LosesNoRowAtAnyKill) {
                           R"({"upload": {"directory": "there"}})");
         WriteWhole("row", R"({"alarm": {"name": "only"}, "log": "Log"})");
         WriteWhole("deliver", R"({"action": "DoLogDelivery", "log": "Log"})");
-        ASSERT_EQ(Program::Run("--input row").Wait(), 0);
+        RunToEnd(RUN + "--input row");
         const std::string written = ReadWhole("Spool/log-0.csv");
         isKilled = RunUntilCall("deliver", n + 1);
-        ASSERT_EQ(Program::Run("--input deliver").Wait(), 0);
+        RunToEnd(RUN + "--input deliver");
         SCOPED_TRACE(n + 1);
         EXPECT_THAT(Contents("there"), AllOf(Contains(Key("log-0.csv")), Each(Pair(_, written))));
         EXPECT_EQ(Contents("outbox/upload").size() + Contents("Spool").size(), 0U);
@@ -253,7 +250,7 @@ TEST(LifeTest, HandsOverWhatAnEarlierRunLeft) {
                        {.m_Name = "Year", .m_File = "year-%Y-%i.csv", .m_nDelivery = 2}},
                       R"({"identifiers": [{"id": 7}], "upload": {"directory": "there"},
                           "mail": {"from": "a@b.example", "definitions": [{"name": "daily", "bcc": ["c@d.example"]}]}})");
-    Program program("sh -c 'ulimit -f 120; exec " KVGATEWAY_EMULATOR " " KVGATEWAY_PATH " run --config config'");
+    Program program("sh -c 'ulimit -f 120; exec " + RUN + "'");
     for (int i = 0; i < 1000; ++i) { // too much only as base64
         program.Write("{\"alarm\": {\"name\": \"row\"}, \"log\": \"Mailed\"}\n");
     }
@@ -269,15 +266,13 @@ TEST(LifeTest, HandsOverWhatAnEarlierRunLeft) {
     fs::create_directories("Spool/$tmp0/inner");
     fs::create_symlink("nowhere", "Spool/$tmp0/link");
     fs::create_directories("outbox/upload/1/inner");
-    Program again = Program::Run();
-    EXPECT_EQ(again.Wait(), 0);
-    EXPECT_THAT(again.Errors(), HasSubstr("Spool/strange.csv: of no log file that delivers; left alone"));
+    EXPECT_THAT(RunToEnd(RUN), HasSubstr("Spool/strange.csv: of no log file that delivers; left alone"));
     EXPECT_THAT(Contents("Spool"), ElementsAre(Key("$tmp0"), Key("strange.csv"), Key(StartsWith("year"))));
     ASSERT_THAT(Contents("there"), ElementsAre(Key(StartsWith("2"))));
     EXPECT_EQ(Contents("there"), Contents("logs"));
     EXPECT_EQ(fs::hard_link_count("logs/" + Contents("logs").begin()->first), 1U);
     EXPECT_THAT(Contents("outbox/mail"),
-                ElementsAre(Pair(_, AllOf(HasSubstr("\nBcc: c@d.example\n"), HasSubstr("\nMessage-Id: <"),
+                ElementsAre(Pair(_, AllOf(HasSubstr("\nBcc: c@d.example\n"), HasSubstr("@b.example>\n"),
                                           HasSubstr("mailed-0.csv")))));
 }
 #endif
