@@ -3,6 +3,7 @@
 #include "base/EString.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cmath>
 
@@ -10,7 +11,7 @@ namespace {
 
 constexpr std::size_t ROOM = 32; // the longest doubles, as -2.2250738585072014e-308, have 24 characters
 
-// Prints as few digits as read back the same.
+// Prints the fewest digits that read back as the same number.
 template <class Number, class... Format>
 void Print(EString& text, Number number, Format... format) {
     char digits[ROOM];
@@ -20,7 +21,7 @@ void Print(EString& text, Number number, Format... format) {
     text = wide;
 }
 
-// A column of measured values has one notation; only very small and very large ones have an exponent.
+// Only very small and very large numbers have an exponent, so that a column of measured values has one notation.
 std::chars_format FormatOf(double number) {
     const double magnitude = std::abs(number);
     const bool plain = number == 0 || (magnitude >= 1e-5 && magnitude < 1e15);
@@ -28,8 +29,8 @@ std::chars_format FormatOf(double number) {
 }
 
 // Prints a number that has at most three decimals, as most measured values have, in a fifth of the time; false for
-// others. A quotient of two whole numbers is rounded as the decimal text is when it is read (IEEE 754): where it gives
-// the number back so does the text, and none of fewer digits does.
+// others. IEEE 754 rounds a quotient of two whole numbers as it rounds the decimal text: if whole / scale is the
+// number, its text reads back as the number.
 bool PrintDecimals(EString& text, double number) {
     constexpr double LIMIT = 100'000;
     if (!(number > -LIMIT && number < LIMIT) || number == 0) {
@@ -66,22 +67,35 @@ bool PrintDecimals(EString& text, double number) {
 
 void CDataValue::SetBoolean(bool value) {
     m_Type = Type::Boolean;
-    m_bBoolean = value;
+    m_nBits = value ? 1 : 0;
 }
 
 void CDataValue::SetInteger(std::int64_t value) {
     m_Type = Type::Integer;
-    m_nInteger = value;
+    m_nBits = static_cast<std::uint64_t>(value);
 }
 
 void CDataValue::SetDouble(double value) {
     m_Type = Type::Double;
-    m_Double = value;
+    m_nBits = std::bit_cast<std::uint64_t>(value);
 }
 
 void CDataValue::SetText(const wchar_t* text) {
     m_Type = Type::Text;
     m_pszText = OrEmpty(text);
+}
+
+bool CDataValue::SetBits(Type type, std::uint64_t bits) {
+    if (type > Type::Text) {
+        return false;
+    }
+    if (type == Type::Text) {
+        SetText(nullptr);
+    } else {
+        m_Type = type;
+        m_nBits = bits;
+    }
+    return true;
 }
 
 void CDataValue::GetString(EString& text, int /*option1*/, int /*option2*/, int /*option3*/) const {
@@ -90,14 +104,14 @@ void CDataValue::GetString(EString& text, int /*option1*/, int /*option2*/, int 
         text.Empty();
         break;
     case Type::Boolean:
-        text = m_bBoolean ? L"true" : L"false";
+        text = m_nBits != 0 ? L"true" : L"false";
         break;
     case Type::Integer:
-        Print(text, m_nInteger);
+        Print(text, static_cast<std::int64_t>(m_nBits));
         break;
     case Type::Double:
-        if (!PrintDecimals(text, m_Double)) {
-            Print(text, m_Double, FormatOf(m_Double));
+        if (const auto number = std::bit_cast<double>(m_nBits); !PrintDecimals(text, number)) {
+            Print(text, number, FormatOf(number));
         }
         break;
     case Type::Text:

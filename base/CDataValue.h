@@ -7,8 +7,8 @@
 
 class EString;
 
-// A value with its quality and time stamp. Text is not owned: it must outlive the value and its copies (the copies that
-// EONEVENTSTRUCT makes refer to text of the record's own).
+// A value with its quality and time stamp. Text is not owned: it must outlive the value and its copies. (A deep copy of
+// an EONEVENTSTRUCT owns the text of its value.)
 class KVBASE_API CDataValue {
 public:
     enum class Type : std::uint8_t { Nothing = 0, Boolean = 1, Integer = 2, Double = 3, Text = 4 };
@@ -17,21 +17,25 @@ public:
     static constexpr std::uint32_t QUALITY_UNCERTAIN = 64;
     static constexpr std::uint32_t QUALITY_GOOD = 192;
 
-    void SetNothing() { m_Type = Type::Nothing; }
+    void SetNothing() {
+        m_Type = Type::Nothing;
+        m_nBits = 0;
+    }
     void SetBoolean(bool value);
     void SetInteger(std::int64_t value);
     void SetDouble(double value);
     void SetText(const wchar_t* text); // null counts as empty
 
     Type GetType() const { return m_Type; }
-    bool GetBoolean() const { return m_bBoolean; }
-    std::int64_t GetInteger() const { return m_nInteger; }
-    double GetDouble() const { return m_Double; }
-    const wchar_t* GetText() const { return m_pszText; }
+    const wchar_t* GetText() const { return m_pszText; } // of a text
 
-    // The value as text, replacing `text`: empty for nothing, "true" or "false", the decimal number. A double has as few
-    // digits as read back the same, and an exponent only below 1e-5 and from 1e15 on. The three options are reserved; 0
-    // for each is the only layout.
+    // For saving: 0 or 1 for a boolean, the bits of an integer or a double, otherwise 0.
+    std::uint64_t GetBits() const { return m_Type == Type::Text ? 0 : m_nBits; }
+    bool SetBits(Type type, std::uint64_t bits); // false for an unknown type; a text is empty
+
+    // The value as text, which replaces `text`: empty for nothing, "true" or "false", the decimal number. A double has
+    // the fewest digits that read back as the same double, and an exponent only below 1e-5 and from 1e15 on. The
+    // options are ignored.
     void GetString(EString& text, int option1, int option2, int option3) const;
 
     std::uint32_t GetQuality() const { return m_nQuality; }
@@ -41,9 +45,7 @@ public:
 
 private:
     union {
-        std::int64_t m_nInteger = 0;
-        bool m_bBoolean;
-        double m_Double;
+        std::uint64_t m_nBits = 0;
         const wchar_t* m_pszText;
     };
     std::uint32_t m_nQuality = QUALITY_GOOD;

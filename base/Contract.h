@@ -4,7 +4,7 @@
 
 // What the log file service and the gateway have to agree on, besides the interfaces and the messages.
 
-// The kinds of requests. The numbers stand in saved requests and never change.
+// The kinds of requests. Files of saved requests contain the numbers: never change them.
 enum ActionType : std::int32_t {
     ACTION_LOG_ALARM = 0,
     ACTION_LOG_EVENT = 1,
@@ -33,16 +33,17 @@ constexpr ActionName ACTION_NAMES[] = {
 
 constexpr int QUEUE_LIMIT = 512; // requests that may wait in the service; a further one is dropped
 
-// Operations of IKernelService::WarmRestart. The kernel forgets the saved requests before and after a restart alike.
+// Operations of IKernelService::WarmRestart. WR_FORGET, for a restart that is called off, and WR_DISCARD, for the time
+// after one, both remove the saved requests.
 enum WarmRestartOperation : std::int32_t { WR_FORGET = 0, WR_SAVE = 1, WR_DISCARD = 2, WR_SECTIONS = 3 };
 
-// How a log file is configured.
+// Settings of a log file.
 enum FileFormat : int { FORMAT_PLAIN_TEXT = 0, FORMAT_COMMA_SEPARATED = 1, FORMAT_HTML = 2 };
 enum DeliveryMode : int { DELIVERY_NONE = 1, DELIVERY_UPLOAD = 2, DELIVERY_EMAIL = 3 };
 constexpr int UNICODE_UTF16 = 1; // any other number: 8 bits
 
-// The log file that events are written to. Without a configured one the service makes one of this file, which has no size
-// past the limit and no older ones, in UTF-16 plain text. In a configured file name the word below gives way to the other.
+// The log file that events are written to. When none is configured the service makes one of a single file, in UTF-16
+// plain text. In a configured file name KERNEL_WORD_INSTEAD replaces KERNEL_WORD.
 constexpr const wchar_t* KERNEL_LOG_NAME = L"KernelLog";
 constexpr const wchar_t* KERNEL_LOG_FILE = L"Kavro.log";
 constexpr int KERNEL_LOG_SIZE = 512000; // bytes
@@ -50,11 +51,11 @@ constexpr int KERNEL_LOG_FILES = 1;
 constexpr const wchar_t* KERNEL_WORD = L"EKernel";
 constexpr const wchar_t* KERNEL_WORD_INSTEAD = L"Kavro";
 
-// Where files that are delivered are written; a job moves them into a directory there, of this and a number.
+// Log files that deliver are written here. A job moves them into a subdirectory, named JOB_DIRECTORY and a number.
 constexpr const wchar_t* SPOOL_DIRECTORY = L"./Spool/";
 constexpr const wchar_t* JOB_DIRECTORY = L"$tmp";
 
-// Marks in an HTML page: the end of the headings, and of every row.
+// What ends the headings of an HTML page, and what ends every row.
 constexpr const wchar_t* HTML_HEAD_END = L"</THEAD>\n<TBODY>\n";
 constexpr const wchar_t* HTML_ROW_END = L"</TR>\n";
 

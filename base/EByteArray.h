@@ -8,8 +8,7 @@
 // A growing array of bytes.
 class KVBASE_API EByteArray {
 public:
-    // Cuts the array, or grows it (with zero bytes) keeping the bytes it has. A `growBy` of -1, which everybody passes,
-    // means the default step; growth is geometric whatever it says.
+    // Shrinks the array, or grows it with zero bytes. `growBy` is ignored.
     void SetSize(int size, int growBy);
 
     void Append(const EByteArray& other);

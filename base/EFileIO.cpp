@@ -1,6 +1,6 @@
 #include "base/EFileIO.h"
 
-#include "base/EUtility.h"
+#include "base/EString.h"
 #include "base/LittleEndian.h"
 
 #include <algorithm>
@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstring>
+#include <cwchar>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
@@ -16,6 +16,7 @@
 #include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
+#include <utf8/checked.h>
 
 namespace {
 
@@ -32,46 +33,34 @@ auto Uninterrupted(Call call) {
     return result;
 }
 
-// A file name in UTF-8. Empty, which no system call finds, when the text has no UTF-8 form or is too long.
+// A file name in UTF-8. Empty, which no system call finds, when the text has no UTF-8 form.
 class Name {
 public:
     explicit Name(const wchar_t* text) {
         text = OrEmpty(text);
         std::size_t length = 0;
-        // Nearly every character, and often all of them; a row pays for its name each time.
-        for (; *text > 0 && *text < 0x80 && length + 1 < sizeof m_Bytes; ++text) {
-            m_Bytes[length++] = static_cast<char>(*text);
+        // Most names are ASCII, which is copied faster; every row opens its file by name.
+        for (; text[length] > 0 && text[length] < 0x80 && length < PATH_MAX; ++length) {
+            m_Bytes[length] = static_cast<char>(text[length]);
         }
-        for (; *text != L'\0'; ++text) {
-            unsigned char bytes[4];
-            const std::size_t count = EUtility::Utf8EncodeCharacter(*text, bytes);
-            if (count == 0 || length + count >= sizeof m_Bytes) {
-                length = 0;
-                break;
+        char* out = m_Bytes + length;
+        try {
+            for (text += length; *text != L'\0' && out < m_Bytes + PATH_MAX; ++text) {
+                out = utf8::append(static_cast<char32_t>(*text), out);
             }
-            std::memcpy(m_Bytes + length, bytes, count);
-            length += count;
+        } catch (const utf8::exception&) {
+            out = m_Bytes;
         }
-        m_Bytes[length] = '\0';
+        *out = '\0';
     }
 
     operator const char*() const { return m_Bytes; }
-    char* GetBytes() { return m_Bytes; }
 
 private:
-    char m_Bytes[PATH_MAX]; // on the stack: naming a file allocates nothing
+    char m_Bytes[PATH_MAX + 4]; // on the stack: naming a file allocates nothing; PATH_MAX bytes are too long already
 };
 
-bool IsDirectory(const char* path) {
-    struct stat status {};
-    return Uninterrupted([&] { return stat(path, &status); }) == 0 && S_ISDIR(status.st_mode);
-}
-
-bool MakeDirectory(const char* path) {
-    return Uninterrupted([&] { return mkdir(path, DIRECTORY_MODE); }) == 0;
-}
-
-// What was written to the file, or changed in the directory, reaches the disk.
+// Flushes the file, or the directory, to the disk.
 bool Sync(const std::filesystem::path& path) {
     const int file = Uninterrupted([&] { return open(path.c_str(), O_RDONLY | O_CLOEXEC); });
     const bool done = file >= 0 && Uninterrupted([&] { return fsync(file); }) == 0;
@@ -81,12 +70,12 @@ bool Sync(const std::filesystem::path& path) {
     return done;
 }
 
-// The target is the old file or the whole new one at any moment, and the source stays until the new one is on the disk:
-// rows that a loss of power could not harm before must not be lost on their way.
+// Copies, then renames, then deletes. At any moment the target is the old file or the whole new one, and the source
+// stays until the new one is on the disk, so that a power failure loses no rows.
 bool MoveAcross(const char* source, const char* target) {
     namespace fs = std::filesystem;
     const fs::path directory = fs::path(target).parent_path();
-    // Not a longer form of the target's name, which may be as long as names can be.
+    // A name of its own: the target's may already be as long as the file system allows.
     const fs::path part = directory / (".part-" + std::to_string(std::hash<std::string>()(target)));
     std::error_code error;
     std::error_code ignored;
@@ -99,7 +88,7 @@ bool MoveAcross(const char* source, const char* target) {
         fs::remove(part, ignored);
         return false;
     }
-    (void)Sync(directory.empty() ? "." : directory); // not every file system can; the bytes are there
+    (void)Sync(directory.empty() ? "." : directory); // some file systems cannot
     fs::remove(source, ignored);
     return true;
 }
@@ -113,7 +102,7 @@ void TellFailure(const char* name, int error) {
     }
 }
 
-// For an open file, whose name nobody has kept.
+// Looks up the name of the open file, which is not stored.
 void TellFailure(int file, int error) {
     char link[32];
     char name[PATH_MAX];
@@ -142,7 +131,7 @@ EFileIO::EFileIO(const wchar_t* name, unsigned long mode) {
 
 EFileIO::~EFileIO() {
     if (m_nFile >= 0) {
-        close(m_nFile); // not repeated: Linux has closed the file even when a signal came (close(2))
+        close(m_nFile); // not repeated: Linux closes the file even when a signal interrupts the call (close(2))
     }
 }
 
@@ -160,9 +149,9 @@ std::uint32_t EFileIO::GetFileSize() {
 }
 
 int EFileIO::PositionFile(long offset, FilePositionStart origin) {
-    const std::int64_t base = origin == FILE_POSITION_BEGIN ? 0 : origin == FILE_POSITION_END ? Size() : m_nPosition;
+    const std::int64_t base = origin == FILE_POSITION_END ? Size() : 0;
     if (base + offset < 0 || (origin == FILE_POSITION_END && !IsSizeKnown())) {
-        return 0; // taking an unknown end for 0 would have the next write replace what stands there
+        return 0; // at position 0 the next write would overwrite the file
     }
     m_nPosition = base + offset;
     return 1;
@@ -174,7 +163,6 @@ int EFileIO::WriteToFile(const void* data, unsigned long length, unsigned long& 
     return done;
 }
 
-// Into the buffer, and from there into the file whenever it is full.
 int EFileIO::Collect(const unsigned char* bytes, std::size_t length) {
     m_Buffer.reserve(BUFFER_SIZE);
     for (std::size_t some = 0; length > 0; bytes += some, length -= some) {
@@ -191,7 +179,7 @@ int EFileIO::Collect(const unsigned char* bytes, std::size_t length) {
 int EFileIO::WriteNow(const void* data, unsigned long length) {
     const std::int64_t before = Size();
     if (!IsSizeKnown()) {
-        return 0; // without the old length there would be no way back
+        return 0; // a failed write could not be undone
     }
     const auto* bytes = static_cast<const unsigned char*>(data);
     unsigned long done = 0;
@@ -199,7 +187,7 @@ int EFileIO::WriteNow(const void* data, unsigned long length) {
         const ssize_t count = Uninterrupted(
             [&] { return pwrite(m_nFile, bytes + done, length - done, m_nPosition + static_cast<off_t>(done)); });
         if (count <= 0) {
-            const int error = count < 0 ? errno : ENOSPC; // no byte of some, and no reason
+            const int error = count < 0 ? errno : ENOSPC; // nothing written, without an error
             if (done > 0 && !m_bBuffered) {
                 (void)Uninterrupted([&] { return ftruncate(m_nFile, before); });
             }
@@ -219,7 +207,7 @@ int EFileIO::Flush() {
     return written;
 }
 
-// At the position; like read(2).
+// Like read(2), but leaves the position to the caller.
 long EFileIO::ReadSome(void* data, std::size_t length) {
     const auto readNow = [this](void* room, std::size_t size) {
         return Uninterrupted([&] { return pread(m_nFile, room, size, m_nPosition); });
@@ -260,20 +248,13 @@ int EFileIO::ReadFrmFile(void* data, unsigned long length, unsigned long& read) 
 }
 
 int EFileIO::WriteNumber(std::uint32_t number) {
-    unsigned char bytes[4];
-    PutU32(bytes, number);
     unsigned long written = 0;
-    return WriteToFile(bytes, sizeof bytes, written);
+    return WriteToFile(&number, sizeof number, written);
 }
 
 int EFileIO::ReadNumber(std::uint32_t& number) {
-    unsigned char bytes[4];
     unsigned long read = 0;
-    if (ReadFrmFile(bytes, sizeof bytes, read) == 0 || read != sizeof bytes) {
-        return 0;
-    }
-    number = GetU32(bytes);
-    return 1;
+    return ReadFrmFile(&number, sizeof number, read) != 0 && read == sizeof number ? 1 : 0;
 }
 
 std::uint64_t EFileIO::GetBytesLeft() {
@@ -323,20 +304,16 @@ std::string EFileIO::LastError() {
 
 int EFileIO::CreateDir(const wchar_t* path) {
     const Name name(path);
-    return MakeDirectory(name) ? 1 : 0;
+    return Uninterrupted([&] { return mkdir(name, DIRECTORY_MODE); }) == 0 ? 1 : 0;
 }
 
 int EFileIO::CreateRecursiveDir(const wchar_t* path) {
-    Name name(path);
-    char* bytes = name.GetBytes();
-    for (char* at = bytes; *at != '\0'; ++at) {
-        if (*at == '/' && at != bytes) {
-            *at = '\0';
-            (void)MakeDirectory(bytes); // whether it was there or could be made shows at the end
-            *at = '/';
-        }
-    }
-    return MakeDirectory(bytes) || IsDirectory(bytes) ? 1 : 0;
+    const std::filesystem::path name(static_cast<const char*>(Name(path)));
+    std::error_code error;
+    do {
+        std::filesystem::create_directories(name, error);
+    } while (error == std::errc::interrupted);
+    return error ? 0 : 1;
 }
 
 int EFileIO::RemoveDir(const wchar_t* path) {

@@ -27,7 +27,7 @@ std::string_view Clip(std::string_view text, std::size_t bytes = 60) {
     return text.substr(0, end);
 }
 
-// Finds the places of the tokens that the parser accepts, which does not tell them, by following it over the text.
+// Finds the places of the tokens. The parser does not tell them, so this follows it through the text.
 class Walker {
 public:
     explicit Walker(std::string_view text) : m_Text(text) {
@@ -65,7 +65,7 @@ public:
         }
     }
 
-    // Steps over the token that begins here; the token.
+    // Steps over the token that begins here, and returns it.
     std::string_view TakeToken() {
         const std::size_t begin = m_nOffset;
         std::size_t end = begin + 1;
@@ -87,7 +87,7 @@ private:
     EJsonPlace m_Place;
 };
 
-// Hears of every value that the parser has accepted, and puts it into the tree.
+// Gets every value from the parser and builds the tree.
 class Builder {
 public:
     Builder(const std::string& text, EJsonValue& root, EJsonFault& fault)
@@ -115,7 +115,7 @@ public:
         Add(Kind::Text).m_Text = std::move(value);
         return true;
     }
-    bool binary(nlohmann::json::binary_t& /*bytes*/) { return false; } // never in a text
+    bool binary(nlohmann::json::binary_t& /*bytes*/) { return false; } // not in JSON
     bool start_object(std::size_t /*count*/) { return Open(Kind::Object); }
     bool start_array(std::size_t /*count*/) { return Open(Kind::Array); }
     bool end_object() { return Close(); }
@@ -130,16 +130,16 @@ public:
     // `position`: how many bytes were read.
     bool parse_error(std::size_t position, const std::string& token, const nlohmann::json::exception& error) {
         std::string message = error.what();
-        message.erase(0, message.find("] ") + 2); // the parser's number of the error, and its place
+        message.erase(0, message.find("] ") + 2); // the parser's error number
         if (message.starts_with("parse error at")) {
             message.erase(0, message.find(": ") + 2);
         }
         m_Fault.m_Place = Walker(m_Text).StepTo(position - 1); // where the parser stopped
         const std::string read = "; last read: '" + token + '\'';
         if (const std::size_t at = message.find(read); at != std::string::npos) {
-            message.erase(at, read.size()); // part of a token, maybe of a password
+            message.erase(at, read.size()); // it may be part of a password
         } else if (const EJsonPlace begin = m_Walker.GoToToken(); m_Walker.Offset() < position) {
-            m_Fault.m_Place = begin; // of a whole token, behind which the parser stopped
+            m_Fault.m_Place = begin; // the parser stopped behind this token
         }
         m_Fault.m_Message = Clip(message, 160);
         return false;
@@ -166,7 +166,7 @@ private:
     }
 
     bool Open(Kind kind) {
-        m_Open.push_back(&Add(kind)); // stays where it is: its parent gets no further item before it is closed
+        m_Open.push_back(&Add(kind)); // the pointer stays valid: the parent gets no further item until this is closed
         if (m_Open.size() <= EJsonText::MAX_DEPTH) {
             return true;
         }
@@ -202,7 +202,7 @@ EResult ReadWhole(const wchar_t* fileName, std::string& bytes, EString& message)
     if (EFileIO::Exists(fileName, &mode) == 0) {
         return refuse(EFileIO::LastError());
     }
-    if (!S_ISREG(mode)) { // a pipe might keep the reader waiting
+    if (!S_ISREG(mode)) { // reading a pipe could block
         return refuse("Not a regular file");
     }
     EFileIO file(fileName, EFileIO::OPEN_FOR_READING);
@@ -241,7 +241,7 @@ std::string EJsonValue::Describe() const {
 
 bool EJsonText::Parse(const std::string& text, EJsonValue& root, EJsonFault& fault) {
     root = EJsonValue();
-    if (const std::size_t end = text.find('\0'); end != std::string::npos) { // for the parser, the end of the text
+    if (const std::size_t end = text.find('\0'); end != std::string::npos) { // the parser would stop there
         fault = {Walker(text).StepTo(end), "found a null character, expected text"};
         return false;
     }

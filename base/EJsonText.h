@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-// A place in a file as editors show it: both from 1, a column is a character.
+// A place in a file as editors show it: lines and columns count from 1, and a column is a character.
 struct EJsonPlace {
     int m_nLine = 1;
     int m_nColumn = 1;
@@ -21,7 +21,7 @@ struct KVBASE_API EJsonValue {
     Kind m_Kind = Kind::Null;
     bool m_bBoolean = false;
     std::int64_t m_nInteger = 0;     // Integer; a LargeInteger is one that does not fit here
-    double m_Double = 0;             // every kind of number, rounded
+    double m_Double = 0;             // any number, rounded
     std::string m_Text;              // Text: the UTF-8 text, null characters included; a number: as it is written
     std::vector<EJsonValue> m_Items; // Array, Object: the elements or members in the file's order, duplicates kept
     EJsonPlace m_Begin;
@@ -34,7 +34,7 @@ struct KVBASE_API EJsonValue {
     std::string Describe() const;
 };
 
-// Why a text was refused, and where.
+// Why and where a text is not valid.
 struct EJsonFault {
     EJsonPlace m_Place;
     std::string m_Message; // in UTF-8; texts of the input are not repeated in it
@@ -46,16 +46,16 @@ public:
     static constexpr std::size_t MAX_DEPTH = 64;         // objects and lists inside one another
     static constexpr std::uint32_t MAX_SIZE = 4U << 20U; // bytes of a file
 
-    // False, the fault and an unusable `root` when the text is refused. Throws std::bad_alloc.
+    // False and the fault when the text is not valid; `root` is then unusable. Throws std::bad_alloc.
     static bool Parse(const std::string& text, EJsonValue& root, EJsonFault& fault);
 
-    // Parses the file. RC_SECTION_NOT_FOUND, RC_SECTION_UNREADABLE (what is no regular file included) or
+    // Parses the file. On failure RC_SECTION_NOT_FOUND, RC_SECTION_UNREADABLE (also for anything but a regular file) or
     // RC_SECTION_MALFORMED, and a message that begins with the file's name. Throws std::bad_alloc.
     static EResult Load(const wchar_t* fileName, EJsonValue& root, EString& message);
 
     // "FILE:LINE:COLUMN: text"; the text is UTF-8.
     static EString Locate(const wchar_t* fileName, const EJsonPlace& place, const std::string& text);
 
-    // The text between double quotes, fit for one line of a message: cut when it is long, without control characters.
+    // The text in double quotes for a message: cut when it is long, control characters replaced by '?'.
     static std::string Quote(const std::string& text);
 };

@@ -2,7 +2,7 @@
 
 #include "base/EPersistentString.h"
 
-// A stored e-mail definition, as far as those who attach files to it may change it.
+// The part of a stored e-mail definition that callers may change.
 struct EMailMessage {
     EPersistentString m_Name;        // the definition's name
     EPersistentString m_Attachments; // paths of the files to attach, each preceded by ";"

@@ -2,8 +2,6 @@
 
 #include <iterator>
 
-EMapStringToPtr::~EMapStringToPtr() = default;
-
 int EMapStringToPtr::Lookup(const wchar_t* key, void*& value) const {
     const auto found = m_Entries.find(std::wstring_view(OrEmpty(key)));
     if (found == m_Entries.end()) {

@@ -7,10 +7,9 @@
 #include <string_view>
 #include <unordered_map>
 
-// A map from text to pointer; keys are compared exactly, character by character. It never frees the values. Not for
-// several threads without a lock of the caller's.
+// A map from text to pointer. Keys are case-sensitive. It never frees the values. Not thread-safe.
 class KVBASE_API EMapStringToPtr {
-    // Takes keys as they come: a look-up makes no text of its own. Names are short, and every report asks.
+    // Every report looks up a short name: the key is not copied, and the hash is cheap.
     struct Hash {
         using is_transparent = void;
         std::size_t operator()(std::wstring_view key) const {
@@ -23,12 +22,11 @@ class KVBASE_API EMapStringToPtr {
 public:
     using Position = const Entries::value_type*; // null is past the end
 
-    explicit EMapStringToPtr(int /*blockSize*/) {} // memory is taken by the entry, whatever the block size
+    explicit EMapStringToPtr(int /*blockSize*/) {}
     EMapStringToPtr(const EMapStringToPtr&) = delete;
     EMapStringToPtr& operator=(const EMapStringToPtr&) = delete;
-    ~EMapStringToPtr();
 
-    // Non-zero, and the value, when the key is present; the cost does not depend on the number of entries.
+    // Non-zero, and the value, when the key is present.
     int Lookup(const wchar_t* key, void*& value) const;
 
     // The slot of the key, inserted with a null value when it is absent.
@@ -36,7 +34,7 @@ public:
 
     int GetCount() const { return static_cast<int>(m_Entries.size()); }
 
-    // Walking, in no order that means anything:
+    // Walking, in no particular order:
     //     for (auto p = map.GetStartPosition(); p != nullptr;) { map.GetNextAssoc(p, key, value); ... }
     // or, without copies of the keys:
     //     for (const auto& [key, value] : map) { ... }

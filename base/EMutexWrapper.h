@@ -4,7 +4,7 @@
 
 #include <mutex>
 
-// Holds the system's lock for EMutex, which is destroyed through it.
+// The base of EMutex, which holds the lock.
 class KVBASE_API EMutexWrapper {
 public:
     EMutexWrapper() = default;

@@ -10,7 +10,7 @@
 
 class EFileIO;
 
-// What a record says.
+// The fields of a record.
 struct EEventFields {
     const wchar_t* m_pszName = nullptr;
     const wchar_t* m_pszText = nullptr;
@@ -23,14 +23,14 @@ struct EEventFields {
     std::int32_t m_nAlarmNumber = 0;
     std::int32_t m_nPrefixNumbers[4] = {0, 0, 0, 0};
     std::int32_t m_nIdentifier = 0;
-    std::int32_t m_nIndex = 0; // the file index, where a record stands for a file name
+    std::int32_t m_nIndex = 0; // the file index, when a file name is made with the record
 };
 
 // The record that a component reports: an event, an alarm, or one value of a snapshot.
 //
-// Its texts may be null, which counts as empty everywhere. They belong to whoever filled the record in, and must stay
-// valid while it is used; a record made by copying or by Restore owns its texts, in one allocation of its own. A record
-// belongs to one thread at a time.
+// Its texts may be null, which counts as empty. They belong to the caller and must stay valid while the record is used.
+// A record made by a deep copy or by Restore owns its texts, in one allocation. A record belongs to one thread at a
+// time.
 class KVBASE_API EONEVENTSTRUCT : public EEventFields {
 public:
     static constexpr std::uint16_t STATE_ACTIVE = 0x0002;
@@ -40,8 +40,7 @@ public:
     static constexpr std::size_t SAVED_SIZE_MIN = 79;
 
     EONEVENTSTRUCT() = default;
-    // `deep`: with texts of its own, which stay valid when the source's are gone; otherwise referring to the source's.
-    // Throws std::bad_alloc.
+    // `deep`: copies the texts, too; otherwise it refers to the source's texts. Throws std::bad_alloc.
     EONEVENTSTRUCT(const EONEVENTSTRUCT* source, bool deep);
     // A record that was moved from may only be destroyed or assigned to.
     EONEVENTSTRUCT(EONEVENTSTRUCT&&) noexcept = default;
@@ -51,11 +50,11 @@ public:
     ~EONEVENTSTRUCT() = default;
 
     // Write and read the whole record at the file's position, little-endian and the same on every target. Non-zero on
-    // success. Lengths beyond the bytes that are left in the file, or beyond LONGEST_TEXT in all, fail before anything is
-    // allocated; after a failed Restore the record is unchanged.
+    // success. Restore allocates nothing for lengths beyond the rest of the file, or beyond LONGEST_TEXT in all; it
+    // fails, and leaves the record unchanged.
     int Save(EFileIO* file) const;
     int Restore(EFileIO* file);
 
 private:
-    std::unique_ptr<wchar_t[]> m_pTexts; // the texts it owns, one behind the other
+    std::unique_ptr<wchar_t[]> m_pTexts; // the texts it owns, one after the other
 };

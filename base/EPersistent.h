@@ -7,18 +7,18 @@
 
 class IPersistent;
 
-// What the handle of an open section designates, as far as everybody may use it.
+// The public part of what a section handle points to.
 struct ESectionRecord {
-    std::int32_t m_nVersion = 0; // the layout version, written by the section's first reader for the nested ones
+    std::int32_t m_nVersion = 0; // the layout version: set by the section's reader, used by those of its elements
 };
 
 // The configuration sections of the process. A section "name" is the file name.json of the configuration directory: a
-// JSON object (RFC 8259, with // and /* */ comments) whose members are read in the order in which they stand, whatever
-// their names. A name with a dot stands for the file of just that name.
+// JSON object (RFC 8259, with // and /* */ comments) whose members are read in the order of the file, whatever their
+// names. A name that contains a dot is the file name itself.
 //
-// The directory and the hook are set before the first section is opened, and may be changed while no other thread is at
-// any of these operations and no section is open; sections may be read from any thread, each by one thread at a time.
-// Only SetDirectory throws (std::bad_alloc); elsewhere a lack of memory is RC_NOT_MADE.
+// Set the directory and the hook while no section is open and no other thread uses these operations. Sections may be
+// read from any thread, each by one thread at a time. Only SetDirectory throws (std::bad_alloc); the others return
+// RC_NOT_MADE when memory runs out.
 class KVBASE_API EPersistent {
 public:
     // Gets a message for every section that cannot be opened and every item that cannot be read:
@@ -29,21 +29,21 @@ public:
     static void SetDirectory(const wchar_t* directory); // the default is the working directory
     static void SetErrorHook(ErrorHook hook);           // null, the default: nobody listens
 
-    // Makes the prototype the factory of the type that its GetType gives, in place of an earlier one of that type,
-    // which is destroyed. The prototype belongs to the base library from here on, which destroys it when it cannot be
-    // added. Its GetNewObject is called by one thread at a time, and must not come back to these operations.
+    // Makes the prototype the factory of the type that its GetType gives; an earlier one of that type is destroyed.
+    // Takes ownership of the prototype, also on failure. GetNewObject is called by one thread at a time, and must not
+    // call these operations.
     static EResult AddFactory(IPersistent* prototype);
     // Destroys all prototypes. A kernel calls this before it unloads a module that has added any.
     static void RemoveFactories();
 
-    // Opens the section for reading. RC_SECTION_NOT_FOUND when there is no such file (without a message: a section may
-    // be left out), RC_SECTION_UNREADABLE or RC_SECTION_MALFORMED; `section` is 0 then. The flag is reserved, and true.
+    // Opens the section for reading. On failure `section` is 0 and the result is RC_SECTION_NOT_FOUND (without a
+    // message: a section may be left out), RC_SECTION_UNREADABLE or RC_SECTION_MALFORMED. The flag is ignored.
     static EResult RestoreSection(const wchar_t* name, unsigned long& section, bool reserved);
-    // RC_NO_SECTION for a handle of 0; the handle is void afterwards.
+    // RC_NO_SECTION for a handle of 0; the handle is invalid afterwards.
     static EResult CloseSection(unsigned long section);
     static ESectionRecord& GetRecord(unsigned long section); // of an open section
 
-    // The path of the file that holds or would hold the section; `exists` is 1 when there is such a file, otherwise 0.
+    // The path of the section's file; `exists` becomes 1 when there is such a file, otherwise 0.
     // RC_ARGUMENT for a name that is null or empty.
     static EResult GetSectionFilename(const wchar_t* name, EString& fileName, unsigned long& exists);
 };

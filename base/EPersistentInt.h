@@ -11,8 +11,8 @@ public:
     operator int() const { return m_nValue; }
 
     // Reads the next item of the section. After a failure (RC_ITEM_MISSING, RC_ITEM_TYPE, RC_ITEM_RANGE) the value is
-    // unchanged and the item counts as read, unless it is a list: that is kept for the reader of lists, so that a
-    // section which lacks an item before its list loses that item alone. RC_NO_SECTION for a handle of 0.
+    // unchanged and the item counts as read, unless it is a list. A list stays unread, for EPersistentPointerList: when
+    // the item before it is missing, the list can still be read. RC_NO_SECTION for a handle of 0.
     EResult Restore(unsigned long section);
 
 private:

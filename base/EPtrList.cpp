@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <iterator>
 
-EPtrList::~EPtrList() = default;
-
 EPtrList::Position EPtrList::AddTail(void* element) {
     Reserve();
     const auto node = m_Removed.begin();

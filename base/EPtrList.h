@@ -4,29 +4,27 @@
 
 #include <list>
 
-// A list of pointers in insertion order. It never frees what its elements point to. Not for several threads without a
-// lock of the caller's.
+// A list of pointers in insertion order. It never frees what they point to. Not thread-safe.
 class KVBASE_API EPtrList {
 public:
     struct Node {
         void* m_pElement;
         std::list<Node>::const_iterator m_Self;
     };
-    // The place of an element; null is past the end. Stays valid until that element is removed.
+    // The place of an element, valid until that element is removed. Null is past the end.
     using Position = const Node*;
 
-    explicit EPtrList(int /*blockSize*/) {} // memory is taken by the element, whatever the block size
+    explicit EPtrList(int /*blockSize*/) {}
     EPtrList(const EPtrList&) = delete;
     EPtrList& operator=(const EPtrList&) = delete;
-    ~EPtrList();
 
-    Position AddTail(void* element); // throws std::bad_alloc; not as the next addition after Reserve
-    void Reserve();
-    void* RemoveHead(); // null when the list is empty
+    Position AddTail(void* element); // throws std::bad_alloc
+    void Reserve();                  // the next AddTail does not throw
+    void* RemoveHead();              // null when the list is empty
     void RemoveAt(Position position);
     void RemoveAll();
 
-    // The first position of the element at or behind `start` (null: from the head), or null.
+    // The first position of the element at or after `start` (null: from the head), or null.
     Position Find(const void* element, Position start) const;
 
     int GetCount() const { return static_cast<int>(m_Nodes.size()); }
@@ -40,5 +38,5 @@ private:
     Position At(std::list<Node>::const_iterator node) const { return node != m_Nodes.end() ? &*node : nullptr; }
 
     std::list<Node> m_Nodes;
-    std::list<Node> m_Removed; // for the next additions: a queue of a steady length allocates nothing
+    std::list<Node> m_Removed; // reused by AddTail: a queue of steady length allocates nothing
 };

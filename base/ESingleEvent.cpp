@@ -6,9 +6,9 @@ void ESingleEvent::Set() {
     if (m_bSet.exchange(true)) {
         return;
     }
-    // Taking the lock once closes the gap in which a waiter has looked at the flag and does not sleep yet.
+    // A waiter may have read the flag and not sleep yet. It holds the lock until it sleeps.
     { const std::lock_guard<std::mutex> lock(m_Mutex); }
-    m_Condition.notify_all(); // the event stays set: whoever waits may go on
+    m_Condition.notify_all();
 }
 
 void ESingleEvent::Reset() {

@@ -6,8 +6,8 @@
 #include <condition_variable>
 #include <mutex>
 
-// An event that stays set until Reset. Any thread may call any operation. Setting an event that is set already is one
-// atomic exchange, and setting one that nobody waits for makes no system call.
+// An event that stays set until Reset. Any thread may call any operation. Setting an event that is already set is one
+// atomic exchange; setting one that nobody waits for makes no system call.
 class KVBASE_API ESingleEvent {
 public:
     static constexpr unsigned long WAIT_FOREVER = 0xFFFFFFFFUL;
@@ -15,8 +15,8 @@ public:
     void Set();
     void Reset();
 
-    // Returns true once the event is set (at once when it is set already), false after `milliseconds`; from WAIT_FOREVER
-    // on, which is seven weeks, never false.
+    // Waits until the event is set, and returns true; false when `milliseconds` pass first. WAIT_FOREVER and more have
+    // no time limit.
     bool Wait(unsigned long milliseconds);
 
 private:

@@ -5,15 +5,6 @@
 
 #include <cwchar>
 
-namespace {
-
-// iswspace asks the locale; a log file's name must not depend on it.
-bool IsSpace(wchar_t character) {
-    return character == L' ' || (character >= L'\t' && character <= L'\r');
-}
-
-} // namespace
-
 EString::EString(const wchar_t* text) : m_Text(OrEmpty(text)) {}
 
 EString::EString(const wchar_t* text, std::size_t length) : m_Text(text, length) {}
@@ -46,9 +37,8 @@ void EString::Replace(const wchar_t* from, const wchar_t* to) {
 }
 
 void EString::TrimRight() {
-    while (!m_Text.empty() && IsSpace(m_Text.back())) {
-        m_Text.pop_back();
-    }
+    // Not iswspace, which depends on the locale.
+    m_Text.erase(m_Text.find_last_not_of(L" \t\n\v\f\r") + 1);
 }
 
 wchar_t* EString::GetBuffer(int minimum) {
@@ -74,7 +64,7 @@ int EString::Restore(EFileIO* file) {
     if (file->ReadFrmFile(text.data(), 4 * text.size(), read) == 0 || read != 4 * text.size()) {
         return 0;
     }
-    text.resize(std::wcslen(text.c_str())); // a damaged file may hold null characters; a text ends at the first
+    text.resize(std::wcslen(text.c_str())); // a damaged file may contain null characters
     m_Text.swap(text);
     return 1;
 }
@@ -83,12 +73,4 @@ EString operator+(const EString& left, const EString& right) {
     EString sum = left;
     sum += right;
     return sum;
-}
-
-bool operator==(const EString& left, const EString& right) {
-    return left.GetLength() == right.GetLength() && std::wcscmp(left, right) == 0;
-}
-
-bool operator==(const EString& left, const wchar_t* right) {
-    return std::wcscmp(left, OrEmpty(right)) == 0;
 }

@@ -12,7 +12,7 @@ inline const wchar_t* OrEmpty(const wchar_t* text) {
     return text != nullptr ? text : L"";
 }
 
-// A wide text (32-bit characters). It is never a null pointer: a null text that is handed in counts as empty.
+// A wide text (32-bit characters). A null pointer as an argument counts as an empty text.
 class KVBASE_API EString {
 public:
     EString() = default;
@@ -37,15 +37,15 @@ public:
     bool IsEmpty() const { return m_Text.empty(); }
     int GetLength() const { return static_cast<int>(m_Text.size()); }
 
-    // Replaces the text by what wprintf(3) would print, of any length; the arguments may refer to this text. "%s" takes
-    // wide text (null prints nothing), "%c" a wide character. The format must be right: with a wrong one, as with more
-    // than LONGEST_TEXT characters, the text becomes empty.
+    // Replaces the text by what wprintf(3) would print; the arguments may refer to this text. "%s" takes wide text
+    // (null prints nothing), "%c" a wide character. The text becomes empty for an invalid format, and for more than
+    // LONGEST_TEXT characters.
     template <class... Arguments>
     void Format(const wchar_t* format, const Arguments&... arguments) {
         Print(format, ForPrint(arguments)...);
     }
 
-    // Replaces every occurrence of `from`, left to right and without overlap; an empty `from` replaces nothing.
+    // Replaces every occurrence of `from`, left to right. An empty `from` replaces nothing.
     void Replace(const wchar_t* from, const wchar_t* to);
 
     // Removes white space (iswspace in the C locale) at the end.
@@ -56,9 +56,12 @@ public:
 
     operator const wchar_t*() const { return m_Text.c_str(); }
 
+    friend bool operator==(const EString& left, const EString& right) { return left.m_Text == right.m_Text; }
+    friend bool operator==(const EString& left, const wchar_t* right) { return left.m_Text == OrEmpty(right); }
+
     // Write and read the text at the file's position: its length in characters, then each character, 32-bit
-    // little-endian numbers. Non-zero on success. A length beyond the bytes that are left in the file, or beyond
-    // LONGEST_TEXT, fails before anything is allocated; after a failure the text is unchanged.
+    // little-endian numbers. Non-zero on success. Restore allocates nothing for a length beyond the rest of the file or
+    // beyond LONGEST_TEXT; it fails, and leaves the text unchanged.
     int Save(EFileIO* file) const;
     int Restore(EFileIO* file);
 
@@ -78,5 +81,3 @@ private:
 };
 
 KVBASE_API EString operator+(const EString& left, const EString& right);
-KVBASE_API bool operator==(const EString& left, const EString& right);
-KVBASE_API bool operator==(const EString& left, const wchar_t* right);

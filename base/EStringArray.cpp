@@ -9,17 +9,9 @@ EString& EStringArray::Grow(int index) {
     return m_Texts[static_cast<std::size_t>(index)];
 }
 
-void EStringArray::SetAtGrow(int index, const wchar_t* text) {
-    Grow(index) = text;
-}
-
 void EStringArray::SetAtGrow(int index, const EString& text) {
-    if (static_cast<std::size_t>(index) >= m_Texts.size()) {
-        EString copy = text; // it may be an element of this array, which moves
-        Grow(index) = std::move(copy);
-        return;
-    }
-    Grow(index) = text;
+    EString copy = text; // it may be an element of this array, which moves
+    Grow(index) = std::move(copy);
 }
 
 void EStringArray::SetSize(int size, int /*growBy*/) {
@@ -28,17 +20,7 @@ void EStringArray::SetSize(int size, int /*growBy*/) {
         m_Texts.resize(count);
     }
     for (auto i = static_cast<std::size_t>(m_nSize); i < count; ++i) {
-        m_Texts[i].Empty(); // a text kept for its room
+        m_Texts[i].Empty(); // its memory is reused
     }
     m_nSize = static_cast<int>(count);
-}
-
-void EStringArray::Copy(const EStringArray& other) {
-    if (this == &other) {
-        return;
-    }
-    SetSize(0, -1);
-    for (int i = 0; i < other.m_nSize; ++i) {
-        SetAtGrow(i, other[i]);
-    }
 }

@@ -7,7 +7,7 @@
 
 namespace {
 
-// vswprintf takes wide text for "%ls" and "%lc" only.
+// Turns "%s" and "%c" into "%ls" and "%lc", with which vswprintf takes wide text.
 std::wstring WithWideTexts(const wchar_t* format) {
     std::wstring out;
     out.reserve(2 * std::wcslen(format));
@@ -34,7 +34,7 @@ void EString::Print(const wchar_t* format, ...) {
         errno = 0;
         length = std::vswprintf(text.data(), text.size(), wideFormat.c_str(), arguments);
         va_end(arguments);
-        if (length < 0 && errno == EINVAL) { // a wrong format, which more room would not help
+        if (length < 0 && errno == EINVAL) { // an invalid format, not a lack of room
             break;
         }
         text.resize(length < 0 ? 4 * text.size() : text.size());

@@ -6,33 +6,28 @@
 #include <climits>
 #include <csignal>
 #include <memory>
+#include <string>
+
+#include <utf8/checked.h>
 
 namespace {
 
 struct Begun {
     void* (*m_Function)(void*);
     void* m_pParameter;
-    char m_Name[16]; // what the system has room for, with its end
+    std::string m_Name;
 };
 
 void* Run(void* begun) {
     const std::unique_ptr<Begun> owned(static_cast<Begun*>(begun));
-    pthread_setname_np(pthread_self(), owned->m_Name);
+    pthread_setname_np(pthread_self(), owned->m_Name.c_str());
     return owned->m_Function(owned->m_pParameter);
 }
 
-void CopyName(const wchar_t* name, char* out, std::size_t room) {
-    std::size_t length = 0;
-    for (; name != nullptr && *name != L'\0'; ++name) {
-        unsigned char bytes[4];
-        const std::size_t count = EUtility::Utf8EncodeCharacter(*name, bytes);
-        if (length + count >= room) {
-            break;
-        }
-        std::copy_n(bytes, count, out + length);
-        length += count;
-    }
-    out[length] = '\0';
+// As much of the name as the system has room for, in whole characters.
+std::string ShortName(const wchar_t* name) {
+    const std::string bytes = Narrow(name).substr(0, 15);
+    return {bytes.begin(), utf8::find_invalid(bytes.begin(), bytes.end())};
 }
 
 } // namespace
@@ -49,8 +44,7 @@ EResult EThread::Begin(void* (*function)(void*), void* parameter, const wchar_t*
     if (m_bJoinable) {
         return RC_NOT_MADE;
     }
-    auto begun = std::make_unique<Begun>(Begun{function, parameter, {}});
-    CopyName(name, begun->m_Name, sizeof begun->m_Name);
+    auto begun = std::make_unique<Begun>(Begun{function, parameter, ShortName(name)});
 
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -67,7 +61,7 @@ EResult EThread::Begin(void* (*function)(void*), void* parameter, const wchar_t*
     if (failure != 0) {
         return RC_NOT_MADE;
     }
-    (void)begun.release(); // the thread's from here on
+    (void)begun.release(); // the thread owns it now
     m_bJoinable = !m_bDetached;
     return RC_OK;
 }

@@ -5,19 +5,19 @@
 
 #include <pthread.h>
 
-// One thread at a time: Begin, Wait, and again. The lifecycle operations belong to one thread.
+// Runs one thread at a time: Begin, Wait, and again. One thread calls these operations.
 class KVBASE_API EThread {
 public:
     // `stackKiB`: stack size in KiB. `detached`: the thread is never waited for, and Wait returns at once.
     EThread(unsigned long stackKiB, bool detached);
     EThread(const EThread&) = delete;
     EThread& operator=(const EThread&) = delete;
-    // Does not wait: a thread that still runs is left to itself.
+    // Does not wait: a thread that still runs is detached.
     ~EThread();
 
-    // Runs `function(parameter)` on a new thread. The thread takes no signals, so that the process's handlers run where
-    // its owner expects them. The system shows the first 15 bytes of the name. RC_NOT_MADE when the system gives no
-    // thread or one is still to be waited for.
+    // Runs `function(parameter)` on a new thread, which blocks all signals: the process's handlers run on its own
+    // threads. The system shows the first 15 bytes of the name. RC_NOT_MADE when the system gives no thread, or when
+    // Wait has not been called for the one before.
     EResult Begin(void* (*function)(void*), void* parameter, const wchar_t* name);
 
     // Returns when the function has returned; at once when there is nothing to wait for.

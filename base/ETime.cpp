@@ -19,7 +19,7 @@ void ETime::GetTimeStamp(ETimeStamp* stamp) {
 
 void ETime::SetStamp(const ETimeStamp& stamp) {
     const std::int64_t second = std::int64_t{m_nSecond} + stamp.m_nSeconds - m_Stamp.m_nSeconds;
-    if (m_Computed != Zone::None && second >= 0 && second < 60) { // clocks are set where a minute begins
+    if (m_Computed != Zone::None && second >= 0 && second < 60) { // daylight saving changes at a full minute
         m_nSecond = static_cast<int>(second);
         m_nMillisecond = MillisecondOf(stamp);
     } else {

@@ -8,14 +8,14 @@ class KVBASE_API ETime {
 public:
     explicit ETime(const ETimeStamp& stamp) : m_Stamp(stamp) {}
 
-    // Turns to another moment. In the same minute the calendar is not computed anew.
+    // Changes the time stamp. Within the same minute the calendar is not computed again.
     void SetStamp(const ETimeStamp& stamp);
 
     // The current time.
     static void GetTimeStamp(ETimeStamp* stamp);
 
-    // Fills the calendar fields, in local time (the process's time zone) or in UTC; calling it again for the same zone
-    // costs nothing.
+    // Fills the calendar fields, in local time (the process's time zone) or in UTC. A second call for the same zone
+    // does nothing.
     void ComputeCalendar(bool local);
 
     std::int16_t m_nMillisecond = 0; // 0 to 999

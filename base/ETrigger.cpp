@@ -2,8 +2,6 @@
 
 #include <algorithm>
 
-ETrigger::~ETrigger() = default;
-
 EResult ETrigger::Subscribe(ITriggerListener* listener, EString& trigger, EString& item, unsigned long context,
                             void** handle) {
     return Subscribe(static_cast<void*>(listener), trigger, item, context, handle);

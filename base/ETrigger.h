@@ -16,9 +16,9 @@ struct EListener {
     unsigned long m_nContext;
 };
 
-// Something that others subscribe to and that informs them, in the order of subscription, when it is raised. It has one
-// trigger and one item, whatever names it is given. For one thread at a time; a listener stays alive while it is
-// subscribed, and may unsubscribe itself, and no other, while it is informed.
+// Informs its listeners, in the order of subscription, when it is raised. It has one trigger and one item: the names
+// are ignored. Not thread-safe. A listener must outlive its subscription. While it is informed it may unsubscribe
+// itself, but no other.
 class KVBASE_API ETrigger {
 public:
     ETrigger() = default;
@@ -30,7 +30,7 @@ public:
                               void** handle);
     virtual EResult Unsubscribe(void* handle); // RC_NOT_FOUND for an unknown handle
     virtual EResult GetGatewayType(EString& actionName, GatewayType* type);
-    virtual ~ETrigger();
+    virtual ~ETrigger() = default;
     virtual EResult Subscribe(void* listener, EString& trigger, EString& item, unsigned long context, void** handle);
     virtual EResult Unsubscribe(void* listener, EString& trigger, EString& item);
     virtual EResult FullyUnsubscribe(); // all of them

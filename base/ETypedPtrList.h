@@ -2,7 +2,7 @@
 
 #include "base/EPtrList.h"
 
-// A pointer list whose elements are of one pointer type. It stands in declarations alone.
+// A pointer list whose elements are of one pointer type. Used in declarations only.
 template <class Base, class Type>
 class ETypedPtrList : public Base {
 public:

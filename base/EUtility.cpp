@@ -13,14 +13,6 @@ void EUtility::Utf8Encode(const wchar_t* text, EByteArray& bytes) {
     std::copy(encoded.begin(), encoded.end(), bytes.GetData() + end);
 }
 
-std::size_t EUtility::Utf8EncodeCharacter(wchar_t character, unsigned char bytes[4]) {
-    try {
-        return static_cast<std::size_t>(utf8::append(static_cast<char32_t>(character), bytes) - bytes);
-    } catch (const utf8::invalid_code_point&) {
-        return 0;
-    }
-}
-
 EString Widen(const std::string& text) {
     const auto isNotAscii = [](char c) { return static_cast<unsigned char>(c) >= 0x80; };
     const auto rest = std::find_if(text.begin(), text.end(), isNotAscii); // mostly there is none

@@ -11,8 +11,6 @@ EscFilter::EscFilter(IKernelService* /*service*/, const wchar_t* text, const voi
       m_pStamp(stamp),
       m_pNext(m_pszText) {}
 
-EscFilter::~EscFilter() = default;
-
 const wchar_t* EscFilter::GetText() const {
     return m_pszText;
 }
@@ -34,7 +32,7 @@ const wchar_t* EscFilter::GetNextPiece(int& stop) {
     if (Expand(m_pNext[1], stop)) {
         m_pNext += 2;
     } else {
-        m_Piece = L"%"; // stands as written, and so does what follows it
+        m_Piece = L"%"; // no escape sequence: left as it is
         ++m_pNext;
     }
     return m_Piece;

@@ -2,8 +2,8 @@
 
 #include "base/ResultCodes.h"
 
-// Runs an operation that is called from outside, or calls there. No exception may pass: whatever is thrown (memory has run
-// out, a service of the kernel's has failed) becomes RC_NOT_MADE.
+// Runs the operation and turns every exception into RC_NOT_MADE. For calls from and to the kernel, which no exception
+// may cross.
 template <class Operation>
 EResult Guarded(Operation operation) noexcept {
     try {

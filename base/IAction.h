@@ -13,7 +13,7 @@ class IErrorListener;
 class IAction {
 public:
     // Carries out an action on the target `name` with `count` contiguous records, which are copied before the call
-    // returns. The log file service uses neither the attributes nor the listener. RC_NO_RECORD for no records,
+    // returns. The log file service ignores the attributes and the listener. RC_NO_RECORD for no records,
     // RC_NO_LOG_FILE for an unknown target, RC_NO_ACTION for an unknown action.
     virtual EResult Invoke(EString& actionName, EString& name, ETypedPtrList<EPtrList, EAttribute*>* attributes,
                            unsigned long count, EONEVENTSTRUCT* records, IErrorListener* listener) = 0;

@@ -14,13 +14,13 @@ class IEMailService {
 public:
     virtual EResult Reserved1() { return RC_NOT_PROVIDED; }
     virtual EResult Reserved2() { return RC_NOT_PROVIDED; }
-    // Starts sending the definition as it is stored at this moment; `record` may be null. Unless the result is negative,
-    // the completion is called once with the context, on any thread, also before the call has returned.
+    // Starts sending the definition as it is stored now; `record` may be null. Unless the result is negative, the
+    // completion is called once with the context, on any thread, maybe before this call returns.
     virtual EResult SendMessage(EString name, EMailCompletion completion, void* context, EONEVENTSTRUCT* record) = 0;
-    // A new message record, or null; it belongs to the service and is given back with ReleaseMessage.
+    // A new message record, or null. The service owns it; give it back with ReleaseMessage.
     virtual EMailMessage* CreateMessage() = 0;
     virtual void ReleaseMessage(EMailMessage* message) = 0;
-    // Writes the record back as the definition of its name.
+    // Stores the record as the definition of its name.
     virtual EResult StoreMessage(EMailMessage* message) = 0;
     // Fills the record from the definition named by its m_Name; negative when there is none.
     virtual EResult LoadMessage(EMailMessage* message) = 0;

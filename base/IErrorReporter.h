@@ -5,6 +5,6 @@
 // Takes numbered messages (interface 4106; Messages.h). Any thread may report.
 class IErrorReporter {
 public:
-    // `text`, where the message needs one, is valid during the call; otherwise null.
+    // `text` is null when the message needs none. It is valid during the call only.
     virtual EResult Report(int level, int source, int messageNumber, const wchar_t* text = nullptr) = 0;
 };

@@ -2,8 +2,8 @@
 
 #include "base/ResultCodes.h"
 
-// The kernel's restart control (interface 4138). After a failed restore of pending entries a service calls Operation9(1),
-// Operation6(0), Operation3() and Operation5(), in this order; what the kernel makes of them is its own affair.
+// The kernel's restart control (interface 4138). After a failed restore of pending entries a service calls
+// Operation9(1), Operation6(0), Operation3() and Operation5(), in this order. What they do is up to the kernel.
 class IKernelControl {
 public:
     virtual EResult Reserved1() { return RC_NOT_PROVIDED; }

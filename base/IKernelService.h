@@ -7,8 +7,8 @@
 
 struct WARM_RESTART_STRUCT;
 
-// A service as the kernel drives it. The kernel calls these operations one at a time, in the order PrepareToStart,
-// Restore, PreStart, Start, PrepareToStop, Stop. The order of declaration is the order in the table.
+// What the kernel calls of a service: one operation at a time, in the order PrepareToStart, Restore, PreStart, Start,
+// PrepareToStop, Stop. The order of declaration is the order in the virtual table.
 class IKernelService : public IKernelBase {
 public:
     using WR_OPERATION = std::int32_t;

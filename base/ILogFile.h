@@ -5,8 +5,8 @@
 class EONEVENTSTRUCT;
 class EString;
 
-// The log file service as components report to it (interface 4141). Any thread may call; records are copied before the
-// call returns. RC_OK also stands for a request that a full queue dropped.
+// What components report to (interface 4141). Any thread may call; records are copied before the call returns. RC_OK is
+// also the result when a full queue drops the request.
 class ILogFile {
 public:
     // One event row in the kernel log. RC_NO_RECORD for a null record.

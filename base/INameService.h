@@ -50,6 +50,6 @@ public:
     virtual EResult Reserved35() { return RC_NOT_PROVIDED; }
     virtual EResult Reserved36() { return RC_NOT_PROVIDED; }
     virtual EResult Reserved37() { return RC_NOT_PROVIDED; }
-    // 38: `accepted` becomes true when requests for the identifier may be taken up again after a warm restart.
+    // 38: `accepted` becomes true when requests for the identifier may be restored after a warm restart.
     virtual EResult CheckId(int id, bool* accepted) = 0;
 };

@@ -1,9 +1,8 @@
 #pragma once
 
-// Hears of the end of an upload.
+// Is told when an upload ends.
 class ISMListener {
 public:
-    // `context` is the one that was handed to IUploadService::UploadFiles. Any thread may call, also before UploadFiles
-    // has returned.
+    // `context` is the one that UploadFiles was called with. Any thread may call, maybe before UploadFiles returns.
     virtual void OnUploadComplete(unsigned long context, unsigned long status) = 0;
 };

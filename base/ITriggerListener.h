@@ -2,7 +2,7 @@
 
 #include "base/ResultCodes.h"
 
-// Hears of a trigger that was raised.
+// Is told when a trigger is raised.
 class ITriggerListener {
 public:
     // `context` is the one of the subscription, `value` and `data` are the trigger's.

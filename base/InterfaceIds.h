@@ -1,6 +1,6 @@
 #pragma once
 
-// Numbers under which interfaces are asked for through IKernelBase::GetInterface.
+// The interface numbers that IKernelBase::GetInterface takes.
 constexpr unsigned long IID_KERNEL_SERVICE = 4097;
 constexpr unsigned long IID_ERROR_REPORTER = 4106;
 constexpr unsigned long IID_EMAIL_SERVICE = 4117;

@@ -32,7 +32,7 @@ constexpr EResult RC_ITEM_TYPE = 0xC0390009;          // the next item is of ano
 constexpr EResult RC_ITEM_RANGE = 0xC039000A;   // an integer that does not fit 32 bits, a text with a null character
 constexpr EResult RC_TYPE_UNKNOWN = 0xC039000B; // no factory for the type of a list element
 
-// Comparing two codes whatever their facility.
+// Masks out the facility, to compare two codes.
 constexpr EResult RC_FACILITY_MASK = 0xC000FFFF;
 
 // Failures are the codes that are negative as signed 32-bit numbers.

@@ -15,7 +15,6 @@
 #include <atomic>
 #include <cstdio>
 #include <cwchar>
-#include <limits>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -33,7 +32,7 @@ struct Registry {
     std::map<std::wstring, IPersistent*> m_Factories;
 };
 
-// Never destroyed: at the end of the process the modules that the prototypes came from may be gone.
+// Never destroyed: at the end of the process the prototypes' modules may be unloaded.
 Registry& GetRegistry() {
     static Registry& registry = *new Registry;
     return registry;
@@ -52,7 +51,7 @@ struct Destroyer {
 };
 using ObjectPtr = std::unique_ptr<IPersistent, Destroyer>;
 
-// What is open behind a handle.
+// What a handle points to.
 struct Section : ESectionRecord {
     EString m_FileName;
     EJsonValue m_Root;
@@ -82,7 +81,7 @@ Section& GetSection(unsigned long handle) {
     return *static_cast<Section*>(reinterpret_cast<ESectionRecord*>(handle));
 }
 
-// The work of a reader of items, with the open section.
+// Runs the work on the open section.
 template <class Work>
 EResult Read(unsigned long section, Work work) {
     return section == 0 ? RC_NO_SECTION : Guarded([&] { return work(GetSection(section)); });
@@ -110,17 +109,24 @@ bool IsEmpty(const wchar_t* text) {
     return text == nullptr || *text == L'\0';
 }
 
-// The next item, which counts as read, if it is of the kind. A list is left to the reader of lists.
-EResult TakeScalar(Section& section, Kind kind, const char* expected, const EJsonValue*& item) {
-    if (section.AtEnd()) {
-        return section.FailEnd(expected);
-    }
-    item = &section.Next();
-    if (item->m_Kind != Kind::Array) {
-        ++section.m_nNext;
-    }
-    const bool matches = item->m_Kind == kind || (kind == Kind::Integer && item->m_Kind == Kind::LargeInteger);
-    return matches ? RC_OK : section.FailItem(RC_ITEM_TYPE, *item, expected);
+// Gives the next item, which counts as read, to `take` if it is of the kind. A list is left for the reader of lists.
+// `take` returns null, or what was expected when the item is out of range.
+template <class Take>
+EResult ReadScalar(unsigned long handle, Kind kind, const char* expected, Take take) {
+    return Read(handle, [&](Section& section) {
+        if (section.AtEnd()) {
+            return section.FailEnd(expected);
+        }
+        const EJsonValue& item = section.Next();
+        if (item.m_Kind != Kind::Array) {
+            ++section.m_nNext;
+        }
+        if (item.m_Kind != kind && !(kind == Kind::Integer && item.m_Kind == Kind::LargeInteger)) {
+            return section.FailItem(RC_ITEM_TYPE, item, expected);
+        }
+        const char* const range = take(item);
+        return range == nullptr ? RC_OK : section.FailItem(RC_ITEM_RANGE, item, range);
+    });
 }
 
 // A new object of the type that the element names, with its defaults.
@@ -145,7 +151,7 @@ EResult MakeObject(Section& section, const EJsonValue& element, ObjectPtr& objec
     IPersistent* made = nullptr;
     EResult result = RC_TYPE_UNKNOWN;
     {
-        // Until the object is made nobody may destroy the factory.
+        // The lock keeps the factory from being destroyed while it makes the object.
         const std::lock_guard<std::mutex> lock(registry.m_Mutex);
         const auto factory = registry.m_Factories.find(std::wstring(name, static_cast<std::size_t>(name.GetLength())));
         if (factory != registry.m_Factories.end()) {
@@ -188,7 +194,7 @@ EResult RestoreElement(unsigned long handle, const EJsonValue& element, EPtrList
         return RC_OK;
     }
     if (section.m_nMessages == messages) {
-        // Its items are right, but the object does not take them, or none could be made.
+        // Every item could be read, but the object refused them or could not be made.
         char code[16];
         std::snprintf(code, sizeof(code), "0x%08X", static_cast<unsigned>(result));
         const std::string type = EJsonText::Quote(element.m_Items.front().m_Text);
@@ -226,7 +232,7 @@ EResult EPersistent::AddFactory(IPersistent* prototype) {
         IPersistent*& factory = registry.m_Factories[static_cast<const wchar_t*>(type)];
         static_cast<void>(owned.release());
         if (factory != prototype) {
-            owned.reset(factory); // destroyed when the lock is free again
+            owned.reset(factory); // destroyed after the lock is released
         }
         factory = prototype;
         return RC_OK;
@@ -290,34 +296,23 @@ EResult EPersistent::GetSectionFilename(const wchar_t* name, EString& fileName, 
 }
 
 EResult EPersistentInt::Restore(unsigned long section) {
-    return Read(section, [this](Section& open) {
-        const EJsonValue* item = nullptr;
-        const EResult result = TakeScalar(open, Kind::Integer, "an integer", item);
-        if (Failed(result)) {
-            return result;
-        }
-        using Limits = std::numeric_limits<std::int32_t>;
-        const std::int64_t value = item->m_nInteger;
-        if (item->m_Kind == Kind::LargeInteger || value < Limits::min() || value > Limits::max()) {
-            return open.FailItem(RC_ITEM_RANGE, *item, "an integer from -2147483648 to 2147483647");
+    return ReadScalar(section, Kind::Integer, "an integer", [this](const EJsonValue& item) -> const char* {
+        const std::int64_t value = item.m_nInteger;
+        if (item.m_Kind == Kind::LargeInteger || value < INT32_MIN || value > INT32_MAX) {
+            return "an integer from -2147483648 to 2147483647";
         }
         m_nValue = static_cast<int>(value);
-        return RC_OK;
+        return nullptr;
     });
 }
 
 EResult EPersistentString::Restore(unsigned long section) {
-    return Read(section, [this](Section& open) {
-        const EJsonValue* item = nullptr;
-        const EResult result = TakeScalar(open, Kind::Text, "a text", item);
-        if (Failed(result)) {
-            return result;
+    return ReadScalar(section, Kind::Text, "a text", [this](const EJsonValue& item) -> const char* {
+        if (item.m_Text.find('\0') != std::string::npos) {
+            return "one without null characters (\\u0000)";
         }
-        if (item->m_Text.find('\0') != std::string::npos) {
-            return open.FailItem(RC_ITEM_RANGE, *item, "one without null characters (\\u0000)");
-        }
-        *this = Widen(item->m_Text);
-        return RC_OK;
+        *this = Widen(item.m_Text);
+        return nullptr;
     });
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// What a lock guards and who must hold it, for the compiler to check: clang's thread safety analysis. Other compilers see
-// nothing. The attributes are explained in clang's manual, "Thread Safety Analysis".
+// Attributes of clang's thread safety analysis, which checks what a lock guards and who must hold it. The manual page
+// "Thread Safety Analysis" explains them. Other compilers ignore them.
 #ifdef __clang__
 #define KV_THREAD_SAFETY(attribute) __attribute__((attribute))
 #else

@@ -2,7 +2,7 @@
 
 // What a service tells the kernel in a warm restart.
 struct WARM_RESTART_STRUCT {
-    // Names of the service's configuration sections, each ended by a null character, the list by one more. Made with
-    // new wchar_t[]; belongs to the kernel.
+    // Names of the service's configuration sections, each with a null character, and one more after the last. Allocated
+    // with new wchar_t[]; the kernel frees it.
     wchar_t* m_pszSections = nullptr;
 };

@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <cwchar>
 
-// Prints as EString::Format does into a buffer of `count` characters, always ended by a null character. The number of
-// characters before it, or -1 when the text did not fit and was cut (count 0: nothing is written).
+// Prints as EString::Format does into a buffer of `count` characters, terminator included. Returns the length of the
+// text, or -1 when it did not fit and was cut. With a count of 0 nothing is written.
 template <class... Arguments>
 int _em_swprintf(wchar_t* buffer, std::size_t count, const wchar_t* format, const Arguments&... arguments) {
     if (count == 0) {

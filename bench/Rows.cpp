@@ -29,7 +29,7 @@ std::string File() {
 class Logger {
 public:
     Logger() : m_Service(nullptr) {
-        EFileIO::DeleteFile(Wide(File()), false);
+        EFileIO::DeleteFile(Wide(File()));
         m_Service.m_DateFormat = L"MM-DD-YYYY";
         m_Service.m_TimeFormat = L"HH:mm:SS.sss";
         m_Spec.m_LogPath = Wide(std::filesystem::path(File()).parent_path().string() + '/');

@@ -72,7 +72,7 @@ void Save(benchmark::State& state) {
     const EString path = Wide(File());
     bool done = true;
     for (auto iteration : state) {
-        EFileIO::DeleteFile(path, false);
+        EFileIO::DeleteFile(path);
         done = service.m_Service.SavePendingLogEntries(path) == RC_OK && done;
     }
     if (!done) {

@@ -18,7 +18,7 @@ EFileSpec::EFileSpec() {
 }
 
 EFileSpec::~EFileSpec() {
-    // Whoever destroys the kernel log (a failed restore, a rejection), nothing must point to it afterwards.
+    // A kernel log may be destroyed by a failed restore or a rejection. Nothing must point to it afterwards.
     ELogFile* service = TheLogFile();
     if (service != nullptr && service->m_pKernelLogSpec == this) {
         const ELock lock(service->m_NameMutex, MUTEX_NAME); // another thread may be reading the name of its file
@@ -56,13 +56,13 @@ EResult EFileSpec::Restore(unsigned long section) {
             return RC_NOT_MADE;
         }
         if (kernelLog && service->m_pKernelLogSpec == nullptr) {
-            service->m_pKernelLogSpec = this; // last: GetAgentLogFile may look at it from here on
+            service->m_pKernelLogSpec = this; // last: GetAgentLogFile may use it from here on
         }
         return result;
     });
 }
 
-// The items behind the name. Every one is read, so that each failure is heard of.
+// The items after the name. All are read, so that every failure is reported.
 EResult EFileSpec::RestoreItems(unsigned long section) {
     EResult result = RC_OK;
     result |= m_LogPath.Restore(section);
@@ -70,7 +70,7 @@ EResult EFileSpec::RestoreItems(unsigned long section) {
     result |= m_MaxFileSize.Restore(section);
     result |= m_NumFiles.Restore(section);
     if (EPersistent::GetRecord(section).m_nVersion <= 1) {
-        EPersistentInt dropped; // three numbers of the old layout that mean nothing any more
+        EPersistentInt dropped; // three numbers that only the old layout has
         result |= dropped.Restore(section);
         result |= dropped.Restore(section);
         result |= dropped.Restore(section);

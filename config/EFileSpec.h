@@ -10,8 +10,8 @@
 
 #include <memory>
 
-// One configured log file, and the state of its current file. The configured items are written by Restore, on the
-// kernel's thread, and only read afterwards; the state belongs to whichever thread processes requests.
+// One configured log file, and the state of its current file. Restore writes the configured items, on the kernel's
+// thread; afterwards they are only read. The state belongs to the thread that processes requests.
 class EFileSpec : public IPersistent {
 public:
     EFileSpec();
@@ -27,8 +27,8 @@ public:
     EResult DestroyObject() override;
     virtual ~EFileSpec();
 
-    // Brings a directory path into its normal form, ending in '/', and makes sure that the directory exists. A path that
-    // cannot be made is reported and emptied: the files then go to the working directory.
+    // Brings a directory path into its normal form, ending in '/', and creates the directory if necessary. On failure
+    // it reports the path and empties it: the files then go to the working directory.
     void SetLogPath(EString* path);
 
     bool Delivers() const { return m_DeliveryMode == DELIVERY_UPLOAD || m_DeliveryMode == DELIVERY_EMAIL; }
@@ -39,7 +39,7 @@ public:
 
     EPersistentString m_Name;             // the registry key
     EPersistentString m_LogPath;          // directory of undelivered files, and of the copies that are kept
-    EPersistentString m_FileName;         // pattern of the files' names, see EscFilter
+    EPersistentString m_FileName;         // pattern of the file names, see EscFilter
     EPersistentInt m_MaxFileSize{102400}; // bytes; 0 or less: no limit
     EPersistentInt m_NumFiles{2};         // files of the set; index 0 is written, the last index is the oldest
     EPersistentInt m_FileFormat{FORMAT_COMMA_SEPARATED};
@@ -48,14 +48,14 @@ public:
     EPersistentInt m_KeepCopy{0}; // not 0: delivered files move to m_LogPath instead of being deleted
     EPersistentString m_MailName; // the e-mail definition
 
-    bool m_bFileStarted = false; // the current file has its header and was not stopped since
-    EString m_SpoolPath;         // directory of the files when they are delivered
-    ETimeStamp m_FileTime;       // time stamp of the current set; the files' names are made with it
+    bool m_bFileStarted = false; // the current file has its header and no footer
+    EString m_SpoolPath;         // directory of the files when the log file delivers
+    ETimeStamp m_FileTime;       // time stamp of the current set, for the file names
     std::unique_ptr<ELogFilter> m_pFilter;
-    bool m_bHeadersSet = false; // m_Headers and m_Title are taken from the first row, for good
+    bool m_bHeadersSet = false; // m_Headers and m_Title come from the first row and never change
     EStringArray m_Headers;
     EString m_Title;
-    EString m_CurrentFile; // the name made last; written under ELogFile::m_NameMutex
+    EString m_CurrentFile; // the last result of CalcFileName; written under ELogFile::m_NameMutex
 
 private:
     EResult RestoreItems(unsigned long section);

@@ -16,7 +16,7 @@ struct Destroyer {
 
 } // namespace
 
-// Enters the specification into the registry, or destroys it. The first of a name wins.
+// Adds the file specification to the registry, or destroys it. The first of a name wins.
 void ELogFile::RegisterFileSpec(EFileSpec* restored) {
     std::unique_ptr<EFileSpec, Destroyer> spec(restored);
     EString plainName = spec->m_Name;
@@ -31,7 +31,7 @@ void ELogFile::RegisterFileSpec(EFileSpec* restored) {
         spec->m_Name = plainName;
         spec->m_FileName.Replace(KERNEL_WORD, KERNEL_WORD_INSTEAD);
     }
-    if (!IsDeliverable(*spec)) { // outside the lock: a kernel may log what it is told
+    if (!IsDeliverable(*spec)) { // outside the lock: the kernel may log the message it gets
         return;
     }
     const ELock lock(m_FileSpecMutex, MUTEX_NAME);
@@ -41,7 +41,7 @@ void ELogFile::RegisterFileSpec(EFileSpec* restored) {
     }
 }
 
-// Whether the gateway has the service by which the log file delivers; reports it when it has not.
+// Whether the gateway has the service that the log file delivers with. Reports a missing one.
 bool ELogFile::IsDeliverable(const EFileSpec& spec) {
     if (spec.m_DeliveryMode == DELIVERY_UPLOAD && m_pUploadService == nullptr) {
         m_pErrorReporter->Report(LEVEL_WARNING, SOURCE_KERNEL, MSG_NO_UPLOAD_SERVICE);

@@ -30,7 +30,7 @@ struct SectionCloser {
     unsigned long m_nSection = 0;
 };
 
-// The restored specifications that nobody else owns yet.
+// Owns the restored specifications until they are taken.
 class RestoredSpecs {
 public:
     RestoredSpecs() = default;
@@ -42,7 +42,7 @@ public:
         }
     }
     void Restore(unsigned long section) { m_List.Restore(section); }
-    // The next one, which is the caller's from here on; null at the end.
+    // The next one, which the caller then owns; null at the end.
     EFileSpec* Take() { return static_cast<EFileSpec*>(static_cast<IPersistent*>(m_List.RemoveHead())); }
 
 private:
@@ -74,7 +74,7 @@ EResult ELogFile::Restore(unsigned long section) {
         }
         const EResult result = RestoreSettings(section);
         RestoredSpecs specs;
-        specs.Restore(section); // what could not be restored has been left out and reported
+        specs.Restore(section); // reports and leaves out what cannot be restored
         while (EFileSpec* spec = specs.Take()) {
             RegisterFileSpec(spec);
         }
@@ -84,15 +84,15 @@ EResult ELogFile::Restore(unsigned long section) {
     return restored;
 }
 
-// From here on events are held, as before there was a kernel log: the one that is being restored may yet be refused.
-// The number of those held before.
+// Holds events from here on: the kernel log that is being restored may still be rejected. Returns how many were held
+// before.
 int ELogFile::HoldEvents() {
     const ELock lock(m_QueueMutex, MUTEX_NAME);
     m_bRestoring = m_State != STATE_STARTED; // a running service has its kernel log
     return m_EarlyEvents.GetCount();
 }
 
-// Writes what came meanwhile, behind what was held before. Without such an event all wait for the next report.
+// Writes the held events if any came since HoldEvents. Otherwise they wait for the next report.
 void ELogFile::ReleaseEvents(int before) {
     const ELock lock(m_QueueMutex, MUTEX_NAME);
     m_bRestoring = false;

@@ -5,9 +5,9 @@
 #include "delivery/ELogFileDeliverySpec.h"
 #include "service/Entry.h"
 
-// Completions are handled one at a time, under a lock of their own: from the look-up of the job to its end no other
-// completion changes it, exactly one finalises and frees it, and every later one finds it gone. The lock is not held
-// while a sending is started, so a service may complete inside that call.
+// m_CompletionMutex lets one completion at a time look up, change and end a job. Exactly one frees it, and a later one
+// does not find it. The lock is not held while a sending is started: a service may call the completion inside that
+// call.
 
 bool ELogFile::IsDelivering(const ELogFileDeliverySpec* job) {
     const ELock lock(m_DeliveryMutex, MUTEX_NAME);
@@ -27,7 +27,7 @@ void ELogFile::CompleteTransfers(ELogFileDeliverySpec* job, int finished, bool m
 
 void ELogFile::OnEMailComplete(EMAILSTATUS /*status*/, void* job) {
     Guarded([&] {
-        if (ELogFile* service = TheLogFile(); service != nullptr) { // a notice may come when the service is gone
+        if (ELogFile* service = TheLogFile(); service != nullptr) { // null after Stop
             service->CompleteTransfers(static_cast<ELogFileDeliverySpec*>(job), 1);
         }
         return RC_OK;

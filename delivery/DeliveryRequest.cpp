@@ -17,11 +17,11 @@ std::uint32_t ELogFile::GetDeliveryId() {
     return EPRNG::GetInt32();
 }
 
-// Closes the current file, moves the files of the set into a directory of their own and hands them to a delivery job.
+// Ends the current file, moves the files of the set into a job's directory and starts sending them.
 EResult ELogFile::ProcessDelivery(ELogInfo* info) {
     EFileSpec* spec = info->m_pFileSpec;
     if (!CanDeliver(*spec)) {
-        return RC_MISSING; // before anything is moved: what cannot be sent stays where it is
+        return RC_MISSING; // the files stay where they are
     }
     EString directory;
     directory.Format(L"%s%s%08x/", spec->m_SpoolPath, JOB_DIRECTORY, GetDeliveryId());
@@ -36,7 +36,7 @@ EResult ELogFile::ProcessDelivery(ELogInfo* info) {
             m_pNameService->ParseName(&name, &made->m_nNameId);
         }
         const ELock lock(m_DeliveryMutex, MUTEX_NAME);
-        m_Deliveries.Reserve(); // a job that has taken files must not fail to enter the list
+        m_Deliveries.Reserve(); // once files have moved, adding the job must not fail
         return RC_OK;
     });
     if (Failed(ready)) {
@@ -44,7 +44,7 @@ EResult ELogFile::ProcessDelivery(ELogInfo* info) {
         return ready;
     }
     Guarded([&] { return static_cast<EResult>(StopFile(spec)); });
-    spec->m_bFileStarted = false; // its file goes away, even when the footer could not be written
+    spec->m_bFileStarted = false; // the file is moved even when its footer could not be written
     MoveFilesToJob(spec, made.get());
     if (made->m_Files.GetSize() == 0) {
         EFileIO::RemoveDir(directory);
@@ -52,7 +52,7 @@ EResult ELogFile::ProcessDelivery(ELogInfo* info) {
     }
     ELogFileDeliverySpec* job = made.get();
     {
-        // In the list before the sending starts, so that a completion that comes at once finds it.
+        // Before the sending starts: a completion may come at once and must find the job.
         const ELock lock(m_DeliveryMutex, MUTEX_NAME);
         m_Deliveries.AddTail(job);
         (void)made.release();
@@ -61,14 +61,14 @@ EResult ELogFile::ProcessDelivery(ELogInfo* info) {
     return started == 0 ? RC_MISSING : RC_OK;
 }
 
-// A request that was saved before a warm restart may find that the configuration or the gateway has changed since.
+// Checked again here: the configuration or the gateway may have changed since the request was saved for a warm restart.
 bool ELogFile::CanDeliver(const EFileSpec& spec) {
     const bool canUpload = m_pUploadService != nullptr;
     const bool canMail = m_pEMailService != nullptr;
     return spec.IsSpooled() && (spec.m_DeliveryMode == DELIVERY_UPLOAD ? canUpload : canMail);
 }
 
-// A file that cannot be moved, be it for lack of memory, stays where it is; the others are delivered.
+// A file that cannot be moved, also for lack of memory, stays where it is. The others are delivered.
 void ELogFile::MoveFilesToJob(EFileSpec* spec, ELogFileDeliverySpec* job) {
     for (int i = 0; i < spec->m_NumFiles; ++i) {
         const int count = job->m_Files.GetSize();
@@ -78,7 +78,7 @@ void ELogFile::MoveFilesToJob(EFileSpec* spec, ELogFileDeliverySpec* job) {
             CalcFileName(spec, i, &spec->m_FileTime, false, name);
             const EString source = spec->m_SpoolPath + name;
             const EString target = job->m_SpoolDir + name;
-            job->m_Files.SetAtGrow(count, name); // first: a file that has moved must be in the list
+            job->m_Files.SetAtGrow(count, name); // may throw, so before the file is moved
             moved = EFileIO::RenameFile(source, target) != 0;
             return RC_OK;
         });

@@ -27,15 +27,15 @@ void ELogFileDeliverySpec::OnComplete() {
 
 void ELogFileDeliverySpec::Finalize(bool keepFiles) {
     for (int i = 0; i < m_Files.GetSize(); ++i) {
-        // A file whose path memory does not suffice for stays, as one that cannot be moved; the job ends all the same.
+        // When memory runs out, the file stays where it is. The job ends nevertheless.
         Guarded([&] {
             const EString source = m_SpoolDir + m_Files[i];
             if (keepFiles) {
                 const EString target = m_pFileSpec->m_LogPath + m_Files[i];
-                EFileIO::DeleteFile(target, false);
+                EFileIO::DeleteFile(target);
                 EFileIO::RenameFile(source, target);
             } else {
-                EFileIO::DeleteFile(source, false);
+                EFileIO::DeleteFile(source);
             }
             return RC_OK;
         });

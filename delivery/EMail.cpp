@@ -28,8 +28,8 @@ using Message = std::unique_ptr<EMailMessage, Releaser>;
 
 } // namespace
 
-// One sending per file; the first carries the first file, the second the first two, and so on. A call that throws, and
-// lack of memory, count as a sending that could not be started: the job must end and the definition be put back.
+// Sends one e-mail per file: the first has the first file attached, the second the first two, and so on. When a call
+// throws or memory runs out, that e-mail counts as not started: the job must end, and the definition must be restored.
 EResult ELogFile::DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info) {
     Message message(nullptr, Releaser{m_pEMailService});
     EStringArray files;
@@ -40,7 +40,7 @@ EResult ELogFile::DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info) {
         if (message == nullptr || !LoadDefinition(job, message.get())) {
             return RC_MISSING;
         }
-        // What is needed of the job is taken now: its notices may free it before the last sending has been started.
+        // Copied now: completion notices may free the job before the last e-mail is started.
         files.Copy(job->m_Files);
         directory = job->m_SpoolDir;
         attachments = message->m_Attachments;
@@ -70,7 +70,7 @@ EResult ELogFile::DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info) {
             allStarted = false;
         }
     }
-    message->m_Attachments = attachments; // takes no memory: the list has room for more than that
+    message->m_Attachments = attachments; // allocates nothing: the text was longer before
     Guarded([&] { return m_pEMailService->StoreMessage(message.get()); });
     message.reset();
     if (allStarted) {
@@ -80,7 +80,7 @@ EResult ELogFile::DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info) {
     return 0;
 }
 
-// Fills the record from the e-mail definition that the file specification names; false when there is none.
+// Fills the record from the e-mail definition of the file specification; false when there is none.
 bool ELogFile::LoadDefinition(const ELogFileDeliverySpec* job, EMailMessage* message) {
     message->m_Name = job->m_pFileSpec->m_MailName;
     if (m_pNameService != nullptr) {

@@ -13,7 +13,7 @@
 
 namespace {
 
-// A list of files to upload that frees its entries.
+// A list of files to upload that owns its entries.
 class OwnedUploadFiles : public EUploadFiles {
 public:
     OwnedUploadFiles() = default;
@@ -27,7 +27,7 @@ public:
 
     EResult AddAll(const ELogFileDeliverySpec& job) {
         for (int i = 0; i < job.m_Files.GetSize(); ++i) {
-            auto file = std::make_unique<EUploadFile>(job.m_SpoolDir + job.m_Files[i], false, false);
+            auto file = std::make_unique<EUploadFile>(job.m_SpoolDir + job.m_Files[i]);
             AddTail(file.get());
             (void)file.release();
         }
@@ -37,7 +37,7 @@ public:
 
 } // namespace
 
-// One upload with all files of the job; one notice ends it.
+// Starts one upload with all files of the job.
 EResult ELogFile::DeliverESFile(ELogFileDeliverySpec* job) {
     OwnedUploadFiles files;
     if (Failed(Guarded([&] { return files.AddAll(*job); }))) {
@@ -49,7 +49,7 @@ EResult ELogFile::DeliverESFile(ELogFileDeliverySpec* job) {
         const bool known =
             m_pNameService != nullptr &&
             !Failed(m_pNameService->GetUploadParameters(job->m_nNameId, &values[0], &values[1], &values[2]));
-        // The job may be finished and freed before the call returns.
+        // The job may be freed before the call returns.
         return m_pUploadService->UploadFiles(&files, known ? &values[0] : nullptr, known ? &values[1] : nullptr,
                                              known ? &values[2] : nullptr, reinterpret_cast<unsigned long>(job),
                                              static_cast<ISMListener*>(this));

@@ -15,7 +15,7 @@ void AppendPadded(EString& out, int number) {
     out += static_cast<wchar_t>(L'0' + number % 10);
 }
 
-// The letter seen last that may still become part of a token, and how many of it. One that is not completed is dropped.
+// The letters of an unfinished token. A token that is never finished is dropped.
 struct Pending {
     bool IsOne(wchar_t letter) const { return m_Letter == letter && m_nCount == 1; }
     bool IsTwo(wchar_t letter) const { return m_Letter == letter && m_nCount == 2; }
@@ -87,7 +87,7 @@ EResult ELogFile::FormatDateStr(ETime& time, EString& out) {
             }
             if (at[1] == L'Y') {
                 AppendPadded<4>(out, time.m_nYear + YEAR_BASE);
-                at += at[2] == L'Y' ? 2 : 1; // three Y stand for the year as well, and what follows them is kept
+                at += at[2] == L'Y' ? 2 : 1; // three Y are a year, too; the character after them is kept
             } else {
                 AppendPadded<2>(out, time.m_nYear % 100);
             }

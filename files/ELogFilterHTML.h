@@ -2,7 +2,7 @@
 
 #include "files/ELogFilter.h"
 
-// One HTML table in UTF-8. Cells are written as they are, without escapes; an empty one as a blank.
+// One HTML table in UTF-8. Cells are not escaped; an empty cell is written as a blank.
 class ELogFilterHTML : public ELogFilter {
 public:
     explicit ELogFilterHTML(bool unicode); // the encoding is UTF-8 either way
@@ -12,6 +12,7 @@ public:
     void FormatFooter(const EString* title, EByteArray* out) override;
 
 private:
-    // Rows are heading rows until the first header is complete; also those that continue the file of an earlier run.
+    // False until this filter has written a header. Until then rows have heading cells, also in a file that is
+    // continued.
     bool m_bInBody = false;
 };

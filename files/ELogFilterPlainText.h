@@ -2,8 +2,8 @@
 
 #include "files/ELogFilter.h"
 
-// Lines of cells with a delimiter between them, in 8-bit characters or UTF-16LE with a byte order mark. Cells are written
-// as they are, without quotes.
+// Lines of cells with a delimiter between them, in 8-bit characters or UTF-16LE with a byte order mark. Cells are not
+// quoted.
 class ELogFilterPlainText : public ELogFilter {
 public:
     explicit ELogFilterPlainText(bool unicode);

@@ -30,15 +30,15 @@ int ELogFile::StartFile(EFileSpec* spec) {
     }
     const bool empty = file.GetFileSize() == 0;
     if (!file.IsSizeKnown()) {
-        return 0; // a header would replace the rows that may stand there
+        return 0; // a header could overwrite rows
     }
     if (empty) { // otherwise the file is continued, without a second header
         const EString noTitle;
         EByteArray header;
         spec->m_pFilter->FormatHeader(&noTitle, &spec->m_Headers, &header);
         if (header.GetSize() > 0 && !Write(file, header)) {
-            if (isNew) { // or, on a full disk, every row leaves an empty file of a name that has its time
-                EFileIO::DeleteFile(name, false);
+            if (isNew) { // otherwise, on a full disk, every row could leave an empty file
+                EFileIO::DeleteFile(name);
             }
             return 0;
         }
@@ -52,7 +52,7 @@ int ELogFile::StopFile(EFileSpec* spec) {
         return 0;
     }
     if (!spec->m_bFileStarted) {
-        return 1; // the name made last may be any: no footer goes there
+        return 1; // m_CurrentFile may be any file of the set: write no footer
     }
     EByteArray footer;
     spec->m_pFilter->FormatFooter(&spec->m_Title, &footer);
@@ -77,7 +77,7 @@ int ELogFile::RestartFile(EFileSpec* spec) {
     ETime::GetTimeStamp(&spec->m_FileTime);
     RotateFiles(spec, &previous);
     if (spec->m_NumFiles == 1) {
-        // The rotation has deleted the only file, whose name it made last. One that could not be deleted is cut.
+        // The rotation has deleted the only file, m_CurrentFile. If that failed, the file is truncated.
         EFileIO::SetFileSize(spec->m_CurrentFile, 0);
     }
     return StartFile(spec);
@@ -97,8 +97,8 @@ void ELogFile::WriteToFile(EFileSpec* spec, const EStringArray* row) {
     }
 }
 
-// Appends the row to the current file. With `limited`, false when a new file is needed first: the present one is empty or
-// would pass the limit. A row that cannot be written is dropped.
+// Appends the row to the current file; a row that cannot be written is dropped. With `limited`, writes nothing and
+// returns false when a new file is needed first: the current one is empty, or the row would pass the size limit.
 bool ELogFile::AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited) {
     EFileIO file(spec->m_CurrentFile, EFileIO::OPEN_FOR_WRITING);
     if (!file.IsOpen()) {
@@ -106,7 +106,7 @@ bool ELogFile::AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited)
     }
     const std::uint32_t size = file.GetFileSize();
     if (!file.IsSizeKnown()) {
-        return true; // not taken for an empty file
+        return true; // drop the row: the file may not be empty
     }
     if (limited && (size == 0 || PassesLimit(*spec, size, bytes))) {
         return false;

@@ -18,9 +18,9 @@ void ELogFile::CalcFileName(EFileSpec* spec, int index, const ETimeStamp* time, 
 // With three files, the previous time stamp p and the new one t:
 //
 //   f2(p)           is deleted
-//   f1(p) -> f2(t)  what stood at the target gives way
+//   f1(p) -> f2(t)  an existing target is deleted
 //   f0(p) -> f1(t)
-//   f0(t)           is free for the file that is started next
+//   f0(t)           is the name of the next file
 void ELogFile::RotateFiles(EFileSpec* spec, const ETimeStamp* previous) {
     if (spec->m_NumFiles <= 0) {
         return;
@@ -30,11 +30,11 @@ void ELogFile::RotateFiles(EFileSpec* spec, const ETimeStamp* previous) {
     for (int i = spec->m_NumFiles - 1; i >= 0; --i) {
         CalcFileName(spec, i, previous, true, source);
         if (i == spec->m_NumFiles - 1) {
-            EFileIO::DeleteFile(source, false);
+            EFileIO::DeleteFile(source);
             continue;
         }
         CalcFileName(spec, i + 1, &spec->m_FileTime, true, target);
-        EFileIO::DeleteFile(target, false);
+        EFileIO::DeleteFile(target);
         EFileIO::RenameFile(source, target);
     }
 }
@@ -43,6 +43,6 @@ void ELogFile::DeleteFiles(EFileSpec* spec) {
     EString name;
     for (int i = 0; i < spec->m_NumFiles; ++i) {
         CalcFileName(spec, i, &spec->m_FileTime, true, name);
-        EFileIO::DeleteFile(name, false);
+        EFileIO::DeleteFile(name);
     }
 }

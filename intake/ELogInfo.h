@@ -8,13 +8,12 @@
 
 class EFileSpec;
 
-// One request: what is to be done to which log file, with its own copies of the reported records. It belongs to one
-// thread at a time.
+// One request: an action on a log file, with its own copies of the records. It belongs to one thread at a time.
 class ELogInfo {
 public:
-    // A live request with deep copies of `count` contiguous records; without records when `events` is null.
+    // A new request with deep copies of `count` contiguous records; without records when `events` is null.
     ELogInfo(EFileSpec* spec, ActionType action, unsigned long count, const EONEVENTSTRUCT* events);
-    // A restored request with `count` default records, which the restorer fills.
+    // A restored request with `count` default records, for the caller to fill in.
     ELogInfo(EFileSpec* spec, ActionType action, unsigned long count);
     ELogInfo(const ELogInfo&) = delete;
     ELogInfo& operator=(const ELogInfo&) = delete;
@@ -31,6 +30,6 @@ public:
 private:
     void MakeRoom();
 
-    EONEVENTSTRUCT m_Single; // nearly every request has one record, which then costs no allocation of its own
+    EONEVENTSTRUCT m_Single; // most requests have one record, which needs no allocation here
     std::unique_ptr<EONEVENTSTRUCT[]> m_Several;
 };

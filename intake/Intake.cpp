@@ -92,13 +92,13 @@ EResult ELogFile::Invoke(EString& actionName, EString& name, ETypedPtrList<EPtrL
             return RC_NO_ACTION;
         }
         if (action->m_Action == ACTION_LOG_ALARM && records[0].m_nIdentifier != IdentifierOf(name)) {
-            return RC_OK; // the alarm belongs to another identifier's log file
+            return RC_OK; // the alarm is for the log file of another identifier
         }
         return QueueRequest(spec, action->m_Action, count, records);
     });
 }
 
-// The identifier that a log file's name carries; -1 when it carries none or nobody can tell.
+// The identifier in a log file's name; -1 when it has none, or when there is no name service.
 int ELogFile::IdentifierOf(const EString& name) {
     int id = -1;
     if (m_pNameService != nullptr) {

@@ -11,10 +11,10 @@
 
 namespace {
 
-constexpr std::int32_t CODE_NO_VALUE = 274; // marks a snapshot record whose cell stays empty
+constexpr std::int32_t CODE_NO_VALUE = 274; // a snapshot record with this code gets an empty cell
 constexpr const wchar_t* BAD_VALUE = L"????";
 
-// The first row that a file specification gets decides its headings and title, for good.
+// The first row of a file specification decides its headings and title.
 void SetHeadings(EFileSpec* spec, const EStringArray& headings, const EString& title) {
     if (!spec->m_bHeadersSet) {
         spec->m_Headers.Copy(headings);
@@ -40,7 +40,7 @@ void FillSnapShotCell(const EONEVENTSTRUCT& record, EString& cell) {
     record.m_Value.GetString(cell, 0, 0, 0);
 }
 
-// The name service hears every name before it is used; the row has the name as it was reported.
+// Tells the name service every name before it is used. The row gets the name as it was reported.
 void ParseRecordName(INameService* service, const EONEVENTSTRUCT& record) {
     if (service != nullptr) {
         int id = -1;
@@ -75,7 +75,7 @@ EResult ELogFile::ProcessLogFile(ELogInfo* info) {
         RestartFile(info->m_pFileSpec);
         return RC_OK;
     }
-    return RC_OK; // a kind that only a damaged or newer file of saved requests can bring
+    return RC_OK; // an unknown action, from a damaged or newer file of saved requests
 }
 
 ETimeStamp ELogFile::GetEventTimeStamp(const EONEVENTSTRUCT* record, const CDataValue* value) {

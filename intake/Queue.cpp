@@ -13,7 +13,7 @@ void ELogFile::PushLogInfo(ELogInfo* info) {
     }
 }
 
-// The oldest request, which is the caller's from here on; null when none waits.
+// Removes the oldest request, which the caller then owns; null when the queue is empty.
 ELogInfo* ELogFile::TakeRequest() {
     const ELock lock(m_QueueMutex, MUTEX_NAME);
     return static_cast<ELogInfo*>(m_LogQueue.RemoveHead());

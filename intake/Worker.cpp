@@ -11,11 +11,11 @@ void* ELogFile::LogFileThreadStub(void* service) {
     return reinterpret_cast<void*>(static_cast<ELogFile*>(service)->LogFileThread());
 }
 
-// The event is reset before the queue is looked at, and reporters set it after they have appended: a request is either
-// taken in this pass or wakes the next one.
+// The worker resets the event before it takes requests, and reporters set it after they have appended one: no request
+// is missed.
 //
-// Finished requests are freed many at a time. Freed one by one, beside reporters that allocate theirs, both sides would
-// wait for each other in the allocator at nearly every row.
+// Finished requests are freed many at a time. Freed one by one, nearly every row would wait for the allocator's lock,
+// and so would the reporters, which allocate requests at the same time.
 unsigned long ELogFile::LogFileThread() {
     std::array<std::unique_ptr<ELogInfo>, 64> taken;
     while (m_bRunning) {
@@ -30,7 +30,7 @@ unsigned long ELogFile::LogFileThread() {
             if (taken[i] == nullptr) {
                 break;
             }
-            // Outside every lock. A request that memory does not suffice for is lost; the thread goes on.
+            // No lock is held. A request for which memory runs out is lost; the thread goes on.
             Guarded([&] { return ProcessLogFile(taken[i].get()); });
         }
         taken = {};

@@ -8,11 +8,11 @@
 
 class INameService;
 
-// What every kernel service has in common: the default of each operation, the look-up of interfaces through the kernel,
-// and the life cycle's state. The kernel's thread runs everything but GetInterface, which any thread may call.
+// The base of a kernel service: the default of each operation, the look-up of interfaces through the kernel, and the
+// lifecycle state. Any thread may call GetInterface; the kernel's thread calls everything else.
 class CKernelService : public IKernelService, public IRunTime {
 public:
-    // States, each with the bits of the earlier phases.
+    // States: each phase up to the start adds a bit.
     static constexpr std::uint32_t STATE_CREATED = 0;
     static constexpr std::uint32_t STATE_PREPARED = 1;
     static constexpr std::uint32_t STATE_PRE_STARTED = 3;
@@ -23,14 +23,13 @@ public:
     CKernelService(const CKernelService&) = delete;
     CKernelService& operator=(const CKernelService&) = delete;
 
-    // Answers IID_KERNEL_SERVICE and asks the kernel for everything else. A look-up that comes in while one is being
-    // passed on (the kernel may ask the service back) gets RC_OK and finds `out` unchanged. RC_NOT_MADE when the kernel
-    // throws.
+    // Answers IID_KERNEL_SERVICE and asks the kernel for everything else. While the kernel is asked, it may call this
+    // again: the result is then RC_OK, and `out` is unchanged. RC_NOT_MADE when the kernel throws.
     EResult GetInterface(unsigned long id, void** out) override;
     EResult Save(unsigned long section) override;
     EResult Restore(unsigned long section) override;
-    // Fetches the name service and restores, unless the index is -1; between PrepareToStart and PreStart only. RC_MISSING
-    // without a name service.
+    // Fetches the name service and restores, unless the index is -1. Call it between PrepareToStart and PreStart only.
+    // RC_MISSING without a name service.
     EResult Restore(unsigned long section, int index) override;
     EResult PrepareToStart() override;
     EResult PreStart() override;
@@ -38,7 +37,7 @@ public:
     EResult PrepareToStop() override;
     EResult Stop() override; // frees the object
     EResult AddService(IKernelService* service, ETypedPtrList<EPtrList, IKernelService*>* services) override;
-    EResult Destroy() override; // as Stop
+    EResult Destroy() override; // the same as Stop
     EResult GetComponentId(unsigned long& id) override;
     EResult WarmRestart(WR_OPERATION operation, WARM_RESTART_STRUCT* info) override;
     virtual ~CKernelService();
@@ -53,7 +52,7 @@ public:
     std::atomic<std::uint32_t> m_State{STATE_CREATED};
 
 protected:
-    // Asks the service's own GetInterface; null when nobody answers.
+    // Asks GetInterface; null when there is no such interface.
     template <class Interface>
     Interface* Fetch(unsigned long id) {
         void* found = nullptr;

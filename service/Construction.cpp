@@ -43,11 +43,11 @@ void ELogFile::Initialize() {
     }
 }
 
-// Every other thread has left the service, but for the worker when PrepareToStop was left out.
+// No other thread uses the service any more, except the worker when PrepareToStop was not called.
 ELogFile::~ELogFile() {
     ELogFile::PrepareToStop();
     if (TheLogFile() == this) {
-        SetTheLogFile(nullptr); // not every way here leads through Stop
+        SetTheLogFile(nullptr); // Stop may not have been called
     }
     DiscardRequests();
     const ELock lock(m_FileSpecMutex, MUTEX_NAME);
@@ -67,7 +67,7 @@ void ELogFile::DiscardRequests() {
 }
 
 void ELogFile::DestroyFileSpecs() {
-    // Without copies of the names: a destructor has nobody to tell that memory has run out.
+    // Does not copy the names: a destructor must not run out of memory.
     for (const auto& [name, value] : m_FileSpecs) {
         auto* spec = static_cast<EFileSpec*>(value);
         if (spec == nullptr) {

@@ -47,10 +47,10 @@ constexpr const wchar_t* MUTEX_NAME = L"Unknown";
 // thread at a time. Completion notices come on any thread.
 //
 // Locks. m_FileSpecMutex, m_QueueMutex and m_DeliveryMutex are never held together; a completion takes m_DeliveryMutex
-// inside m_CompletionMutex. The compiler checks what each guards; docs/threads.md draws who takes which.
+// while it holds m_CompletionMutex. The compiler checks what each guards; docs/threads.md shows who takes which.
 //
-// Errors. Interface operations return an EResult and let no exception out; the operations of the file group answer 1 or
-// 0, and a row that cannot be written is dropped.
+// Errors. Interface operations return an EResult and throw nothing. The operations on files return 1 for success,
+// otherwise 0; a row that cannot be written is dropped.
 class ELogFile : public CKernelService, public ILogFile, public IAction, public ENotifyTrigger, public ISMListener {
 public:
     // service/: construction, destruction, interfaces. Throws when memory runs out.
@@ -73,7 +73,7 @@ public:
     EResult Save(unsigned long section) override;
     EResult GetAgentLogFile(EString& fileName, int& format) override;
     EResult GetGatewayType(EString& actionName, GatewayType* type) override;
-    EFileSpec* FindFileSpec(const wchar_t* name); // null when there is none; it lives as long as the service
+    EFileSpec* FindFileSpec(const wchar_t* name); // or null; valid as long as the service
 
     // intake/: reports and actions, from any thread.
     EResult ReportEvent(EONEVENTSTRUCT* record) override;
@@ -82,22 +82,22 @@ public:
     EResult Invoke(EString& actionName, EString& name, ETypedPtrList<EPtrList, EAttribute*>* attributes,
                    unsigned long count, EONEVENTSTRUCT* records, IErrorListener* listener) override;
 
-    // intake/: the queue. The caller wakes the worker afterwards; the request belongs to the queue from here on, which
-    // frees it at once when QUEUE_LIMIT requests wait.
+    // intake/: the queue. Takes ownership of the request, and drops it when QUEUE_LIMIT requests wait. The caller wakes
+    // the worker afterwards.
     void PushLogInfo(ELogInfo* info) KV_THREAD_SAFETY(requires_capability(m_QueueMutex));
     std::uint32_t GetDeliveryId();
-    // The time that dates a snapshot row: the record's own when it is set, otherwise the value's.
+    // The time of a snapshot row: the record's when it is set, otherwise the value's.
     ETimeStamp GetEventTimeStamp(const EONEVENTSTRUCT* record, const CDataValue* value);
 
-    // intake/: the worker thread, and the processing of one request, which stays the caller's.
+    // intake/: the worker thread, and the processing of one request, which the caller keeps.
     static void* LogFileThreadStub(void* service);
     unsigned long LogFileThread();
     EResult ProcessLogFile(ELogInfo* info);
 
-    // files/: texts, names and files, wherever requests are processed. Both texts are appended; 0.
+    // files/: for the thread that processes requests. The two texts are appended to `out`.
     EResult FormatDateStr(ETime& time, EString& out);
     EResult FormatTimeStr(ETime& time, EString& out);
-    // The name of a file of the set, with its directory in front or bare; it also becomes m_CurrentFile.
+    // The name of a file of the set, with or without its directory. Also sets m_CurrentFile.
     void CalcFileName(EFileSpec* spec, int index, const ETimeStamp* time, bool withPath, EString& name);
     void RotateFiles(EFileSpec* spec, const ETimeStamp* previous);
     void DeleteFiles(EFileSpec* spec);
@@ -106,8 +106,8 @@ public:
     int RestartFile(EFileSpec* spec);
     void WriteToFile(EFileSpec* spec, const EStringArray* row);
 
-    // delivery/: sending a job that stands in m_Deliveries. Non-zero when it was started and waits for its notices; the
-    // job may be gone when the call returns.
+    // delivery/: sends a job of m_Deliveries. Non-zero when the sending was started; the job may already be freed when
+    // the call returns.
     EResult DeliverEMail(ELogFileDeliverySpec* job, ELogInfo* info);
     EResult DeliverESFile(ELogFileDeliverySpec* job);
     static void OnEMailComplete(EMAILSTATUS status, void* job);
@@ -120,7 +120,6 @@ public:
     EResult SaveLogInfo(EFileIO* file, ELogInfo* info);
     EResult RestoreLogInfo(EFileIO* file);
 
-    // The members stand in the order in which they are made; they are destroyed in the reverse one.
     IErrorReporter* m_pErrorReporter = nullptr; // interface 4106; interfaces are not owned
     IUploadService* m_pUploadService = nullptr; // 4149; null: the gateway has none
     IEMailService* m_pEMailService = nullptr;   // 4117; null: the gateway has none
@@ -130,12 +129,12 @@ private:
     IStringTable* m_pStringTable = nullptr;     // 4142
 
 public:
-    std::atomic<EFileSpec*> m_pKernelLogSpec{nullptr}; // the one named "KernelLog"; owned by m_FileSpecs
+    std::atomic<EFileSpec*> m_pKernelLogSpec{nullptr}; // named "KernelLog"; owned by m_FileSpecs
     EMapStringToPtr m_FileSpecs KV_THREAD_SAFETY(guarded_by(m_FileSpecMutex)){4}; // name to EFileSpec*, owned
     EMutex m_FileSpecMutex{MUTEX_NAME};
     EPersistentString m_TimeFormat;
     EPersistentString m_DateFormat;
-    std::atomic<bool> m_bRunning{false}; // the worker is to go on
+    std::atomic<bool> m_bRunning{false}; // false: the worker ends
 
 private:
     EThread m_LogThread{4096, false};
@@ -158,7 +157,7 @@ private:
 public:
     EPtrList m_Deliveries KV_THREAD_SAFETY(guarded_by(m_DeliveryMutex)){4}; // ELogFileDeliverySpec*, owned
     EMutex m_DeliveryMutex KV_THREAD_SAFETY(acquired_after(m_CompletionMutex)){MUTEX_NAME};
-    EMutex m_NameMutex{MUTEX_NAME}; // guards m_CurrentFile and the kernel log's end against GetAgentLogFile
+    EMutex m_NameMutex{MUTEX_NAME}; // lets GetAgentLogFile read m_CurrentFile of the kernel log on any thread
 
 private:
     EMutex m_CompletionMutex{MUTEX_NAME}; // one completion at a time
@@ -194,21 +193,21 @@ private:
     bool CanDeliver(const EFileSpec& spec);
     void MoveFilesToJob(EFileSpec* spec, ELogFileDeliverySpec* job);
 
-    bool m_bRestoring KV_THREAD_SAFETY(guarded_by(m_QueueMutex)) = false; // the kernel log may yet be refused
+    bool m_bRestoring KV_THREAD_SAFETY(guarded_by(m_QueueMutex)) = false; // events are held
 
     // files/
     bool AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited);
 
-    // The row under way: its time, its cells and its bytes. Kept from row to row: most rows come in the same minute as
-    // the one before, and none has to allocate anything.
+    // The current row: its time, cells and bytes. They are reused: no row has to allocate, and most rows fall into the
+    // same minute as the row before.
     ETime m_RowTime{ETimeStamp{}};
     EStringArray m_Row;
     EByteArray m_RowBytes;
 
     // delivery/
     bool IsDelivering(const ELogFileDeliverySpec* job);
-    // So many more of the job's transfers have finished, or all of them. The job ends with the last, unless `mayEnd` is
-    // false: more of its sendings are about to be started. A job that is gone already is left alone.
+    // Counts `finished` more transfers of the job, or all of them. The last one ends the job, unless `mayEnd` is false
+    // because more will be started. Does nothing when the job has already ended.
     static constexpr int ALL_TRANSFERS = -1;
     void CompleteTransfers(ELogFileDeliverySpec* job, int finished, bool mayEnd = true);
     bool LoadDefinition(const ELogFileDeliverySpec* job, EMailMessage* message);

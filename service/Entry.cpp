@@ -10,7 +10,8 @@ const wchar_t* const LOGFILE_XML_NAME = L"kvLogFile";
 
 ELogFile* g_pELogFile = nullptr;
 
-// A plain pointer by contract with its readers outside, and yet completion notices may come while Stop clears it.
+// A plain pointer, because it is exported as one. It is accessed atomically, because completion notices may read it
+// while Stop clears it.
 ELogFile* TheLogFile() {
     return std::atomic_ref<ELogFile*>(g_pELogFile).load();
 }

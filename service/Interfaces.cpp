@@ -6,7 +6,7 @@
 #include "base/Messages.h"
 #include "config/EFileSpec.h"
 
-// What the kernel and other components may ask the service for.
+// The interfaces of the service, for the kernel and other components.
 
 EResult ELogFile::GetInterface(unsigned long id, void** out) {
     *out = nullptr;

@@ -42,14 +42,14 @@ EResult ELogFile::PrepareToStart() {
             return RC_MISSING;
         }
         if (const EResult added = EPersistent::AddFactory(new EFileSpec); Failed(added)) {
-            return added; // unknown to the base library, every configured log file would be left out
+            return added; // without the factory no configured log file can be restored
         }
         m_State = STATE_PREPARED;
         return RC_OK;
     });
 }
 
-// The result is that of the last registration; a gateway without an action registry is none the worse.
+// Returns the result of the last registration; RC_OK for a gateway without an action registry.
 EResult ELogFile::RegisterActions() {
     auto* registry = Fetch<IActionRegistry>(IID_ACTION_REGISTRY);
     EResult result = RC_OK;
@@ -86,7 +86,8 @@ EResult ELogFile::Start() {
         }
         MakeKernelLog();
         m_bRunning = true;
-        // A report in this moment waits for the lock and then finds state 7: it must not write while the worker does.
+        // A concurrent report waits for this lock and then finds the service started: it must not write beside the
+        // worker.
         const ELock lock(m_QueueMutex, MUTEX_NAME);
         m_LogThread.Begin(&ELogFile::LogFileThreadStub, this, L"LogFileThrd");
         m_State = STATE_STARTED;
@@ -106,16 +107,13 @@ void ELogFile::MakeKernelLog() {
     }
     auto spec = std::make_unique<EFileSpec>();
     spec->m_Name = KERNEL_LOG_NAME;
-    spec->m_LogPath = L"";
     spec->m_FileName = KERNEL_LOG_FILE;
     spec->m_MaxFileSize = KERNEL_LOG_SIZE;
     spec->m_NumFiles = KERNEL_LOG_FILES;
     spec->m_FileFormat = FORMAT_PLAIN_TEXT;
-    spec->m_Unicode = UNICODE_UTF16;
-    spec->m_DeliveryMode = DELIVERY_NONE;
     spec->MakeFilter(true);
     m_FileSpecs[KERNEL_LOG_NAME] = spec.get();
-    m_pKernelLogSpec = spec.release(); // last: a reporting thread may write to it from here on
+    m_pKernelLogSpec = spec.release(); // last: a reporting thread may use it from here on
 }
 
 EResult ELogFile::PrepareToStop() {
@@ -132,7 +130,7 @@ EResult ELogFile::PrepareToStop() {
 }
 
 EResult ELogFile::Stop() {
-    PrepareToStop(); // while a notice still finds the service
+    PrepareToStop(); // first: until then completion notices need the service
     SetTheLogFile(nullptr);
     delete this;
     return RC_OK;

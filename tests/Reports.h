@@ -1,13 +1,8 @@
 #pragma once
 
-#include "tests/TempDir.h"
+#include "tests/Workplace.h"
 
-#include <map>
 #include <numeric>
-#include <regex>
-#include <string>
-#include <thread>
-#include <vector>
 
 // What log files hold, as tests expect it; and reports whose order across threads can be told from the rows.
 
@@ -52,15 +47,6 @@ inline std::vector<int> UpTo(int end) {
     std::vector<int> numbers(static_cast<std::size_t>(end));
     std::iota(numbers.begin(), numbers.end(), 0);
     return numbers;
-}
-
-// 0, 1, ... from each of so many threads.
-inline Marks FromThreads(int threads, int count) {
-    Marks marks;
-    for (const int thread : UpTo(threads)) {
-        marks[thread] = UpTo(count);
-    }
-    return marks;
 }
 
 // The text by which a report is known in a row; the threads are 0 to 9.

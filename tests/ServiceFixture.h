@@ -1,36 +1,20 @@
 #pragma once
 
-#include "base/Contract.h"
 #include "base/ELock.h"
 #include "base/Messages.h"
 #include "config/EFileSpec.h"
 #include "intake/ELogInfo.h"
 #include "service/ELogFile.h"
 #include "service/Entry.h"
-#include "tests/Reports.h"
-#include "tests/Workplace.h"
 #include "tests/kernel/TestKernel.h"
 
 #include <gtest/gtest.h>
 
-#include <regex>
-
 // A service in this very program, with everything of it in reach, in a working directory of the test's own.
-class ServiceTest : public testing::Test {
+class Service : protected Workplace {
 protected:
     using Texts = std::vector<std::string>;
     using Messages = std::vector<ReportedMessage>;
-    using Files = std::map<std::string, std::string>; // path to bytes
-
-    ServiceTest() {
-        setenv("TZ", "UTC", 1);
-        tzset();
-        Make();
-    }
-    ~ServiceTest() override {
-        End();
-        EPersistent::RemoveFactories();
-    }
 
     void Make() { m_pService = kvLogFileInitService(&m_Kernel); }
 
@@ -45,7 +29,7 @@ protected:
 
     // Prepares, and restores these elements of the list; with a name service if an index is given.
     EResult Configure(const Texts& specs, int index = -1) {
-        Workplace::WriteSection(specs);
+        WriteSection(specs);
         return Restore(index);
     }
     EResult Restore(int index = -1) {
@@ -105,23 +89,16 @@ protected:
     // The row of a reported event.
     static std::string EventRow(const std::string& text) { return "01-31-2024 13:05:09.042 S N: " + text + '\n'; }
 
-    // A text of paths, with every delivery job's directory called "JOB/".
-    static std::string Known(const std::string& paths) {
-        return std::regex_replace(paths, std::regex("Spool/\\$tmp[0-9a-f]{8}/"), "JOB/");
-    }
-
-    // Every file by its known path, and every directory in a log or spool directory, which has no bytes.
-    static Files Found() {
-        Files files;
-        for (const std::string& path : Workplace::Tree()) {
-            if (path != "logs/" && path != "Spool/") {
-                files[Known(path)] = path.back() == '/' ? "" : ReadWhole(path);
-            }
-        }
-        return files;
-    }
-
-    Workplace m_Workplace;
     TestKernel m_Kernel;
     ELogFile* m_pService = nullptr;
+};
+
+// Begins each test with a new service, and ends it.
+class ServiceTest : public testing::Test, protected Service {
+protected:
+    ServiceTest() { Make(); }
+    ~ServiceTest() override {
+        End();
+        EPersistent::RemoveFactories();
+    }
 };

@@ -5,10 +5,10 @@
 #include "tests/TempDir.h"
 
 #include <algorithm>
-#include <chrono>
 #include <csignal>
+#include <map>
+#include <regex>
 #include <sstream>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -45,7 +45,11 @@ private:
 // A test's working directory, which is also its configuration directory, and what is found in it.
 class Workplace {
 public:
+    using Files = std::map<std::string, std::string>; // path to bytes
+
     Workplace() : m_Before(std::filesystem::current_path()) {
+        setenv("TZ", "UTC", 1);
+        tzset();
         std::filesystem::current_path(m_Dir.Path());
         EPersistent::SetDirectory(Wide(m_Dir.Path()));
     }
@@ -70,8 +74,25 @@ public:
                 tree.push_back(entry.is_directory() ? path + '/' : path);
             }
         }
-        std::sort(tree.begin(), tree.end());
+        std::ranges::sort(tree);
         return tree;
+    }
+
+    // A text of paths, with every delivery job's directory called "JOB/".
+    static std::string Known(const std::string& paths) {
+        static const std::regex job("Spool/\\$tmp[0-9a-f]{8}/");
+        return std::regex_replace(paths, job, "JOB/");
+    }
+
+    // Every file by its known path, and every directory in a log or spool directory, which has no bytes.
+    static Files Found() {
+        Files files;
+        for (const std::string& path : Tree()) {
+            if (path != "logs/" && path != "Spool/") {
+                files[Known(path)] = path.back() == '/' ? "" : ReadWhole(path);
+            }
+        }
+        return files;
     }
 
 private:

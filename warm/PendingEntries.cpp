@@ -24,7 +24,7 @@ EResult ELogFile::SavePendingLogEntries(const EString& path) {
     for (auto position = m_LogQueue.GetHeadPosition(); position != nullptr && result == RC_OK;) {
         result = SaveLogInfo(&file, static_cast<ELogInfo*>(m_LogQueue.GetNext(position)));
     }
-    return file.Flush() == 0 && result == RC_OK ? RC_WRITE : result; // what can be saved is
+    return file.Flush() == 0 && result == RC_OK ? RC_WRITE : result; // flush on failure, too
 }
 
 EResult ELogFile::SaveLogInfo(EFileIO* file, ELogInfo* info) {
@@ -78,7 +78,7 @@ EResult ELogFile::RestoreLogInfo(EFileIO* file) {
     return RC_OK;
 }
 
-// Whether the gateway takes up requests for this log file again.
+// Whether the gateway accepts restored requests for this log file.
 bool ELogFile::IsAccepted(const EFileSpec& spec) {
     if (m_pNameService == nullptr) {
         return true;
@@ -91,7 +91,7 @@ bool ELogFile::IsAccepted(const EFileSpec& spec) {
     return accepted;
 }
 
-// Reads the records of a dropped request to their end, so that the next request is read from its start.
+// Reads the records of a request that is dropped, up to the next request.
 EResult ELogFile::SkipEvents(EFileIO* file, std::uint32_t count) {
     for (std::uint32_t i = 0; i < count; ++i) {
         EONEVENTSTRUCT skipped;

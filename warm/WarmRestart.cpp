@@ -12,7 +12,7 @@
 
 namespace {
 
-// The names of the service's sections, each with its end, and the end of the list.
+// Lists the service's only section: its name with a null character, and one more that ends the list.
 EResult ListSections(WARM_RESTART_STRUCT* info) {
     if (info == nullptr) {
         return RC_ARGUMENT;
@@ -32,7 +32,7 @@ EString ELogFile::PendingEntriesPath() {
     EString path;
     unsigned long exists = 0;
     if (Failed(EPersistent::GetSectionFilename(LOGFILE_WR_FILE_NAME, path, exists))) {
-        throw std::bad_alloc(); // the only reason; an empty path would pass for one where nothing was saved
+        throw std::bad_alloc(); // the only possible reason
     }
     return path;
 }
@@ -42,11 +42,11 @@ EResult ELogFile::WarmRestart(WR_OPERATION operation, WARM_RESTART_STRUCT* info)
         switch (operation) {
         case WR_FORGET:
         case WR_DISCARD:
-            EFileIO::DeleteFile(PendingEntriesPath(), false);
+            EFileIO::DeleteFile(PendingEntriesPath());
             return RC_OK;
         case WR_SAVE: {
             const EString path = PendingEntriesPath();
-            EFileIO::DeleteFile(path, false);
+            EFileIO::DeleteFile(path);
             return SavePendingLogEntries(path);
         }
         case WR_SECTIONS:

@@ -2,8 +2,6 @@
 
 #include "tests/ServiceFixture.h"
 
-#include <atomic>
-
 namespace {
 
 using When = TestNotices::When;
@@ -11,127 +9,112 @@ using When = TestNotices::When;
 // Requests processed in the test's own thread, and notices given from others.
 class DeliveryTest : public ServiceTest {
 protected:
-    void Row(const wchar_t* text = L"T", const wchar_t* name = L"Log") {
+    void Row(const wchar_t* text) {
         const EONEVENTSTRUCT record = MakeRecord(L"N", text);
-        Process(ACTION_LOG_ALARM, &record, 1, name);
+        Process(ACTION_LOG_ALARM, &record, 1, L"Log@5");
     }
+    EResult Deliver(const EONEVENTSTRUCT* record = nullptr) { return Process(ACTION_DELIVERY, record, 1, L"Log@5"); }
     void SetWhen(When when) { m_Mail.m_Notices.m_When = m_Upload.m_Notices.m_When = when; }
-    void GiveNotices(int threads = 2) {
+    void GiveNotices(int threads) {
         m_Mail.m_Notices.Deliver(threads);
         m_Upload.m_Notices.Deliver(threads);
     }
-    int Jobs() const { return m_pService->m_Deliveries.GetCount(); }
 
-    // Another service, with a set of two files in the spool, and a file of the first one's name in the log directory.
-    void Prepare(int mode, int kept, When when = When::Later) {
-        StartAnew({SpecItems{
-            .m_File = "log-%i", .m_nFormat = FORMAT_HTML, .m_nDelivery = mode, .m_nKeepCopy = kept, .m_Mail = "Mail"}});
-        m_Mail.m_Definitions = {{"Mail", ";old"}};
+    // Another service, willing senders, a set of two files, and a file of the newest one's name in the log directory.
+    void Prepare(int mode, int kept) {
+        InKernel::s_Throwing.clear();
+        m_Kernel.m_Names.m_bUploadParameters = true;
+        m_Mail.m_RefusedSends.clear();
+        m_Mail.m_bGivesRecords = true;
+        m_Mail.m_Definitions = {{"Mail", ";other"}, {"Mail@5", ";old"}};
         m_Mail.m_nSends = 0;
         m_Mail.m_Sent.clear();
         m_Upload.m_Sent.clear();
-        SetWhen(when);
+        SpecItems items{.m_File = "log-%i", .m_nFormat = FORMAT_HTML, .m_nDelivery = mode, .m_Mail = "Mail"};
+        items.m_nKeepCopy = kept;
+        StartAnew({items}, 5);
         std::filesystem::create_directory("logs");
         std::filesystem::remove("logs/log-1");
         WriteWhole("logs/log-0", "older");
-        EXPECT_EQ(Process(ACTION_DELIVERY), RC_OK); // there is nothing to deliver before the first row
+        EXPECT_EQ(Deliver(), RC_OK) << "there is nothing to deliver before the first row";
         Row(L"first");
-        Process(ACTION_RESTART_FILE);
+        Process(ACTION_RESTART_FILE, nullptr, 1, L"Log@5");
         Row(L"second");
-        const std::string newest = ReadWhole("Spool/log-0") + PAGE_END;
-        const std::string oldest = ReadWhole("Spool/log-1");
-        m_Waiting = {{"JOB/", ""}, {"JOB/log-0", newest}, {"JOB/log-1", oldest}, {"logs/log-0", "older"}};
-        m_Done = kept != 0 ? Files{{"logs/log-0", newest}, {"logs/log-1", oldest}} : Files{{"logs/log-0", "older"}};
     }
 
-    // Delivers. Expects these lists of paths to be sent, each file with its bytes, so many sendings to be refused, and
-    // the service and the disk to be as they should before and after the notices.
-    void ExpectDelivery(EResult result, const Texts& paths, int refused = 0) {
-        EXPECT_EQ(Process(ACTION_DELIVERY), result);
-        EXPECT_EQ(Found(), paths.empty() || m_Mail.m_Notices.m_When == When::Inside ? m_Done : m_Waiting);
-        for (void* nobody : {static_cast<void*>(nullptr), static_cast<void*>(&m_Kernel)}) {
-            ELogFile::OnEMailComplete(EMAIL_SENT, nobody); // changes nothing
-            m_pService->OnUploadComplete(reinterpret_cast<unsigned long>(nobody), 0);
-        }
-        GiveNotices();
-        EXPECT_EQ(Process(ACTION_DELIVERY), RC_OK); // there is nothing to deliver any more
-        Texts sent;
-        for (const auto* sendings : {&m_Mail.m_Sent, &m_Upload.m_Sent}) {
-            for (const Sending& sending : *sendings) {
-                sent.push_back(Known(sending.m_Paths));
-                for (const auto& [path, bytes] : sending.m_Contents) {
-                    EXPECT_EQ(bytes, m_Waiting[Known(path.substr(2))]);
+    // Expects a delivery with this result to send these lists of paths, and to report so many sendings that could not be
+    // started, whenever its notices are given.
+    void Expect(int mode, EResult result, const Texts& sent, std::size_t reported,
+                const std::function<void()>& arrange) {
+        const int failure = mode == DELIVERY_EMAIL ? MSG_EMAIL_NOT_STARTED : MSG_UPLOAD_NOT_STARTED;
+        int kept = 0; // alternates
+        for (const When when : {When::Inside, When::Inside, When::Later, When::Later, When::OutOfOrder, When::Twice}) {
+            kept = 1 - kept;
+            Prepare(mode, kept);
+            const std::string newest = ReadWhole("Spool/log-0") + PAGE_END;
+            const std::string oldest = ReadWhole("Spool/log-1");
+            const Files waiting{{"JOB/", ""}, {"JOB/log-0", newest}, {"JOB/log-1", oldest}, {"logs/log-0", "older"}};
+            const Files done =
+                kept != 0 ? Files{{"logs/log-0", newest}, {"logs/log-1", oldest}} : Files{{"logs/log-0", "older"}};
+            const EONEVENTSTRUCT record = MakeRecord();
+            SetWhen(when);
+            arrange();
+            EXPECT_EQ(Deliver(kept != 0 ? &record : nullptr), result);
+            EXPECT_EQ(Found(), sent.empty() || when == When::Inside ? done : waiting);
+            ELogFile::OnEMailComplete(EMAIL_SENT, &m_Kernel); // changes nothing, as the next
+            m_pService->OnUploadComplete(0, 0);
+            GiveNotices(2);
+            EXPECT_EQ(Deliver(), RC_OK) << "there is nothing to deliver any more";
+            EXPECT_EQ(Found(), done);
+            EXPECT_TRUE(m_pService->m_Deliveries.IsEmpty());
+            Texts found;
+            for (const auto* sendings : {&m_Mail.m_Sent, &m_Upload.m_Sent}) {
+                for (const Sending& sending : *sendings) {
+                    found.push_back(sending.m_To + Known(sending.m_Paths));
+                    EXPECT_EQ(sending.m_bWithRecord, kept != 0 && mode == DELIVERY_EMAIL);
+                    EXPECT_EQ(sending.m_Contents.size(), found.back().ends_with("1") ? 2U : 1U) << "all are there";
                 }
             }
+            EXPECT_EQ(found, sent);
+            m_Messages.insert(m_Messages.end(), reported, {LEVEL_ERROR, SOURCE_LOG_FILE, failure, ""});
+            EXPECT_EQ(m_Kernel.m_Reporter.Messages(), m_Messages);
+            EXPECT_EQ(m_Mail.m_nRecords, 0);
+            EXPECT_EQ(m_Mail.m_Definitions["Mail@5"], ";old");
+            Spec(L"Log@5")->m_FileTime = {1, 1};
+            Row(L"third");
+            EXPECT_GT(Spec(L"Log@5")->m_FileTime.m_nSeconds, 1U) << "a new file, by its name too";
         }
-        EXPECT_EQ(sent, paths);
-        EXPECT_EQ(Jobs(), 0);
-        EXPECT_EQ(Found(), m_Done);
-        EXPECT_EQ(m_Mail.m_nRecords, 0);
-        EXPECT_EQ(m_Mail.m_Definitions, (std::map<std::string, std::string>{{"Mail", ";old"}}));
-        m_Messages.resize(m_Messages.size() + static_cast<std::size_t>(refused), m_Failed);
-        EXPECT_EQ(m_Kernel.m_Reporter.Messages(), m_Messages);
-        Spec()->m_FileTime = {1, 1};
-        Row();
-        EXPECT_GT(Spec()->m_FileTime.m_nSeconds, 1U); // a new file, by its name too
-        EXPECT_TRUE(ReadWhole("Spool/log-0").starts_with("<!DOCTYPE"));
-        End();
-        EXPECT_EQ(Found(), m_Done);
     }
 
     TestEMail& m_Mail = m_Kernel.m_EMail;
     TestUpload& m_Upload = m_Kernel.m_Upload;
-    Files m_Waiting, m_Done; // on disk while the job waits, and when it has ended
-    Messages m_Messages;
-    ReportedMessage m_Failed{LEVEL_ERROR, SOURCE_LOG_FILE, MSG_EMAIL_NOT_STARTED, ""};
+    Messages m_Messages; // expected so far
 };
 
-const std::string FIRST = ";./JOB/log-0";
-const std::string BOTH = FIRST + ";./JOB/log-1";
-
-TEST_F(DeliveryTest, AJobEndsOnceWithItsLastNoticeAndKeepsOrDeletesItsFiles) {
-    for (const When when : {When::Inside, When::Later, When::OutOfOrder, When::Twice}) {
-        for (const int kept : {0, 1}) {
-            Prepare(DELIVERY_UPLOAD, kept, when);
-            ExpectDelivery(RC_OK, {BOTH});
-            Prepare(DELIVERY_EMAIL, kept, when); // mail by mail one file more
-            ExpectDelivery(RC_OK, {";old" + FIRST, ";old" + BOTH});
-        }
-    }
-}
-
-TEST_F(DeliveryTest, AMessageThatCannotBeStartedCountsAsFinished) {
-    for (const When when : {When::Inside, When::Later}) {
-        for (const auto& [refused, paths] : {std::pair{std::set{0}, Texts{";old" + BOTH}},
-                                             {std::set{1}, Texts{";old" + FIRST}},
-                                             {std::set{0, 1}, Texts{}}}) {
-            Prepare(DELIVERY_EMAIL, 1, when);
-            m_Mail.m_RefusedSends = refused;
-            ExpectDelivery(RC_MISSING, paths, static_cast<int>(refused.size()));
-        }
-    }
-    for (const bool hasRecord : {false, true}) { // nor is there a message without a record, or without a definition
-        Prepare(DELIVERY_EMAIL, 1);
-        m_Mail.m_bGivesRecords = hasRecord;
-        Spec()->m_MailName = hasRecord ? L"Other" : L"Mail";
-        ExpectDelivery(RC_MISSING, {});
-    }
-}
-
-TEST_F(DeliveryTest, AnUploadThatCannotBeStartedEndsTheJob) {
-    m_Upload.m_bRefuses = true;
-    m_Failed.m_nNumber = MSG_UPLOAD_NOT_STARTED;
-    for (const int kept : {0, 1}) {
-        Prepare(DELIVERY_UPLOAD, kept);
-        ExpectDelivery(RC_OK, {}, 1);
-    }
+TEST_F(DeliveryTest, AJobEndsOnceWithItsLastNoticeWhateverCannotBeStarted) {
+    const Texts mails{"Mail@5;old;./JOB/log-0", "Mail@5;old;./JOB/log-0;./JOB/log-1"}; // mail by mail one file more
+    const std::string both = ";./JOB/log-0;./JOB/log-1";
+    TestNames& names = m_Kernel.m_Names;
+    const auto throwing = [](const char* operation) { return [operation] { InKernel::s_Throwing = operation; }; };
+    Expect(DELIVERY_EMAIL, RC_OK, mails, 0, [] {});
+    Expect(DELIVERY_EMAIL, RC_MISSING, {mails[1]}, 1, [&] { m_Mail.m_RefusedSends.insert(0); });
+    Expect(DELIVERY_EMAIL, RC_MISSING, {mails[0]}, 1, [&] { m_Mail.m_RefusedSends.insert(1); });
+    Expect(DELIVERY_EMAIL, RC_MISSING, {}, 0, [&] { m_Mail.m_bGivesRecords = false; });
+    Expect(DELIVERY_EMAIL, RC_MISSING, {}, 0, [&] { Spec(L"Log@5")->m_MailName = L"None"; });
+    Expect(DELIVERY_EMAIL, RC_MISSING, {}, 1, throwing("LoadMessage"));
+    Expect(DELIVERY_EMAIL, RC_MISSING, {}, 2, throwing("StoreMessage"));
+    Expect(DELIVERY_EMAIL, RC_OK, mails, 0, throwing("ReleaseMessage"));
+    Expect(DELIVERY_UPLOAD, RC_OK, {"host user id5 " + both}, 0, [] {});
+    Expect(DELIVERY_UPLOAD, RC_OK, {"(null) (null) (null) " + both}, 0, [&] { names.m_bUploadParameters = false; });
+    Expect(DELIVERY_UPLOAD, RC_OK, {}, 1, throwing("UploadFiles"));
+    Expect(DELIVERY_UPLOAD, RC_OK, {}, 1, [&] { m_Upload.m_bRefuses = true; });
 }
 
 TEST_F(DeliveryTest, TheEndOfTheServiceDeletesWhatIsUnderWayWhateverIsKept) {
     for (const int mode : {DELIVERY_UPLOAD, DELIVERY_EMAIL}) {
         Prepare(mode, 1);
-        Process(ACTION_DELIVERY);
-        Row();
+        Deliver();
+        Row(L"third");
         End();
         EXPECT_EQ(Found(), (Files{{"logs/log-0", "older"}}));
         m_Mail.m_Notices.Deliver(); // to nobody
@@ -140,98 +123,50 @@ TEST_F(DeliveryTest, TheEndOfTheServiceDeletesWhatIsUnderWayWhateverIsKept) {
 
 TEST_F(DeliveryTest, WhatCannotBeSentStaysWhereItIs) {
     for (const int mode : {DELIVERY_NONE, DELIVERY_UPLOAD, DELIVERY_EMAIL}) {
-        SCOPED_TRACE(mode);
-        StartAnew({SpecItems{.m_File = "l.html", .m_nFiles = 1, .m_nFormat = FORMAT_HTML, .m_nDelivery = mode}});
+        StartAnew({SpecItems{.m_File = "page", .m_nFormat = FORMAT_HTML, .m_nDelivery = mode}}, 5);
         m_pService->m_pUploadService = mode == DELIVERY_UPLOAD ? nullptr : &m_Upload;
         m_pService->m_pEMailService = mode == DELIVERY_EMAIL ? nullptr : &m_Mail;
-        Row();
+        Row(L"first");
         const Files before = Found();
-        ASSERT_FALSE(before.empty());
-        EXPECT_EQ(Process(ACTION_DELIVERY), RC_MISSING);
+        EXPECT_EQ(Deliver(), RC_MISSING);
         EXPECT_EQ(Found(), before);
-        EXPECT_EQ(Jobs(), 0);
+        EXPECT_FALSE(before.empty());
     }
-}
-
-TEST_F(DeliveryTest, QualifiedNamesAndCallsThatThrow) {
-    Configure({SpecItems{.m_Name = "M", .m_File = "m", .m_nDelivery = 3, .m_nKeepCopy = 1, .m_Mail = "Mail"},
-               SpecItems{.m_Name = "U", .m_File = "u", .m_nDelivery = 2, .m_nKeepCopy = 1}},
-              5);
-    m_Mail.m_Definitions = {{"Mail", ";other"}, {"Mail@5", ""}};
-    SetWhen(When::Inside);
-    const EONEVENTSTRUCT record = MakeRecord();
-    for (const bool known : {true, false}) {
-        m_Kernel.m_Names.m_bUploadParameters = known;
-        for (const wchar_t* name : {L"M@5", L"U@5"}) {
-            Row(L"T", name);
-            EXPECT_EQ(Process(ACTION_DELIVERY, known ? &record : nullptr, 1, name), RC_OK);
-        }
-        EXPECT_EQ(m_Mail.m_Sent.back().m_To, "Mail@5");
-        EXPECT_EQ(m_Mail.m_Sent.back().m_bWithRecord, known);
-        EXPECT_EQ(m_Upload.m_Sent.back().m_To, known ? "host user id5 " : "(null) (null) (null) ");
-    }
-    // What throws is a sending that could not be started, and nothing is lost of what is kept.
-    SetWhen(When::Later);
-    m_Kernel.m_Names.m_bUploadParameters = true;
-    Messages expected;
-    for (const auto& [operation, message] : {std::pair{"CreateMessage", MSG_EMAIL_NOT_STARTED},
-                                             {"LoadMessage", MSG_EMAIL_NOT_STARTED},
-                                             {"StoreMessage", MSG_EMAIL_NOT_STARTED},
-                                             {"SendMessage", MSG_EMAIL_NOT_STARTED},
-                                             {"ReleaseMessage", 0},
-                                             {"GetUploadParameters", MSG_UPLOAD_NOT_STARTED},
-                                             {"UploadFiles", MSG_UPLOAD_NOT_STARTED}}) {
-        SCOPED_TRACE(operation);
-        const bool byMail = message != MSG_UPLOAD_NOT_STARTED;
-        const wchar_t* const name = byMail ? L"M@5" : L"U@5";
-        Row(Wide(operation), name);
-        InKernel::s_Throwing = operation;
-        EXPECT_EQ(Process(ACTION_DELIVERY, nullptr, 1, name), byMail && message != 0 ? RC_MISSING : RC_OK);
-        InKernel::s_Throwing.clear();
-        GiveNotices();
-        expected.resize(expected.size() + (message != 0 ? 1 : 0), {LEVEL_ERROR, SOURCE_LOG_FILE, message, ""});
-        EXPECT_EQ(m_Kernel.m_Reporter.Messages(), expected);
-        EXPECT_EQ(Jobs(), 0);
-        EXPECT_NE(ReadWhole(byMail ? "logs/m" : "logs/u").find(operation), std::string::npos);
-    }
-    EXPECT_EQ(Workplace::Tree(), (Texts{"Spool/", "logs/", "logs/m", "logs/u"}));
 }
 
 // Notices inside the call, later and out of order, while the worker starts the next sendings.
 TEST_F(DeliveryTest, NoticesOfManyThreadsFinishEveryJobOnce) {
-    constexpr int ROUNDS = 3000; // each delivers by e-mail and by upload
+    constexpr std::size_t ROUNDS = 40 * 80; // each delivers by e-mail and by upload
     Configure({SpecItems{.m_Name = "M", .m_File = "m%i", .m_nDelivery = 3, .m_nKeepCopy = 1, .m_Mail = "Mail"},
                SpecItems{.m_Name = "U", .m_File = "u%i", .m_nDelivery = 2}});
     m_Mail.m_Definitions["Mail"] = "";
     SetWhen(When::Mixed);
     m_pService->Start();
-    std::atomic<int> reporting{1};
-    OnThreads(9, [&](int thread) {
-        while (thread > 0 && reporting != 0) {
+    const auto give = [&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
             if (!m_Mail.m_Notices.GiveNext() && !m_Upload.m_Notices.GiveNext()) {
                 std::this_thread::sleep_for(std::chrono::microseconds(100)); // leaves the processor to the worker
             }
         }
-        EONEVENTSTRUCT record = MakeRecord();
-        for (int i = 0; thread == 0 && i < ROUNDS; ++i) {
-            for (const wchar_t* action :
-                 {ACTION_NAME_EVENT, ACTION_NAME_RESTART, ACTION_NAME_EVENT, ACTION_NAME_DELIVERY}) {
-                Invoke(action, L"M", &record);
-            }
-            Invoke(ACTION_NAME_EVENT, L"U", &record);
-            Invoke(ACTION_NAME_DELIVERY, L"U", &record);
-            const bool last = i + 1 == ROUNDS; // none may be dropped
-            EXPECT_TRUE((i % 80 < 79 && !last) || Eventually([&] { return Queued().empty(); }));
+    };
+    std::vector<std::jthread> givers(8);
+    std::ranges::generate(givers, [&] { return std::jthread(give); });
+    EONEVENTSTRUCT record = MakeRecord();
+    for (std::size_t round = 1; round <= ROUNDS; ++round) {
+        for (const wchar_t* action :
+             {ACTION_NAME_EVENT, ACTION_NAME_RESTART, ACTION_NAME_EVENT, ACTION_NAME_DELIVERY}) {
+            Invoke(action, L"M", &record);
         }
-        if (thread == 0) {
-            m_pService->PrepareToStop(); // the worker finishes what it has begun
-            reporting = 0;
-        }
-    });
-    GiveNotices(8);
-    EXPECT_EQ(m_Mail.m_Sent.size(), 2U * ROUNDS);
-    EXPECT_EQ(m_Upload.m_Sent.size(), static_cast<std::size_t>(ROUNDS));
-    EXPECT_EQ(Jobs(), 0);
+        Invoke(ACTION_NAME_EVENT, L"U", &record);
+        Invoke(ACTION_NAME_DELIVERY, L"U", &record);
+        EXPECT_TRUE(round % 80 != 0 || Eventually([&] { return Queued().empty(); })) << "none may be dropped";
+    }
+    m_pService->PrepareToStop(); // the worker finishes what it has begun
+    givers.clear();
+    GiveNotices(1);
+    EXPECT_EQ(m_Mail.m_Sent.size(), 2 * ROUNDS);
+    EXPECT_EQ(m_Upload.m_Sent.size(), ROUNDS);
+    EXPECT_TRUE(m_pService->m_Deliveries.IsEmpty());
     EXPECT_EQ(Workplace::Tree(), (Texts{"Spool/", "logs/", "logs/m0", "logs/m1"}));
     EXPECT_EQ(m_Kernel.m_Reporter.Messages(), Messages());
 }

@@ -31,9 +31,9 @@ int Try(Call call, Work work) {
     return Fault::Strikes(call) ? Fail(Fault::s_nFailure) : work();
 }
 
-// Transfers the length, or what is allowed of it.
+// The result of a transfer of the bytes, or of the half that is allowed.
 template <class Transfer>
-ssize_t TryPart(Call call, void* bytes, std::size_t length, Transfer transfer) {
+ssize_t TryPart(Call call, iovec part, Transfer transfer) {
     if (s_bFull.exchange(false)) {
         return Fail(ENOSPC);
     }
@@ -42,9 +42,8 @@ ssize_t TryPart(Call call, void* bytes, std::size_t length, Transfer transfer) {
             return Fail(Fault::s_nFailure);
         }
         s_bFull = s_bInterruptCut = Fault::s_nFailure == DISK_FULL;
-        length = std::max<std::size_t>(length / 2, 1);
+        part.iov_len = std::max<std::size_t>(part.iov_len / 2, 1);
     }
-    const iovec part{bytes, length};
     return transfer(&part);
 }
 
@@ -52,17 +51,6 @@ ssize_t TryPart(Call call, void* bytes, std::size_t length, Transfer transfer) {
 template <class Function>
 Function* Next(const char* name) {
     return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
-}
-
-void* Allocate(std::size_t size) noexcept {
-    return Fault::Strikes(Call::Allocate) ? nullptr : std::malloc(size > 0 ? size : 1);
-}
-
-void* AllocateOrThrow(std::size_t size) {
-    if (void* room = Allocate(size); room != nullptr) {
-        return room;
-    }
-    throw std::bad_alloc();
 }
 
 } // namespace
@@ -100,17 +88,14 @@ int stat(const char* path, struct stat* status) noexcept {
     return Try(Call::Stat, [&] { return fstatat(AT_FDCWD, path, status, 0); });
 }
 ssize_t pwrite(int file, const void* bytes, std::size_t length, off_t at) {
-    return TryPart(Call::PWrite, const_cast<void*>(bytes), length,
-                   [&](const iovec* part) { return pwritev(file, part, 1, at); });
+    return TryPart(Call::PWrite, {const_cast<void*>(bytes), length},
+                   [&](auto* part) { return pwritev(file, part, 1, at); });
 }
 ssize_t pread(int file, void* bytes, std::size_t length, off_t at) {
-    return TryPart(Call::PRead, bytes, length, [&](const iovec* part) { return preadv(file, part, 1, at); });
+    return TryPart(Call::PRead, {bytes, length}, [&](auto* part) { return preadv(file, part, 1, at); });
 }
 int ftruncate(int file, off_t length) noexcept {
-    if (s_bInterruptCut.exchange(false)) {
-        return Fail(EINTR);
-    }
-    return Next<int(int, off_t)>("ftruncate64")(file, length);
+    return s_bInterruptCut.exchange(false) ? Fail(EINTR) : Next<int(int, off_t)>("ftruncate64")(file, length);
 }
 int truncate(const char* path, off_t length) noexcept {
     return Try(Call::Truncate, [&] { return Next<int(const char*, off_t)>("truncate64")(path, length); });
@@ -131,17 +116,17 @@ int rmdir(const char* path) noexcept {
 #pragma GCC visibility pop
 
 // Every form in use, so that a sanitizer never sees one of its own meet one of these.
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+    return Fault::Strikes(Call::Allocate) ? nullptr : std::malloc(size > 0 ? size : 1);
+}
 void* operator new(std::size_t size) {
-    return AllocateOrThrow(size);
+    if (void* room = operator new[](size, std::nothrow); room != nullptr) {
+        return room;
+    }
+    throw std::bad_alloc();
 }
 void* operator new[](std::size_t size) {
-    return AllocateOrThrow(size);
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size);
-}
-void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
-    return Allocate(size);
+    return operator new(size);
 }
 void operator delete(void* room) noexcept {
     std::free(room);

@@ -3,8 +3,7 @@
 #include <atomic>
 
 // The system's file calls as the base library makes them, and all allocations, pass through here: this program defines
-// them in place of the C and C++ libraries', counts them, and lets chosen ones fail. The test kernel's own are neither
-// counted nor failed.
+// them in place of the C and C++ libraries', counts them, and lets chosen ones fail. Not so where InKernel marks.
 
 enum class Call { Allocate, Open, FStat, Stat, PWrite, PRead, Truncate, Rename, Unlink, MkDir, RmDir, Close };
 
@@ -16,8 +15,6 @@ constexpr int DISK_FULL = -2; // writes the half, and nothing the next time; cut
 class Fault {
 public:
     Fault(Call call, int nth, int failure);
-    Fault(const Fault&) = delete;
-    Fault& operator=(const Fault&) = delete;
     ~Fault() { s_nLeft = 0; }
 
     static bool HasStruck() { return s_nLeft == 0; }

@@ -1,4 +1,3 @@
-#include "base/ETime.h"
 #include "tests/ServiceFixture.h"
 
 #include <climits>
@@ -49,75 +48,61 @@ TEST_F(FilesTest, FileNamesStayInTheirDirectory) {
     Configure({SpecItems{}});
     const ETimeStamp stamp = MakeRecord().m_TimeStamp;
     for (const auto& [pattern, file] : {std::pair{"Kavro.log", "Kavro.log"},
-                                        {"a:b/c.txt", "a-b-c.txt"},
                                         {"../%i/x%", "..-12-x%"},
                                         {"%y%%i%i %q", "24%i12 %q"},
                                         {"%Y-%m-%d %H:%M:%S.%s", "2024-01-31 13-05-09.042"},
                                         {"\u00E9\U0001F600%i", "\u00E9\U0001F60012"},
                                         {"", ""}}) {
         Spec()->m_FileName = Wide(pattern);
-        for (const std::string path : {"", "logs/"}) {
-            EString name;
-            m_pService->CalcFileName(Spec(), 12, &stamp, !path.empty(), name);
-            EXPECT_EQ(Narrow(name), path + file);
-            EXPECT_STREQ(Spec()->m_CurrentFile, name);
-        }
+        EString name;
+        m_pService->CalcFileName(Spec(), 12, &stamp, true, name);
+        EXPECT_EQ(Narrow(name), std::string("logs/") + file);
     }
 }
 
 TEST_F(FilesTest, KeepsToTheSizeLimit) {
-    using Rows = std::vector<std::size_t>;
-    // clang-format off
-    const struct {
-        const char* m_pszWhat;
-        int m_nLimit, m_nFiles;
-        Rows m_Lengths;            // of the rows, with their ends
-        std::vector<Rows> m_Files; // the numbers of the rows of each file, behind its heading of two bytes
-    } cases[] = {{"filled to the last byte", 100, 3, {88, 10}, {{0, 1}}},
-                 {"one byte too many", 100, 3, {88, 11}, {{1}, {0}}},
-                 {"rows that never fit", 100, 3, {150, 99, 2}, {{2}, {1}, {0}}},
-                 {"only a row that never fits", 100, 3, {150}, {{0}, {}}},
-                 {"the oldest is deleted", 100, 2, {60, 60, 60, 30}, {{2, 3}, {1}}},
-                 {"one file", 100, 1, {60, 60, 30}, {{1, 2}}},
-                 {"no limit", 0, 3, {60, 60, 200}, {{0, 1, 2}}}, {"a negative one", -1, 3, {60, 200}, {{0, 1}}},
-                 {"no set", 100, 0, {60, 60, 200}, {{0, 1, 2}}}, {"less than none", 100, INT_MIN, {60, 60}, {{0, 1}}}};
-    // clang-format on
-    for (const auto& [what, limit, files, lengths, expected] : cases) {
+    // Rows of these lengths with their ends, "aaa...", "bbb..." and so on, make these files, the newest first, in which
+    // each row stands as one letter.
+    const auto expect = [&](int limit, int files, const std::vector<std::size_t>& lengths, const char* expected) {
         StartColumn({.m_nMaxSize = limit, .m_nFiles = files});
-        Texts rows;
+        char letter = 'a';
         for (const std::size_t length : lengths) {
-            rows.emplace_back(length - 1, static_cast<char>('a' + rows.size()));
-            WriteRow(rows.back());
+            WriteRow(std::string(length - 1, letter++));
         }
-        Files found;
-        for (std::size_t index = 0; index < expected.size(); ++index) {
-            std::string& bytes = found["logs/log-" + std::to_string(index) + ".csv"] = "H\n";
-            for (const std::size_t number : expected[index]) {
-                bytes += rows[number] + '\n';
-            }
+        std::string found;
+        for (const auto& [path, bytes] : Found()) {
+            std::ranges::unique_copy(bytes, std::back_inserter(found));
         }
-        EXPECT_EQ(Found(), found) << what;
-    }
+        EXPECT_EQ(found, expected) << limit << ' ' << files << ' ' << lengths.back();
+    };
+    expect(100, 3, {88, 10}, "H\na\nb\n"); // filled to the last byte
+    expect(100, 3, {88, 11}, "H\nb\nH\na\n");
+    expect(1, 3, {150}, "H\na\nH\n"); // it never fits
+    expect(100, 2, {60, 60, 60, 30}, "H\nc\nd\nH\nb\n");
+    expect(100, 1, {60, 60, 30}, "H\nb\nc\n");
+    expect(0, 3, {60, 60}, "H\na\nb\n"); // no limit
+    expect(-1, 3, {60, 60}, "H\na\nb\n");
+    expect(100, 0, {60, 60}, "H\na\nb\n"); // no set
+    expect(100, INT_MIN, {60, 60}, "H\na\nb\n");
 }
 
 TEST_F(FilesTest, MovesASetAlongUnderItsNewTime) {
-    for (const std::string file : {"a-%i.csv", "b-%Y%m%d%H%M%S%s-%i.csv", "%i at %H:%M:%S.%s"}) {
-        StartColumn({.m_File = file, .m_nMaxSize = 12, .m_nFiles = 3});
-        for (const int number : UpTo(5)) {
-            WriteRow("row no " + std::to_string(number));
-            ETimeStamp now; // the next file gets another time
-            EXPECT_TRUE(Eventually([&] {
-                ETime::GetTimeStamp(&now);
-                return now.m_nMilliseconds != Spec()->m_FileTime.m_nMilliseconds;
-            }));
-        }
-        EXPECT_EQ(Found().size(), 3U) << file;
-        for (const int index : UpTo(3)) { // all under the newest one's time
-            EString name;
-            m_pService->CalcFileName(Spec(), index, &Spec()->m_FileTime, true, name);
-            EXPECT_EQ(ReadWhole(Narrow(name)), "H\nrow no " + std::to_string(4 - index) + '\n') << file;
-        }
+    StartColumn({.m_File = "%i at %H:%M:%S.%s", .m_nMaxSize = 12, .m_nFiles = 3});
+    for (const int number : UpTo(5)) {
+        WriteRow("row no " + std::to_string(number));
+        ETimeStamp now; // the next file gets another time
+        EXPECT_TRUE(Eventually([&] {
+            ETime::GetTimeStamp(&now);
+            return now.m_nMilliseconds != Spec()->m_FileTime.m_nMilliseconds;
+        }));
     }
+    Files expected;
+    for (const int index : UpTo(3)) { // all under the newest one's time
+        EString name;
+        m_pService->CalcFileName(Spec(), index, &Spec()->m_FileTime, true, name);
+        expected[Narrow(name)] = "H\nrow no " + std::to_string(4 - index) + '\n';
+    }
+    EXPECT_EQ(Found(), expected);
 }
 
 TEST_F(FilesTest, ContinuesFilesAndPages) {
@@ -184,14 +169,15 @@ TEST_F(FilesTest, TakesFilesAsItFindsThem) {
     std::filesystem::create_directory("logs"); // the row after a lost one is tried again
     WriteRow("3");
     EXPECT_EQ(Found(), (Files{{first, "H\n3\n"}, {second, ""}}));
-    for (const std::uintmax_t size : {0xFFFFFFFFULL, 5'368'709'123ULL}) { // past every limit
-        StartColumn({.m_nMaxSize = 50});
-        WriteRow("1");
-        std::filesystem::resize_file(first, size);
-        WriteRow("2");
-        ASSERT_EQ(std::filesystem::file_size(first), 4U) << size;
-        EXPECT_EQ(std::filesystem::file_size(second), size);
-    }
+    const std::uintmax_t large = 0x100000003; // more than 32 bits hold
+    std::filesystem::resize_file(first, large);
+    WriteRow("4");
+    EXPECT_EQ(std::filesystem::file_size(first), 4U);
+    EXPECT_EQ(std::filesystem::file_size(second), large);
+    std::filesystem::resize_file(first, large);
+    Spec()->m_MaxFileSize = 0;
+    WriteRow("5");
+    EXPECT_EQ(std::filesystem::file_size(first), large + 2) << "there is no limit";
 }
 
 } // namespace

@@ -12,30 +12,9 @@ using ProcessingTest = ServiceTest;
 
 constexpr const char* FIRST = "logs/log-0.csv";
 
-TEST_F(ProcessingTest, EachActionInEachFormatAndEncoding) {
-    const std::string comma = ALARM_COLUMNS + "01-31-2024,13:05:09.042,N,~<&,S,,Not Active,Not ACKED,7,17\n";
-    std::string plain = comma;
-    std::erase(plain, ',');
-    const std::string event = "01-31-2024 13:05:09.042 S N: ~<&\n";
-    const auto narrow = [](std::string text) { return text.replace(text.find('~'), 1, "\xE9\xAC\0"s); };
-    const auto wide = [](const std::string& text) {
-        std::string bytes = "\xFF\xFE" + Utf16(text);
-        return bytes.replace(bytes.find('~'), 2, "\xE9\0\xAC\x20\0\xF6"s);
-    };
+TEST_F(ProcessingTest, EachFormatEncodesTheTextsInItsWay) {
     const std::string text = "\u00E9\u20AC\U0001F600<&";
-    const std::string page = "01-31-2024,13:05:09.042,N," + text + ",S,&nbsp;,Not Active,Not ACKED,7,17\n";
-    const std::tuple<const wchar_t*, int, int, Files> cases[] = {
-        {ACTION_NAME_ALARM, 0, 0, {{FIRST, narrow(plain)}}},
-        {ACTION_NAME_ALARM, 0, 1, {{FIRST, wide(plain)}}},
-        {ACTION_NAME_ALARM, 1, 0, {{FIRST, narrow(comma)}}},
-        {ACTION_NAME_ALARM, 1, 1, {{FIRST, wide(comma)}}},
-        {ACTION_NAME_ALARM, 2, 0, {{FIRST, PageBegin(ALARM_COLUMNS) + PageRow(page)}}},
-        // Events have no columns: a header of no bytes leaves the new file empty, and an empty file is replaced.
-        {ACTION_NAME_EVENT, 0, 0, {{FIRST, narrow(event)}, {"logs/log-1.csv", ""}}},
-        {ACTION_NAME_EVENT, 1, 2, {{FIRST, narrow(event)}, {"logs/log-1.csv", ""}}},
-        {ACTION_NAME_EVENT, 1, 1, {{FIRST, wide(event)}}},
-        {ACTION_NAME_EVENT, 2, 1, {{FIRST, PageBegin("") + PageRow("01-31-2024 13:05:09.042 S N: " + text + '\n')}}}};
-    for (const auto& [action, format, unicode, files] : cases) {
+    const auto expect = [&](const wchar_t* action, int format, int unicode, const Files& files) {
         std::filesystem::remove_all("logs");
         StartAnew({SpecItems{.m_nFormat = format, .m_nUnicode = unicode}});
         const EString wideText = Wide(text);
@@ -46,25 +25,23 @@ TEST_F(ProcessingTest, EachActionInEachFormatAndEncoding) {
         record.m_pszText = L"changed since"; // the request has texts of its own
         WriteAll();
         EXPECT_EQ(Found(), files) << format << unicode;
-    }
+    };
+    const std::string cells = "01-31-2024,13:05:09.042,N," + text + ",S,&nbsp;,Not Active,Not ACKED,7,17\n";
+    expect(ACTION_NAME_ALARM, FORMAT_HTML, 0, {{FIRST, PageBegin(ALARM_COLUMNS) + PageRow(cells)}});
+    const std::string row = "01-31-2024 13:05:09.042 S N: ";
+    expect(ACTION_NAME_EVENT, FORMAT_HTML, 1, {{FIRST, PageBegin("") + PageRow(row + text + '\n')}});
+    expect(ACTION_NAME_EVENT, FORMAT_PLAIN_TEXT, 1,
+           {{FIRST, "\xFF\xFE" + Utf16(row) + "\xE9\0\xAC\x20\0\xF6<\0&\0\n\0"s}});
+    // Events have no columns: a header of no bytes leaves the new file empty, and an empty file is replaced.
+    expect(ACTION_NAME_EVENT, FORMAT_COMMA_SEPARATED, 2, {{FIRST, row + "\xE9\xAC\0<&\n"s}, {"logs/log-1.csv", ""}});
 }
 
 TEST_F(ProcessingTest, AlarmsAndEventsAsTheirRecordsSay) {
     Configure({SpecItems{}, SpecItems{.m_Name = "Event", .m_File = "event.csv"}}, 4);
     std::string alarms = ALARM_COLUMNS;
     std::string events;
-    const struct {
-        int m_nState, m_nNumber;
-        double m_Value;
-        const char* m_pszCells;
-        std::array<std::int32_t, 4> m_Prefix;
-        std::string m_InFront; // of an event's row
-    } cases[] = {
-        {0x0006, 0, 0.1, "Active,ACKED,0,0.1\n", {0, 0, 0, 0}, ""},
-        {0x0002, -1, 12.75, "Active,Not ACKED,-1,12.75\n", {1, 2, 3, 4}, "[ 1,  2,  3,   4] "},
-        {0xFFFD, INT32_MAX, -1e300, "Not Active,ACKED,2147483647,-1e+300\n", {0, 0, 0, 5}, "[ 0,  0,  0,   5] "},
-        {0, 1, 1, "Not Active,Not ACKED,1,1\n", {123, -45, INT32_MIN, 5678}, "[123, -45, -2147483648, 5678] "}};
-    for (const auto& [state, number, value, cells, prefix, inFront] : cases) {
+    const auto report = [&](int state, int number, double value, const std::string& cells,
+                            const std::array<std::int32_t, 4>& prefix, const std::string& printedPrefix) {
         EONEVENTSTRUCT record = MakeRecord(L"100%s@4", L"%d: a,b");
         record.m_TimeStamp.m_nSeconds = 4294967295; // the last one
         record.m_wState = static_cast<std::uint16_t>(state);
@@ -73,13 +50,16 @@ TEST_F(ProcessingTest, AlarmsAndEventsAsTheirRecordsSay) {
         std::ranges::copy(prefix, record.m_nPrefixNumbers);
         Process(ACTION_LOG_ALARM, &record, 1, L"Log@4");
         Process(ACTION_LOG_EVENT, &record, 1, L"Event@4");
-        alarms += std::string("02-07-2106,06:28:15.042,100%s@4,%d: a,b,S,D,") + cells;
-        events += inFront + "02-07-2106 06:28:15.042 S 100%s@4: %d: a,b\n";
-    }
+        alarms += "02-07-2106,06:28:15.042,100%s@4,%d: a,b,S,D," + cells + '\n';
+        events += printedPrefix + "02-07-2106 06:28:15.042 S 100%s@4: %d: a,b\n";
+    };
+    report(0x0006, 0, 0.1, "Active,ACKED,0,0.1", {0, 0, 0, 0}, "");
+    report(0x0002, -1, 12.75, "Active,Not ACKED,-1,12.75", {123, -5, INT32_MIN, 5678}, "[123, -5, -2147483648, 5678] ");
+    report(0xFFFD, INT32_MAX, -1e300, "Not Active,ACKED,2147483647,-1e+300", {0, 0, 0, 5}, "[ 0,  0,  0,   5] ");
     const EONEVENTSTRUCT nothing{};
     Process(ACTION_LOG_ALARM, &nothing, 1, L"Log@4");
     Process(ACTION_LOG_EVENT, &nothing, 1, L"Event@4");
-    EXPECT_EQ(m_Kernel.m_Names.m_Parsed, "100%s@4;100%s@4;100%s@4;100%s@4;;") << "the name service hears the names";
+    EXPECT_EQ(m_Kernel.m_Names.m_Parsed, "100%s@4;100%s@4;100%s@4;;") << "the name service hears the names";
     EXPECT_EQ(ReadWhole(FIRST), alarms + "01-01-1970,00:00:00.000,,,,,Not Active,Not ACKED,0,\n");
     EXPECT_EQ(ReadWhole("logs/event.csv"), events + "01-01-1970 00:00:00.000  : \n");
 }
@@ -103,15 +83,11 @@ TEST_F(ProcessingTest, DoublesAreTheFewestDigits) {
             }
         }
     }
-    // clang-format off
-    for (const auto& [number, text] :
-         {std::pair{99999.0, "99999"}, {1e5, "100000"}, {123456.0, "123456"}, {0.0001, "0.0001"}, {-1e-5, "-0.00001"},
-          {std::nextafter(1e-5, 0), "9.999999999999999e-06"}, {1e-300, "1e-300"}, {0.0, "0"}, {-0.0, "-0"},
-          {999999999999999.9, "999999999999999.9"}, {1e15, "1e+15"}, {-1234567890123456.0, "-1.234567890123456e+15"},
-          {HUGE_VAL, "inf"}}) {
-        EXPECT_EQ(print(number), text);
-    }
-    // clang-format on
+    EXPECT_EQ(print(-1e-5), "-0.00001");
+    EXPECT_EQ(print(std::nextafter(1e-5, 0)), "9.999999999999999e-06");
+    EXPECT_EQ(print(999999999999999.9), "999999999999999.9");
+    EXPECT_EQ(print(1e15), "1e+15");
+    EXPECT_EQ(print(-0.0), "-0");
 }
 
 TEST_F(ProcessingTest, ASnapshotIsOneRowAndTheFirstRowsColumnsStay) {
@@ -124,6 +100,8 @@ TEST_F(ProcessingTest, ASnapshotIsOneRowAndTheFirstRowsColumnsStay) {
         records[i].m_Value.SetQuality(qualities[i]);
     }
     records[1].m_nCode = 274;
+    records[0].m_Value.SetBoolean(false);
+    records[4].m_Value.SetBoolean(true);
     records[5].m_Value.SetText(L"text");
     records[0].m_Value.SetTimestamp(MakeRecord().m_TimeStamp);
     records[1].m_TimeStamp.m_nSeconds = 1; // only the first record dates the row
@@ -136,22 +114,19 @@ TEST_F(ProcessingTest, ASnapshotIsOneRowAndTheFirstRowsColumnsStay) {
     EXPECT_EQ(Invoke(L"DoRestartLogFile", L"Log", records), RC_OK);
     WriteAll();
     const std::string columns = "H956,H957,good,none,bad,uncertain,odd,\n";
-    const std::string rows = "01-31-2024,13:05:09.042,0,,????,????,4,text\n"
+    const std::string rows = "01-31-2024,13:05:09.042,false,,????,????,true,text\n"
                              "01-01-1970,00:00:00.007,,\n"
                              "01-31-2024,13:05:09.042,N,T,S,D,Not Active,Not ACKED,7,17\n";
     EXPECT_EQ(Found(), (Files{{FIRST, columns}, {"logs/log-1.csv", columns + rows}}));
 }
 
-TEST_F(ProcessingTest, NothingIsDoneWhenThereIsNothingToDo) {
+TEST_F(ProcessingTest, ARequestWithoutRecordsWritesNothing) {
     Configure({SpecItems{}});
-    const EONEVENTSTRUCT record = MakeRecord();
     EXPECT_EQ(m_pService->ProcessLogFile(nullptr), RC_NO_RECORD);
-    for (const auto& [action, count] : {std::pair{0, 0U}, {1, 0U}, {4, 1U}, {5, 1U}, {-1, 1U}, {2, 0U}}) {
-        EXPECT_EQ(Process(static_cast<ActionType>(action), &record, count), RC_OK) << action;
-        EXPECT_EQ(Found(), Files()) << action;
+    for (const int action : {0, 1, 4, -1, 2}) {
+        EXPECT_EQ(Process(static_cast<ActionType>(action), nullptr, 0), RC_OK);
     }
-    Process(ACTION_LOG_ALARM, &record); // the snapshot without a cell has settled the columns, and nothing before it
-    EXPECT_EQ(ReadWhole(FIRST).substr(0, 10), "H956,H957\n");
+    EXPECT_EQ(Found(), Files());
 }
 
 } // namespace

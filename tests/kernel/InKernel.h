@@ -3,8 +3,8 @@
 #include <string>
 #include <utility>
 
-// Marks that this thread runs the test kernel's own code: faults that a test makes for the module do not strike there. The
-// operation named in s_Throwing throws, and nothing that has a base class.
+// Marks that this thread runs a test's own code, where the faults that it makes do not strike. The operation named in
+// s_Throwing throws, and nothing that has a base class.
 class InKernel {
 public:
     explicit InKernel(const char* operation = "") {
@@ -14,8 +14,6 @@ public:
         ++s_nDepth;
     }
     ~InKernel() { --s_nDepth; }
-    InKernel(const InKernel&) = delete;
-    InKernel& operator=(const InKernel&) = delete;
 
     static bool IsHere() { return s_nDepth > 0; }
 

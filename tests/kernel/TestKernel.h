@@ -1,14 +1,12 @@
 #pragma once
 
 #include "base/EMailMessage.h"
-#include "base/EUploadFile.h"
 #include "base/EUploadFiles.h"
-#include "base/EUtility.h"
 #include "base/IActionRegistry.h"
 #include "base/IEMailService.h"
 #include "base/IErrorReporter.h"
+#include "base/IKernelBase.h"
 #include "base/IKernelControl.h"
-#include "base/IKernelService.h"
 #include "base/INameService.h"
 #include "base/ISMListener.h"
 #include "base/IStringTable.h"
@@ -17,13 +15,10 @@
 #include "tests/Reports.h"
 #include "tests/kernel/InKernel.h"
 
-#include <algorithm>
 #include <deque>
 #include <functional>
-#include <map>
 #include <mutex>
 #include <set>
-#include <sstream>
 
 // A kernel for tests: serves every interface that the module asks for, does what the test has scripted, and keeps what
 // it was told. All texts are UTF-8. The scripts are set before the threads start; the records are read after they ended.
@@ -36,46 +31,29 @@ struct ReportedMessage {
     bool operator==(const ReportedMessage&) const = default;
 };
 
-class TestReporter : public IErrorReporter {
-public:
+struct TestReporter : IErrorReporter {
     EResult Report(int level, int source, int messageNumber, const wchar_t* text) override {
-        const InKernel here;
-        {
-            const std::lock_guard<std::mutex> lock(m_Mutex);
-            m_Messages.push_back({level, source, messageNumber, text != nullptr ? Narrow(text) : ""});
-        }
-        if (m_OnReport) {
-            m_OnReport();
-        }
+        m_OnReport();
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        m_Messages.push_back({level, source, messageNumber, text != nullptr ? Narrow(text) : ""});
         return RC_OK;
     }
-    std::vector<ReportedMessage> Messages() const {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        return m_Messages;
-    }
-    std::ptrdiff_t Count(int number) const {
-        return std::ranges::count(Messages(), number, &ReportedMessage::m_nNumber);
-    }
+    const std::vector<ReportedMessage>& Messages() const { return m_Messages; }
+    auto Count(int number) const { return std::ranges::count(m_Messages, number, &ReportedMessage::m_nNumber); }
 
-    std::function<void()> m_OnReport; // called while a message is reported
-
-private:
-    mutable std::mutex m_Mutex;
+    std::function<void()> m_OnReport = [] {}; // called while a message is reported
     std::vector<ReportedMessage> m_Messages;
+    std::mutex m_Mutex;
 };
 
 // name@id, as the gateway qualifies names.
 struct TestNames : INameService {
     EResult QualifyName(int id, EString* name) override {
-        const InKernel here;
-        if (m_OnQualify) {
-            m_OnQualify();
-        }
+        m_OnQualify();
         *name += id >= 0 ? Wide("@" + std::to_string(id)) : EString();
         return RC_OK;
     }
     EResult ParseName(EString* name, int* id) override {
-        const InKernel here;
         const std::string text = Narrow(*name);
         if (const auto at = text.rfind('@'); at != std::string::npos) {
             *id = std::stoi(text.substr(at + 1));
@@ -84,7 +62,6 @@ struct TestNames : INameService {
         return RC_OK;
     }
     EResult ParseNameText(const wchar_t* name, int* id) override {
-        const InKernel here;
         EString copy = name;
         m_Parsed += Narrow(copy) + ';';
         return ParseName(&copy, id);
@@ -97,7 +74,6 @@ struct TestNames : INameService {
         return m_bUploadParameters ? RC_OK : RC_MISSING;
     }
     EResult PreparePath(int /*id*/, EString* path) override {
-        const InKernel here;
         if (m_bPreparesPaths) {
             std::filesystem::create_directories(Narrow(*path));
         }
@@ -109,15 +85,14 @@ struct TestNames : INameService {
     }
 
     std::set<int> m_RefusedIds;
-    bool m_bUploadParameters = true;   // "host", "user" and "id" followed by the identifier
-    bool m_bPreparesPaths = true;      // false: PreparePath fails
-    std::function<void()> m_OnQualify; // called while a log file's items are read
-    std::string m_Parsed;              // the names of processed records, each followed by ';'
+    bool m_bUploadParameters = true;           // "host", "user" and "id" followed by the identifier
+    bool m_bPreparesPaths = true;              // false: PreparePath fails
+    std::function<void()> m_OnQualify = [] {}; // called while a log file's items are read
+    std::string m_Parsed;                      // the names of processed records, each followed by ';'
 };
 
 struct TestActions : IActionRegistry {
     EResult RegisterAction(const wchar_t* name, IAction* action) override {
-        const InKernel here;
         m_Registered.emplace_back(Narrow(name), action);
         return m_Refused[Narrow(name)];
     }
@@ -126,29 +101,25 @@ struct TestActions : IActionRegistry {
     std::vector<std::pair<std::string, IAction*>> m_Registered;
 };
 
-class TestControl : public IKernelControl {
-public:
+struct TestControl : IKernelControl {
     EResult Operation3() override { return Note("3"); }
     EResult Operation5() override { return Note("5"); }
     EResult Operation6(unsigned long value) override { return Note("6(" + std::to_string(value) + ')'); }
     EResult IsRestoreWanted() override { return m_bRestoreWanted ? 1 : 0; }
     EResult Operation9(unsigned long value) override { return Note("9(" + std::to_string(value) + ')'); }
 
-    bool m_bRestoreWanted = false;
-    std::vector<std::string> m_Calls; // "9(1)", "6(0)", "3", "5"
-
-private:
     EResult Note(const std::string& call) {
-        const InKernel here;
         m_Calls.push_back(call);
         return RC_OK;
     }
+
+    bool m_bRestoreWanted = false;
+    std::vector<std::string> m_Calls; // "9(1)", "6(0)", "3", "5"
 };
 
 // "H" followed by the number: H956, H957, ...
 struct TestStrings : IStringTable {
     const wchar_t* GetString(unsigned long number, unsigned long /*reserved*/) override {
-        const InKernel here;
         m_Text.Format(L"H%lu", number);
         return m_Text;
     }
@@ -157,8 +128,7 @@ struct TestStrings : IStringTable {
 };
 
 // When and where the notices of sendings are given.
-class TestNotices {
-public:
+struct TestNotices {
     enum class When { Inside, Later, OutOfOrder, Twice, Mixed };
 
     // Inside: in the calling thread, at once. Otherwise GiveNext or Deliver gives it. Mixed: the first three by turns.
@@ -193,29 +163,28 @@ public:
     }
 
     When m_When = When::Later;
-
-private:
     std::mutex m_Mutex;
     std::deque<std::function<void()>> m_Waiting;
     int m_nTaken = 0;
 };
 
-// A message or an upload that was started, with the bytes that its files had then.
+// A message or an upload that was started.
 struct Sending {
-    Sending(std::string to, std::string paths, bool withRecord = false)
-        : m_To(std::move(to)), m_Paths(std::move(paths)), m_bWithRecord(withRecord) {
-        std::istringstream each(m_Paths);
+    std::string m_To;    // the definition's name, or the upload's parameters
+    std::string m_Paths; // of the attachments or files, each behind a ';', also of those that are not there
+    bool m_bWithRecord = false;
+    std::map<std::string, std::string> m_Contents = FilesOf(m_Paths); // path to the bytes it had then
+
+    static std::map<std::string, std::string> FilesOf(const std::string& paths) {
+        std::map<std::string, std::string> contents;
+        std::istringstream each(paths);
         for (std::string path; std::getline(each, path, ';');) {
             if (std::filesystem::exists(path)) {
-                m_Contents[path] = ReadWhole(path);
+                contents[path] = ReadWhole(path);
             }
         }
+        return contents;
     }
-
-    std::string m_To;                              // the definition's name, or the upload's parameters
-    std::string m_Paths;                           // of the attachments or files, each behind a ';'
-    std::map<std::string, std::string> m_Contents; // path to bytes
-    bool m_bWithRecord;
 };
 
 struct TestEMail : IEMailService {
@@ -224,7 +193,7 @@ struct TestEMail : IEMailService {
         if (m_RefusedSends.count(m_nSends++) != 0) {
             return RC_MISSING;
         }
-        m_Sent.emplace_back(Narrow(name), m_Definitions.at(Narrow(name)), record != nullptr);
+        m_Sent.push_back({Narrow(name), m_Definitions.at(Narrow(name)), record != nullptr});
         m_Notices.Take([=] { completion(EMAIL_SENT, context); });
         return RC_OK;
     }
@@ -245,11 +214,10 @@ struct TestEMail : IEMailService {
     }
     EResult LoadMessage(EMailMessage* message) override {
         const InKernel here("LoadMessage");
-        const auto found = m_Definitions.find(Narrow(message->m_Name));
-        if (found == m_Definitions.end()) {
+        if (!m_Definitions.contains(Narrow(message->m_Name))) {
             return RC_NOT_FOUND;
         }
-        message->m_Attachments = Wide(found->second);
+        message->m_Attachments = Wide(m_Definitions[Narrow(message->m_Name)]);
         return RC_OK;
     }
 
@@ -278,7 +246,7 @@ struct TestUpload : IUploadService {
         for (const EString* parameter : {parameter1, parameter2, parameter3}) {
             parameters += parameter != nullptr ? Narrow(*parameter) + ' ' : "(null) ";
         }
-        m_Sent.emplace_back(parameters, paths);
+        m_Sent.push_back({parameters, paths});
         m_Notices.Take([=] { listener->OnUploadComplete(context, 0); });
         return RC_OK;
     }
@@ -290,18 +258,14 @@ struct TestUpload : IUploadService {
 
 struct TestKernel : IKernelBase {
     EResult GetInterface(unsigned long id, void** out) override {
-        const InKernel here;
-        if (m_OnLookUp) {
-            m_OnLookUp(id);
-        }
-        const std::map<unsigned long, void*> interfaces{
+        const InKernel here; // what cannot be looked up is missing for good, and no fault
+        m_OnLookUp(id);
+        std::map<unsigned long, void*> interfaces{
             {IID_ERROR_REPORTER, &m_Reporter}, {IID_EMAIL_SERVICE, &m_EMail},    {IID_ACTION_REGISTRY, &m_Actions},
             {IID_NAME_SERVICE, &m_Names},      {IID_KERNEL_CONTROL, &m_Control}, {IID_STRING_TABLE, &m_Strings},
             {IID_UPLOAD_SERVICE, &m_Upload}}; // each class has one base, which stands at its beginning
-        const auto found = interfaces.find(id);
-        const bool answered = found != interfaces.end() && m_Missing.count(id) == 0;
-        *out = answered ? found->second : nullptr;
-        return answered ? RC_OK : RC_MISSING;
+        *out = m_Missing.contains(id) ? nullptr : interfaces[id];
+        return *out != nullptr ? RC_OK : RC_MISSING;
     }
 
     TestReporter m_Reporter;
@@ -312,6 +276,6 @@ struct TestKernel : IKernelBase {
     TestEMail m_EMail;
     TestUpload m_Upload;
 
-    std::set<unsigned long> m_Missing;                // interfaces that this gateway has not
-    std::function<void(unsigned long id)> m_OnLookUp; // called while a look-up is under way
+    std::set<unsigned long> m_Missing;                           // interfaces that this gateway has not
+    std::function<void(unsigned long)> m_OnLookUp = [](auto) {}; // called while a look-up is under way
 };
