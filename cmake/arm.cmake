@@ -9,7 +9,6 @@ set(kvSysroot /usr/${kvTriple})
 set(CMAKE_CXX_COMPILER ${kvTriple}-g++)
 set(CMAKE_C_COMPILER ${kvTriple}-gcc)
 set(CMAKE_CXX_FLAGS_INIT -Wno-psabi) # notes about a calling convention that changed before this project began
-set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${kvSysroot})
 
 # Headers, libraries and packages of this machine are for this machine's processor: none of them is looked at. What has
 # headers only, and GoogleTest, come by CrossPackages.cmake.
@@ -18,4 +17,13 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
-set(ENV{PKG_CONFIG_LIBDIR} ${kvSysroot}/lib/pkgconfig)
+
+# The MIME library comes as a package of the target, where scripts/test has unpacked it; without it there are no mails.
+cmake_path(SET kvUnpacked NORMALIZE ${CMAKE_CURRENT_LIST_DIR}/../build/armhf/root)
+set(ENV{PKG_CONFIG_LIBDIR} ${kvUnpacked}/usr/lib/${kvTriple}/pkgconfig)
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${kvUnpacked})
+if(EXISTS ${kvUnpacked})
+    list(APPEND CMAKE_FIND_ROOT_PATH ${kvUnpacked})
+    set(kvSysroot ${kvUnpacked})
+endif()
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L ${kvSysroot})

@@ -2,22 +2,16 @@
 # Holds a built module against what the gateway relies on: the names it exports, the libraries it needs, where it
 # looks for them, that every symbol is bound when it is loaded, and its size.
 # Usage: surface.sh MODULE    (NM, READELF and SIZE name the tools to use, for a module of another architecture)
-set -uo pipefail # what greps do not find is told by `expect`
+source "$(dirname "${BASH_SOURCE[0]}")/../scripts/common"
 
 module=$1
 nm=${NM:-nm}
 readelf=${READELF:-readelf}
 size=${SIZE:-size}
-failed=0
 
 # expect WHAT EXPECTED FOUND
 expect() {
-    if [[ $2 == "$3" ]]; then
-        printf 'ok: %s\n' "$1"
-    else
-        printf 'WRONG: %s\n--- expected\n%s\n--- found\n%s\n' "$1" "$2" "$3"
-        failed=1
-    fi
+    [[ $2 == "$3" ]] || fail "$1: expected '$2', found '$3'"
 }
 
 names=$("$nm" -D --defined-only "$module" | awk '{ print $NF }' | LC_ALL=C sort)
@@ -34,10 +28,8 @@ kvLogFileInitService" "$names"
 expect "search path (DT_RPATH)" '$ORIGIN:$ORIGIN/sysroot/lib:$ORIGIN/sysroot/usr/lib' "$(tag RPATH)"
 expect "no DT_RUNPATH, which would make the loader ignore DT_RPATH" "" "$(tag RUNPATH)"
 
-needed=$(tag NEEDED)
 system='libstdc\+\+\.so\.6|libgcc_s\.so\.1|libm\.so\.6|libc\.so\.6|ld-linux.*'
-expect "needs the base library" "kvBase39.so" "$(grep -x 'kvBase39\.so' <<<"$needed")"
-expect "needs nothing else but the system's runtime" "" "$(grep -vxE "kvBase39\.so|$system" <<<"$needed")"
+expect "needs the base library, and nothing else but the system's runtime" kvBase39.so "$(tag NEEDED | grep -vxE "$system")"
 
 expect "symbols bound when loaded" "BIND_NOW" "$(grep -owm1 BIND_NOW <<<"$dynamic")"
 expect "relocations read-only once done" "GNU_RELRO" "$(grep -ow GNU_RELRO <<<"$("$readelf" -lW "$module")")"
@@ -46,8 +38,5 @@ expect "code free of relocations" "" "$(grep -ow TEXTREL <<<"$dynamic")"
 # What the loader maps read-only: code, constants and tables, which is what is left of them in a stripped module too.
 if [[ $("$readelf" -h "$module") == *ELF32* ]]; then
     text=$("$size" "$module" | awk 'NR == 2 { print $1 }')
-    printf 'text: %d bytes\n' "$text"
-    expect "at most 64 KiB of text on the 32-bit target" yes "$([[ $text -le 65536 ]] && echo yes || echo no)"
+    [[ $text -le 65536 ]] || fail "more than 64 KiB of text on the 32-bit target: $text"
 fi
-
-exit "$failed"
