@@ -1,5 +1,4 @@
-#include "base/EFileIO.h"
-#include "base/Guarded.h"
+#include "base/ELock.h"
 #include "fuzz/Require.h"
 #include "intake/ELogInfo.h"
 #include "service/ELogFile.h"
@@ -7,55 +6,73 @@
 #include "tests/Workplace.h"
 #include "tests/kernel/TestKernel.h"
 
-#include <memory>
-
 namespace {
 
-// A service with two log files, in a directory of its own; never ended, as the fuzzer may leave at any time.
-class Configured {
-public:
-    Configured() {
-        Workplace::WriteSection({SpecItems{.m_Name = "Log", .m_nMaxSize = 4096},
-                                 SpecItems{.m_Name = "Page", .m_File = "page-%i.htm", .m_nFormat = 2}});
-        m_pService = kvLogFileInitService(&m_Kernel);
-        m_pService->PrepareToStart();
-        m_pService->Restore(0);
-    }
+constexpr int ROWS = 50;
 
-    // Takes every waiting request off the queue, and carries out the first few.
-    void Empty(int processed) {
-        while (auto* info = static_cast<ELogInfo*>(m_pService->m_LogQueue.RemoveHead())) {
-            const std::unique_ptr<ELogInfo> owned(info);
-            if (processed-- > 0) {
-                Guarded([&] { return m_pService->ProcessLogFile(info); });
-            }
-        }
-    }
-
-    Workplace m_Workplace;
-    TestKernel m_Kernel;
-    ELogFile* m_pService;
-};
-
-} // namespace
-
-// The input is a file of saved requests. What was restored of it can be saved and restored again, to the same bytes.
-extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
-    static Configured& configured = *new Configured;
-    ELogFile& service = *configured.m_pService;
-    WriteWhole("first", std::string(data, data + size));
-    const EResult result = service.RestorePendingLogEntries(L"first");
-    Require(result == RC_OK || result == RC_READ, "a damaged file fails as a read");
+// The requests that wait can be saved and restored again, to the same bytes.
+void SaveAndRestore(ELogFile& service) {
     const int restored = service.m_LogQueue.GetCount();
-
-    EFileIO::DeleteFile(L"second", false);
-    EFileIO::DeleteFile(L"third", false);
     Require(service.SavePendingLogEntries(L"second") == RC_OK, "what was restored can be saved");
-    configured.Empty(0);
+    while (auto* request = static_cast<ELogInfo*>(service.m_LogQueue.RemoveHead())) {
+        delete request;
+    }
     Require(service.RestorePendingLogEntries(L"second") == RC_OK, "and restored");
     Require(service.m_LogQueue.GetCount() == restored, "as many requests as before");
     Require(service.SavePendingLogEntries(L"third") == RC_OK, "and saved again");
     Require(ReadWhole("second") == ReadWhole("third"), "to the same bytes");
-    configured.Empty(8);
+}
+
+// The worker writes what waits, and then the rows that are reported from now on.
+void WriteRows(ELogFile& service) {
+    service.Start();
+    std::string reported;
+    for (int i = 0; i < ROWS; ++i) {
+        const std::string name = "row " + std::to_string(i);
+        const EString wide = Wide(name);
+        EONEVENTSTRUCT record = MakeRecord(wide);
+        EString log = L"Log";
+        Require(service.LogAlarm(log, &record) == RC_OK, "a row is taken");
+        reported += ',' + name + ",T,S,D,Not Active,Not ACKED,7,17\n";
+    }
+    Require(Eventually([&] {
+                const ELock lock(service.m_QueueMutex, MUTEX_NAME);
+                return service.m_LogQueue.GetCount() == 0;
+            }),
+            "the queue is emptied");
+    service.PrepareToStop();
+    std::istringstream files(ReadWhole("logs/log-1.csv") + ReadWhole("logs/log-0.csv")); // which take all of them
+    std::string written;
+    for (std::string line; std::getline(files, line);) {
+        const std::size_t at = line.find(",row ");
+        written += at != std::string::npos ? line.substr(at) + '\n' : "";
+    }
+    Require(written == reported, "every row is written, once and in order");
+}
+
+} // namespace
+
+// The input is a file of saved requests, which the service finds when it starts. Whatever it holds, the service goes on.
+extern "C" int LLVMFuzzerTestOneInput(const unsigned char* data, std::size_t size) {
+    static const Workplace workplace;
+    for (const char* left : {"logs", "Spool", "second", "third"}) {
+        std::filesystem::remove_all(left);
+    }
+    Workplace::WriteSection({SpecItems{.m_nMaxSize = 8192},
+                             SpecItems{.m_Name = "Page", .m_File = "page-%i.htm", .m_nFormat = 2},
+                             SpecItems{.m_Name = "Sent", .m_File = "sent-%i.csv", .m_nDelivery = 3, .m_Mail = "Mail"}});
+    WriteWhole("kvLogFile.warm", std::string(data, data + size));
+    TestKernel kernel;
+    kernel.m_Control.m_bRestoreWanted = true;
+    kernel.m_EMail.m_Definitions = {{"Mail", ""}};
+    kernel.m_EMail.m_Notices.m_When = TestNotices::When::Inside;
+    ELogFile* service = kvLogFileInitService(&kernel);
+    service->PrepareToStart();
+    service->Restore(0);
+    service->PreStart();
+    SaveAndRestore(*service);
+    WriteRows(*service);
+    service->Stop();
+    Require(kernel.m_EMail.m_nRecords == 0, "every message is released");
     return 0;
 }
