@@ -20,7 +20,8 @@ protected:
         m_Upload.m_Notices.Deliver(threads);
     }
 
-    // Another service, willing senders, a set of two files, and a file of the newest one's name in the log directory.
+    // Another service, willing senders, a set of two files, a file that is none of them although its name continues
+    // theirs, and a file of the newest one's name in the log directory.
     void Prepare(int mode, int kept) {
         InKernel::s_Throwing.clear();
         m_Kernel.m_Names.m_bUploadParameters = true;
@@ -36,6 +37,7 @@ protected:
         std::filesystem::create_directory("logs");
         std::filesystem::remove("logs/log-1");
         WriteWhole("logs/log-0", "older");
+        WriteWhole("Spool/log-2", "other");
         EXPECT_EQ(Deliver(), RC_OK) << "there is nothing to deliver before the first row";
         Row(L"first");
         Process(ACTION_RESTART_FILE, nullptr, 1, L"Log@5");
@@ -53,9 +55,11 @@ protected:
             Prepare(mode, kept);
             const std::string newest = ReadWhole("Spool/log-0") + PAGE_END;
             const std::string oldest = ReadWhole("Spool/log-1");
-            const Files waiting{{"JOB/", ""}, {"JOB/log-0", newest}, {"JOB/log-1", oldest}, {"logs/log-0", "older"}};
-            const Files done =
-                kept != 0 ? Files{{"logs/log-0", newest}, {"logs/log-1", oldest}} : Files{{"logs/log-0", "older"}};
+            const std::pair<const std::string, std::string> other{"Spool/log-2", "other"};
+            const Files waiting{
+                {"JOB/", ""}, {"JOB/log-0", newest}, {"JOB/log-1", oldest}, {"logs/log-0", "older"}, other};
+            const Files done = kept != 0 ? Files{{"logs/log-0", newest}, {"logs/log-1", oldest}, other}
+                                         : Files{{"logs/log-0", "older"}, other};
             const EONEVENTSTRUCT record = MakeRecord();
             SetWhen(when);
             arrange();
@@ -116,7 +120,7 @@ TEST_F(DeliveryTest, TheEndOfTheServiceDeletesWhatIsUnderWayWhateverIsKept) {
         Deliver();
         Row(L"third");
         End();
-        EXPECT_EQ(Found(), (Files{{"logs/log-0", "older"}}));
+        EXPECT_EQ(Found(), (Files{{"logs/log-0", "older"}, {"Spool/log-2", "other"}}));
         m_Mail.m_Notices.Deliver(); // to nobody
     }
 }
