@@ -22,6 +22,8 @@ TEST_F(Intake, EachCallIsRefusedForItsFirstFault) {
     }
     EString name = L"Log@5";
     EString unknown = L"?";
+    EXPECT_EQ(m_pService->GetGatewayType(name, nullptr), RC_NO_RECORD);
+    EXPECT_EQ(Spec(L"Log@5")->Restore(0), RC_NO_SECTION);
     EXPECT_EQ(m_pService->ReportEvent(nullptr), RC_NO_RECORD);
     EXPECT_EQ(m_pService->LogAlarm(name, nullptr), RC_NO_RECORD);
     EXPECT_EQ(m_pService->LogSnapShot(name, nullptr, 2), RC_NO_RECORD);

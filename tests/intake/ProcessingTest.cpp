@@ -106,6 +106,7 @@ TEST_F(ProcessingTest, ASnapshotIsOneRowAndTheFirstRowsColumnsStay) {
     records[0].m_Value.SetTimestamp(MakeRecord().m_TimeStamp);
     records[1].m_TimeStamp.m_nSeconds = 1; // only the first record dates the row
     Configure({SpecItems{}});
+    m_pService->m_pNameService = &m_Kernel.m_Names;
     EXPECT_EQ(Invoke(L"DoLogSnapShotToFile", L"Log", records, 6), RC_OK);
     records[0].m_TimeStamp.m_nMilliseconds = 7; // a time of its own, if only a part of one
     records[0].m_nCode = 274;
@@ -113,6 +114,7 @@ TEST_F(ProcessingTest, ASnapshotIsOneRowAndTheFirstRowsColumnsStay) {
     Alarm(L"T");
     EXPECT_EQ(Invoke(L"DoRestartLogFile", L"Log", records), RC_OK);
     WriteAll();
+    EXPECT_EQ(m_Kernel.m_Names.m_Parsed, "good;none;bad;uncertain;odd;;good;none;N;");
     const std::string columns = "H956,H957,good,none,bad,uncertain,odd,\n";
     const std::string rows = "01-31-2024,13:05:09.042,false,,????,????,true,text\n"
                              "01-01-1970,00:00:00.007,,\n"
@@ -123,6 +125,7 @@ TEST_F(ProcessingTest, ASnapshotIsOneRowAndTheFirstRowsColumnsStay) {
 TEST_F(ProcessingTest, ARequestWithoutRecordsWritesNothing) {
     Configure({SpecItems{}});
     EXPECT_EQ(m_pService->ProcessLogFile(nullptr), RC_NO_RECORD);
+    EXPECT_EQ(m_pService->StartFile(Spec()), 0) << "the columns are not known";
     for (const int action : {0, 1, 4, -1, 2}) {
         EXPECT_EQ(Process(static_cast<ActionType>(action), nullptr, 0), RC_OK);
     }

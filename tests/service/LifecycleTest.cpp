@@ -101,6 +101,8 @@ TEST_F(Lifecycle, EachOperationHasItsStateAndOnlyAStartedServiceAWorker) {
         EXPECT_EQ(m_pService->m_State, state);
         EXPECT_TRUE(Eventually([&] { return Workers() == (state == CKernelService::STATE_STARTED ? 1 : 0); }));
     }
+    Event(L"of a service that nobody configured");
+    EXPECT_TRUE(Found().contains("Kavro.log"));
 }
 
 TEST_F(Lifecycle, AStopFinishesTheRequestInHandAndTheEndNoMore) {
