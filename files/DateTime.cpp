@@ -17,8 +17,7 @@ void AppendPadded(EString& out, int number) {
 
 // The letters of an unfinished token. A token that is never finished is dropped.
 struct Pending {
-    bool IsOne(wchar_t letter) const { return m_Letter == letter && m_nCount == 1; }
-    bool IsTwo(wchar_t letter) const { return m_Letter == letter && m_nCount == 2; }
+    int Count(wchar_t letter) const { return m_Letter == letter ? m_nCount : 0; }
     void Set(wchar_t letter, int count) {
         m_Letter = letter;
         m_nCount = count;
@@ -43,7 +42,7 @@ EResult ELogFile::FormatTimeStr(ETime& time, EString& out) {
         case L'H':
         case L'm':
         case L'S':
-            if (pending.IsOne(*at)) {
+            if (pending.Count(*at) == 1) {
                 AppendPadded<2>(out, TimeField(time, *at));
                 pending.Clear();
             } else {
@@ -51,11 +50,11 @@ EResult ELogFile::FormatTimeStr(ETime& time, EString& out) {
             }
             break;
         case L's':
-            if (pending.IsTwo(L's')) {
+            if (pending.Count(*at) == 2) {
                 AppendPadded<3>(out, time.m_nMillisecond);
                 pending.Clear();
             } else {
-                pending.Set(L's', pending.IsOne(L's') ? 2 : 1);
+                pending.Set(*at, pending.Count(*at) + 1);
             }
             break;
         default:
@@ -73,7 +72,7 @@ EResult ELogFile::FormatDateStr(ETime& time, EString& out) {
         switch (*at) {
         case L'M':
         case L'D':
-            if (pending.IsOne(*at)) {
+            if (pending.Count(*at) == 1) {
                 AppendPadded<2>(out, *at == L'M' ? time.m_nMonth + 1 : time.m_nDay);
                 pending.Clear();
             } else {
@@ -81,8 +80,8 @@ EResult ELogFile::FormatDateStr(ETime& time, EString& out) {
             }
             break;
         case L'Y':
-            if (!pending.IsOne(L'Y')) {
-                pending.Set(L'Y', 1);
+            if (pending.Count(*at) == 0) {
+                pending.Set(*at, 1);
                 break;
             }
             if (at[1] == L'Y') {

@@ -53,8 +53,6 @@ ELogFile::~ELogFile() {
     const ELock lock(m_FileSpecMutex, MUTEX_NAME);
     DestroyFileSpecs();
     DestroyDeliveries();
-    m_SnapShotHeaders.SetSize(0, -1);
-    m_AlarmHeaders.SetSize(0, -1);
 }
 
 void ELogFile::DiscardRequests() {
@@ -70,9 +68,6 @@ void ELogFile::DestroyFileSpecs() {
     // Does not copy the names: a destructor must not run out of memory.
     for (const auto& [name, value] : m_FileSpecs) {
         auto* spec = static_cast<EFileSpec*>(value);
-        if (spec == nullptr) {
-            continue;
-        }
         if (spec->IsSpooled()) {
             Guarded([&] {
                 DeleteFiles(spec);

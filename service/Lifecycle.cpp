@@ -74,8 +74,7 @@ EResult ELogFile::PreStart() {
             m_pKernelControl->Operation3();
             m_pKernelControl->Operation5();
         }
-        m_State = STATE_PRE_STARTED;
-        return RC_OK;
+        return CKernelService::PreStart();
     });
 }
 
@@ -132,6 +131,5 @@ EResult ELogFile::PrepareToStop() {
 EResult ELogFile::Stop() {
     PrepareToStop(); // first: until then completion notices need the service
     SetTheLogFile(nullptr);
-    delete this;
-    return RC_OK;
+    return CKernelService::Stop();
 }
