@@ -20,8 +20,7 @@ protected:
         m_Upload.m_Notices.Deliver(threads);
     }
 
-    // Another service, willing senders, a set of two files, a file that is none of them although its name continues
-    // theirs, and a file of the newest one's name in the log directory.
+    // Another service, willing senders, a set of two files, one beyond it, and one of the newest's name among the logs.
     void Prepare(int mode, int kept) {
         InKernel::s_Throwing.clear();
         m_Kernel.m_Names.m_bUploadParameters = true;
@@ -55,11 +54,11 @@ protected:
             Prepare(mode, kept);
             const std::string newest = ReadWhole("Spool/log-0") + PAGE_END;
             const std::string oldest = ReadWhole("Spool/log-1");
-            const std::pair<const std::string, std::string> other{"Spool/log-2", "other"};
+            const std::pair<const std::string, std::string> more{"Spool/log-2", "other"};
             const Files waiting{
-                {"JOB/", ""}, {"JOB/log-0", newest}, {"JOB/log-1", oldest}, {"logs/log-0", "older"}, other};
-            const Files done = kept != 0 ? Files{{"logs/log-0", newest}, {"logs/log-1", oldest}, other}
-                                         : Files{{"logs/log-0", "older"}, other};
+                {"JOB/", ""}, {"JOB/log-0", newest}, {"JOB/log-1", oldest}, {"logs/log-0", "older"}, more};
+            const Files done = kept != 0 ? Files{{"logs/log-0", newest}, {"logs/log-1", oldest}, more}
+                                         : Files{{"logs/log-0", "older"}, more};
             const EONEVENTSTRUCT record = MakeRecord();
             SetWhen(when);
             arrange();
@@ -138,7 +137,6 @@ TEST_F(DeliveryTest, WhatCannotBeSentStaysWhereItIs) {
     }
 }
 
-// Notices inside the call, later and out of order, while the worker starts the next sendings.
 TEST_F(DeliveryTest, NoticesOfManyThreadsFinishEveryJobOnce) {
     constexpr std::size_t ROUNDS = 40 * 80; // each delivers by e-mail and by upload
     Configure({SpecItems{.m_Name = "M", .m_File = "m%i", .m_nDelivery = 3, .m_nKeepCopy = 1, .m_Mail = "Mail"},

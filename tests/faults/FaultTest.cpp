@@ -96,8 +96,8 @@ struct Places {
 };
 
 // Rows through rotations of each format, deliveries of each kind, early and late events, a restart, a warm save; then a
-// second service that restores and goes on. Faults strike in the module and in the kernel that it calls. What asks for
-// memory once is called while no worker has work: beside it, the n-th call of a life is now this one, now that one.
+// second service that restores and goes on. Faults strike in the module and in the kernel that it calls. What allocates
+// once is called while no worker has work: beside that, the n-th allocation of a life is not always the same one.
 class Life : Service {
 public:
     Life() {
@@ -321,7 +321,6 @@ protected:
 
 } // namespace
 
-// Runs the scenario once for every call of a kind that it makes and every way in which that one can fail.
 TEST_P(FaultTest, LosesAtMostTheRowsOfTheFailedOperation) {
     const auto& [call, name, mayLose, leaves, failures] = GetParam();
     for (const SpecItems& log : LOGS) {

@@ -72,7 +72,6 @@ TEST(RunTest, FindsEveryRowOfALongMixedInputInOrderAcrossRotations) {
     EXPECT_FALSE(fs::exists(SAVED) || fs::exists("config/kvgateway.work"));
 }
 
-// Headings of another language, rows of an identifier, texts beyond ASCII, and what is wrong in other lines.
 TEST(RunTest, WritesTheLinesThatItCanUseAndReportsTheOthersWithTheirNumbers) {
     auto lines = Table("lines.txt");
     lines.push_back({std::string(2'000'000, 'x'), "longer than 1048576 bytes"});
@@ -160,7 +159,6 @@ TEST(RunTest, TakesUpSavedRequestsWithoutAnyInput) {
     }
 }
 
-// What the system had written of a row when the program was killed, or the machine lost its power.
 TEST(RunTest, CutsOffUnfinishedRowsBeforeItGoesOn) {
     const std::string head = "<HTML>\n<THEAD>\n<TR>\n<TH>Date</TH>\n</TR>\n";
     const std::string page = head + "</THEAD>\n<TBODY>\n";

@@ -46,7 +46,6 @@ TEST_F(Intake, AFullQueueDropsTheNewest) {
     EXPECT_FALSE(std::filesystem::exists("kernel.log"));
 }
 
-// The kernel log's name is read first.
 TEST_F(Intake, EventsThatCameDuringARestoreAreWrittenAtItsEnd) {
     EString name;
     int format = -1;

@@ -130,7 +130,6 @@ TEST_F(Lifecycle, AStopFinishesTheRequestInHandAndTheEndNoMore) {
     EXPECT_EQ(MarksIn("logs/log-0.csv"), (Marks{{0, UpTo(3)}}));
 }
 
-// The worker must not write while a reporting thread does.
 TEST_F(Lifecycle, AStartWaitsForTheEventInHand) {
     Configure({SpecItems{.m_Name = "KernelLog", .m_Path = "", .m_File = "pipe"}});
     ASSERT_EQ(mkfifo("pipe", 0600), 0);

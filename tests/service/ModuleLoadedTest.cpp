@@ -113,7 +113,6 @@ TEST_F(Loaded, TheTriggerInformsInOrderThoseWhoAreStillSubscribed) {
     EXPECT_EQ(listener.m_Heard, "1d5 2d5 2d6 ");
 }
 
-// Whichever way the kernel takes, the worker ends, and nothing finds the service afterwards.
 TEST_F(Loaded, EveryWayToEndTheServiceEndsIt) {
     const auto start = [this] {
         IKernelService* const service = m_Kernel.m_Actions.m_Registered.empty() ? m_pService : InitService(&m_Kernel);

@@ -87,7 +87,6 @@ TEST_F(QueueTest, GivesNamesAndBytesAsTheyAre) {
     EXPECT_FALSE(fs::exists("x"));
 }
 
-// A poisoned file, one behind it, a dead target, and a start anew in between.
 TEST_F(QueueTest, BlocksNobodyAndKeepsTheOrderOfANameOverARestart) {
     WriteWhole("bad", "bad.csv\n");
     Open();
