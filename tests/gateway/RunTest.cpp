@@ -99,7 +99,6 @@ TEST(RunTest, WritesTheLinesThatItCanUseAndReportsTheOthersWithTheirNumbers) {
     EXPECT_THAT(RunToEnd(RUN, std::string(1'048'577, 'x'), 1), StartsWith("kvgateway: line 1: longer than 1048576"));
 }
 
-// In a directory with nothing but the program, and in whatever time zone.
 TEST(RunTest, TheReadmesCommandsEndWithTheRowThatItShows) {
     std::string text = ReadWhole(KVTEST_SOURCES "../../README.md");
     text = text.substr(text.find("\n## In two minutes\n") + 1);
@@ -153,6 +152,7 @@ TEST(RunTest, TakesUpSavedRequestsWithoutAnyInput) {
         const std::string said = RunToEnd(RUN);
         const std::string rows = ReadWhole("kernel/myevents-0.log");
         EXPECT_EQ(std::regex_replace(rows, std::regex(".*(.): \n"), "$1"), test.m_Names) << said;
+        EXPECT_EQ(said.find(std::to_string(test.m_Names.size()) + " saved") != std::string::npos, test.m_Names != "");
         EXPECT_EQ(fs::exists("config/kvLogFile.warm.damaged"), test.m_bDamaged);
         EXPECT_EQ(said.find("could not all be read back") != std::string::npos, test.m_bDamaged) << said;
         EXPECT_FALSE(fs::exists(SAVED));
@@ -251,7 +251,6 @@ TEST(RunTest, UsesUpThePipeAtASignalAndDropsReportsOnlyWithoutFlowControl) {
     }
 }
 
-// The line of progress stays below the messages, and goes in the end. A hang-up ends nothing with nohup(1).
 TEST(RunTest, ShowsItsProgressOnATerminalAndGoesOnAfterAHangUp) {
     const Place place({ALARMS});
     const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);

@@ -32,7 +32,6 @@ TEST_F(Intake, EachCallIsRefusedForItsFirstFault) {
     EXPECT_EQ(Queued(), (Texts{"a,b", "a", "a", ""}));
 }
 
-// Requests that came before Start are written at once, and those beyond the bound never, whoever reports them.
 TEST_F(Intake, AFullQueueDropsTheNewest) {
     Configure({SpecItems{}, SpecItems{.m_Name = "KernelLog", .m_Path = "", .m_File = "kernel.log"}});
     for (int i = 0; i < 600; ++i) {

@@ -80,7 +80,6 @@ TEST_F(PendingEntries, TheKernelsOperations) {
     EXPECT_EQ(ReadWhole(FILE_NAME), Number(2) + saved.substr(4)) << "what can be saved is";
 }
 
-// At every byte in turn.
 TEST_F(PendingEntries, DamageEndsTheRestoreInBoundedMemory) {
     const std::string one = Number(3) + SavedAlarm(L"one");
     const std::string two = one + SavedSnapShot(L"Log");

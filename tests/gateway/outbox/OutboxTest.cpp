@@ -149,6 +149,10 @@ TEST_F(QueueTest, HoldsTheLimitByTheOldest) {
     fs::remove("queue/" + Contents("queue").begin()->first); // what is taken out takes no room
     Accept("", std::string(10, '5'));
     EXPECT_THAT(Contents("queue"), ElementsAre(Pair(_, "4444444444"), Pair(_, "5555555555")));
+    m_pQueue.reset();
+    m_Settings.m_nLimit = 15;
+    Open(); // holds the lower limit at once
+    EXPECT_THAT(Contents("queue"), ElementsAre(Pair(_, "5555555555")));
     Accept("", std::string(100, '6'));
     EXPECT_THAT(Contents("queue"), SizeIs(1));
     EXPECT_THAT(Lines(internal::GetCapturedStderr()), SizeIs(4)) << "each is named";
@@ -167,7 +171,6 @@ TEST_F(QueueTest, NeverReplacesInADirectory) {
                 ElementsAre(Pair("a.b-0.csv", "one"), Pair("a.b-0~2.csv", "two"), Pair("a.b-0~3.csv", "three")));
 }
 
-// A disk that is full for a while: the notice waits, and so do those of the same name that come later.
 TEST_F(QueueTest, AcceptsLaterWhatTheDiskCannotTake) {
     Open();
     std::optional<FullDisk> disk(1'000'000);
