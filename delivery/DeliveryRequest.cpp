@@ -72,17 +72,15 @@ bool ELogFile::CanDeliver(const EFileSpec& spec) {
 void ELogFile::MoveFilesToJob(EFileSpec* spec, ELogFileDeliverySpec* job) {
     for (int i = 0; i < spec->m_NumFiles; ++i) {
         const int count = job->m_Files.GetSize();
-        bool moved = false;
-        Guarded([&] {
+        const EResult moved = Guarded([&] {
             EString name;
             CalcFileName(spec, i, &spec->m_FileTime, false, name);
             const EString source = spec->m_SpoolPath + name;
             const EString target = job->m_SpoolDir + name;
             job->m_Files.SetAtGrow(count, name); // may throw, so before the file is moved
-            moved = EFileIO::RenameFile(source, target) != 0;
-            return RC_OK;
+            return EFileIO::RenameFile(source, target) != 0 ? RC_OK : RC_MISSING;
         });
-        if (!moved) {
+        if (moved != RC_OK) {
             job->m_Files.SetSize(count, -1);
         }
     }

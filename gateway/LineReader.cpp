@@ -33,7 +33,7 @@ LineReader::Result LineReader::Take(std::string& line) {
     }
     const std::size_t stop = found ? end : m_Buffer.size();
     const bool tooLong = m_bSkipping || stop - m_nBegin > MAX_LINE;
-    line.assign(m_Buffer, m_nBegin, tooLong ? 0 : stop - m_nBegin);
+    line.assign(m_Buffer, m_nBegin, stop - m_nBegin);
     m_nBegin = m_nSearched = found ? end + 1 : stop;
     m_bSkipping = false;
     ++m_nLine;

@@ -17,14 +17,14 @@ EResult ELogFile::SavePendingLogEntries(const EString& path) {
     }
     file.Buffer();
     const ELock lock(m_QueueMutex, MUTEX_NAME);
-    if (file.WriteNumber(static_cast<std::uint32_t>(m_LogQueue.GetCount())) == 0) {
+    if (file.WriteNumber(static_cast<std::uint32_t>(m_LogQueue.GetCount())) == 0) { // not taken: buffered
         return RC_WRITE;
     }
     EResult result = RC_OK;
     for (auto position = m_LogQueue.GetHeadPosition(); position != nullptr && result == RC_OK;) {
         result = SaveLogInfo(&file, static_cast<ELogInfo*>(m_LogQueue.GetNext(position)));
     }
-    return file.Flush() == 0 && result == RC_OK ? RC_WRITE : result; // flush on failure, too
+    return file.Flush() == 0 ? RC_WRITE : result; // flush on failure, too
 }
 
 EResult ELogFile::SaveLogInfo(EFileIO* file, ELogInfo* info) {

@@ -75,7 +75,6 @@ void WriteMail(const std::string& from, const MailDefinition& definition,
     AddHeadings(message.get(), from, definition);
     const Object<GMimeMultipart> parts(g_mime_multipart_new_with_subtype("mixed"));
     const Object<GMimeTextPart> text(g_mime_text_part_new_with_subtype("plain"));
-    g_mime_text_part_set_charset(text.get(), "utf-8");
     g_mime_text_part_set_text(text.get(), definition.m_Text.c_str());
     g_mime_part_set_content_encoding(GMIME_PART(text.get()), GMIME_CONTENT_ENCODING_QUOTEDPRINTABLE);
     g_mime_multipart_add(parts.get(), GMIME_OBJECT(text.get()));
