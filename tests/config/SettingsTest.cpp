@@ -16,7 +16,8 @@ protected:
 
     // Expects the service to read so a section of this version, and a log file with these items behind its file name.
     void ExpectRead(const std::string& version, const std::string& items, const char* formats, const SpecItems& read) {
-        StartAnew({});
+        End();
+        Make();
         WriteWhole("kvLogFile.json", '{' + version + R"("list": [{"type": "EFileSpec", "name": "Log", "path": "logs",
 "file": "log-%i.csv", )" + items + "}]}");
         EXPECT_EQ(Restore(), version.empty() ? RC_ITEM_TYPE : RC_OK);
@@ -44,9 +45,10 @@ TEST_F(SettingsTest, ReadsEveryVersionOfTheSection) {
                {.m_nMaxSize = 1, .m_nFormat = 0, .m_nUnicode = 3});
     ExpectRead("", R"("s": 1, "c": 2, "x": 0, "y": 0, "z": 0, "u": 1)", usual, // the oldest then
                {.m_nMaxSize = 1, .m_nUnicode = 1});
-    End();
     unsigned long section = 0;
     EXPECT_EQ(EPersistent::RestoreSection(LOGFILE_XML_NAME, section, true), RC_OK);
+    EXPECT_EQ(m_pService->Restore(section), RC_ITEM_TYPE);
+    End();
     EXPECT_EQ(EFileSpec().Restore(section), RC_MISSING) << "without a service";
     EPersistent::CloseSection(section);
 }

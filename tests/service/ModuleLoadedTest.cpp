@@ -25,7 +25,6 @@ protected:
         dlclose(m_pModule);
     }
 
-    // What an exported name stands for.
     template <class T>
     T& Exported(const char* name) {
         return *reinterpret_cast<T*>(dlsym(m_pModule, name));
@@ -88,6 +87,8 @@ TEST_F(Loaded, TheServiceIsFoundByItsNamesAndEachInterfaceAtItsPlace) {
     GatewayType type{};
     EXPECT_EQ(action->GetGatewayType(event, &type), RC_OK);
     EXPECT_EQ(static_cast<int>(type), 2);
+    EXPECT_EQ(action->GetGatewayType(name, &type), RC_OK);
+    EXPECT_EQ(static_cast<int>(type), 0);
 }
 
 struct Listener final : ITriggerListener {

@@ -65,9 +65,15 @@ TEST(ProgramTest, ReportsEveryEndInItsLastLine) {
     std::signal(SIGCHLD, SIG_DFL);
     EXPECT_EQ(RunShell("yes overflow | head -c 300000 >&2; echo >&2; echo end >&2; exit 1"), "end");
     EXPECT_EQ(RunShell("exec 2>&-; sleep 0.1; exit 4"), "exit status 4");
+    sigset_t all;
+    sigset_t before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, &before);
     EXPECT_EQ(RunShell("kill -TERM $$; sleep 60"), "signal 15") << "signals are not blocked for it";
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    const int file = dup(STDERR_FILENO);
     EXPECT_EQ(RunShell("test -z \"$(ls /proc/self/fd | tail -n +5)\" || exit 1"), "") << "it has none of our files";
-    // With all that it has started.
+    close(file);
     EXPECT_EQ(RunShell("(trap '' TERM; sleep 600) & echo $! >child; echo hangs >&2; wait", 300ms),
               "killed, for it took too long: hangs");
     EXPECT_TRUE(Eventually([] { return !IsRunning("child"); }));
@@ -250,8 +256,8 @@ TEST(LifeTest, HandsOverWhatAnEarlierRunLeft) {
     const Place place({{.m_Name = "Mailed", .m_File = "mailed-%i.csv", .m_nDelivery = 3, .m_Mail = "daily"},
                        {.m_Name = "Day@7", .m_File = "%Y-%S%s-%i.csv", .m_nDelivery = 2, .m_nKeepCopy = 1},
                        {.m_Name = "Year", .m_File = "year-%Y-%i.csv", .m_nDelivery = 2}},
-                      R"({"identifiers": [{"id": 7}], "upload": {"directory": "there"},
-                          "mail": {"from": "a@b.example", "definitions": [{"name": "daily", "bcc": ["c@d.example"]}]}})");
+                      R"({"identifiers": [{"id": 7}], "upload": {}, "mail": {"from": "a@b.example",
+                          "definitions": [{"name": "daily", "bcc": ["c@d.example"], "text": "ä"}]}})");
     Program program("sh -c 'ulimit -f 120; exec " + RUN + "'");
     for (int i = 0; i < 1000; ++i) { // too much only as base64
         program.Write("{\"alarm\": {\"name\": \"row\"}, \"log\": \"Mailed\"}\n");
@@ -268,13 +274,15 @@ TEST(LifeTest, HandsOverWhatAnEarlierRunLeft) {
     fs::create_directories("Spool/$tmp0/inner");
     fs::create_symlink("nowhere", "Spool/$tmp0/link");
     fs::create_directories("outbox/upload/1/inner");
-    EXPECT_THAT(RunToEnd(RUN), HasSubstr("Spool/strange.csv: of no log file that delivers; left alone"));
+    EXPECT_THAT(RunToEnd(RUN), AllOf(HasSubstr("Spool/strange.csv: of no log file that delivers; left alone"),
+                                     HasSubstr("Spool/$tmp0/inner: not a file; left alone")));
     EXPECT_THAT(Contents("Spool"), ElementsAre(Key("$tmp0"), Key("strange.csv"), Key(StartsWith("year"))));
-    ASSERT_THAT(Contents("there"), ElementsAre(Key(StartsWith("2"))));
-    EXPECT_EQ(Contents("there"), Contents("logs"));
+    ASSERT_THAT(Contents("uploads"), ElementsAre(Key(StartsWith("2"))));
+    EXPECT_EQ(Contents("uploads"), Contents("logs"));
     EXPECT_EQ(fs::hard_link_count("logs/" + Contents("logs").begin()->first), 1U);
     EXPECT_THAT(Contents("outbox/mail"),
                 ElementsAre(Pair(_, AllOf(HasSubstr("\nBcc: c@d.example\n"), HasSubstr("@b.example>\n"),
-                                          HasSubstr("mailed-0.csv")))));
+                                          HasSubstr("Date: "), HasSubstr("charset=iso-8859-1\n"),
+                                          HasSubstr("\n\n=E4\n"), HasSubstr("mailed-0.csv")))));
 }
 #endif
