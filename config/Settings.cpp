@@ -67,7 +67,7 @@ EResult ELogFile::Restore(unsigned long section) {
             if (opened != RC_OK) {
                 return opened;
             }
-            if (own.m_nSection == 0) { // GCOVR_EXCL_BR_LINE: never so with kvBase39.so; another base library may
+            if (own.m_nSection == 0) { // not taken with kvBase39.so; another base library may
                 return RC_MISSING;
             }
             section = own.m_nSection;

@@ -19,7 +19,7 @@ void ELogFileDeliverySpec::OnComplete() {
     {
         const ELock lock(m_pLogFile->m_DeliveryMutex, MUTEX_NAME);
         const auto position = m_pLogFile->m_Deliveries.Find(this, nullptr);
-        if (position != nullptr) { // GCOVR_EXCL_BR_LINE: nobody else takes a job out while it lives
+        if (position != nullptr) { // else not taken: nobody else takes a job out while it lives
             m_pLogFile->m_Deliveries.RemoveAt(position);
         }
     }

@@ -111,7 +111,7 @@ bool ELogFile::AppendRow(EFileSpec* spec, const EByteArray& bytes, bool limited)
     if (limited && (size == 0 || PassesLimit(*spec, size, bytes))) {
         return false;
     }
-    if (file.PositionFile(0, FILE_POSITION_END) != 0) {
+    if (file.PositionFile(0, FILE_POSITION_END) != 0) { // else not taken with kvBase39.so: the size is known
         Write(file, bytes);
     }
     return true;

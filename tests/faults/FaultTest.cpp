@@ -6,7 +6,7 @@
 #include "tests/ServiceFixture.h"
 #include "tests/faults/Faults.h"
 
-#include <ranges>
+#include <algorithm>
 #include <span>
 
 namespace {
@@ -88,7 +88,6 @@ RowsOfFiles RowsIn(const SpecItems& log, const Workplace::Files& files) {
     return rows;
 }
 
-// Where the rows of a log file are.
 struct Places {
     RowsOfFiles m_Kept; // on disk
     RowsOfFiles m_Sent; // handed to an upload or an e-mail
@@ -176,7 +175,6 @@ private:
         EXPECT_EQ(result, RC_OK) << name;
     }
 
-    // Makes a service that is prepared, configured and pre-started.
     void Begin() {
         Do("Construct", [&] {
             return Guarded([&] { return (m_pService = kvLogFileInitService(&m_Kernel)) == g_pELogFile ? RC_OK : 1; });
@@ -222,7 +220,6 @@ private:
         }
     }
 
-    // Of the log files that are delivered, or of the others.
     void NoteFiles(bool delivered) {
         Files sent;
         for (const auto* sendings : {&m_Kernel.m_Upload.m_Sent, &m_Kernel.m_EMail.m_Sent}) {
@@ -277,10 +274,14 @@ std::ptrdiff_t CountDescriptors() {
 
 // The rows of all files, oldest first. Each must be in one place, behind the older ones.
 Rows Join(const RowsOfFiles& files) {
-    const auto each = std::views::values(files);
-    const std::multiset<Rows> sorted(each.begin(), each.end());
+    std::multiset<Rows> sorted;
+    for (const auto& [path, rows] : files) {
+        sorted.insert(rows);
+    }
     Rows all;
-    std::ranges::copy(sorted | std::views::join, std::back_inserter(all));
+    for (const Rows& rows : sorted) {
+        all.insert(all.end(), rows.begin(), rows.end());
+    }
     EXPECT_TRUE(std::ranges::is_sorted(all, std::ranges::less_equal{})) << testing::PrintToString(files);
     return all;
 }
@@ -312,7 +313,11 @@ protected:
         const bool dropped = log.m_nKeepCopy == 0 && run.m_Failed[RC_MISSING].contains(log.m_Name);
         const int last = log.m_nMaxSize == 0 || IsDelivered(log) ? LAST_DELIVERED + 1 : 12;
         Rows lost;
-        std::ranges::set_difference(std::views::iota(dropped ? last : 1, last + 1), found, std::back_inserter(lost));
+        for (int row = dropped ? last : 1; row <= last; ++row) {
+            if (!found.contains(row)) {
+                lost.push_back(row);
+            }
+        }
         return lost;
     }
 
@@ -350,7 +355,8 @@ TEST_P(FaultTest, LosesAtMostTheRowsOfTheFailedOperation) {
                 count += (lost[log.m_Name] = Lost(log, run)).size();
             }
             EXPECT_LE(count, run.m_bTold ? 0U : mayLose) << testing::PrintToString(lost);
-            std::erase_if(run.m_Strays, [&](const std::string& path) { return leaves && path.ends_with('/'); });
+            std::erase_if(run.m_Strays,
+                          [leaves = leaves](const std::string& path) { return leaves && path.ends_with('/'); });
             EXPECT_EQ(run.m_Strays, std::vector<std::string>());
             EXPECT_EQ(CountDescriptors(), descriptors) << "a file was left open";
         }

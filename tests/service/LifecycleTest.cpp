@@ -25,7 +25,6 @@ const std::vector<Kind> KINDS{
 
 class Lifecycle : public ServiceTest {
 protected:
-    // Another life of the service.
     void Begin() {
         EXPECT_EQ(StartAnew({KINDS.begin(), KINDS.end()}, 3), RC_OK);
         EXPECT_EQ(m_pService->PreStart(), RC_OK);
@@ -99,7 +98,8 @@ TEST_F(Lifecycle, EachOperationHasItsStateAndOnlyAStartedServiceAWorker) {
                                            {&ELogFile::PrepareToStop, CKernelService::STATE_STOPPED}}) {
         EXPECT_EQ((m_pService->*operation)(), RC_OK);
         EXPECT_EQ(m_pService->m_State, state);
-        EXPECT_TRUE(Eventually([&] { return Workers() == (state == CKernelService::STATE_STARTED ? 1 : 0); }));
+        EXPECT_TRUE(
+            Eventually([&, state = state] { return Workers() == (state == CKernelService::STATE_STARTED ? 1 : 0); }));
     }
     Event(L"of a service that nobody configured");
     EXPECT_TRUE(Found().contains("Kavro.log"));
