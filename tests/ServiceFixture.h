@@ -36,7 +36,6 @@ protected:
         m_pService->PrepareToStart();
         return index == -1 ? m_pService->Restore(0) : m_pService->RTRestore(0, index);
     }
-    // The same with another service.
     EResult StartAnew(const Texts& specs, int index = -1) {
         End();
         Make();
@@ -57,7 +56,6 @@ protected:
         return m_pService->Invoke(action, name, nullptr, count, records, nullptr);
     }
 
-    // Processes a request in this thread.
     EResult Process(ActionType action, const EONEVENTSTRUCT* records = nullptr, unsigned long count = 1,
                     const wchar_t* name = L"Log") {
         ELogInfo request(Spec(name), action, count, records);
@@ -86,14 +84,12 @@ protected:
         return queued;
     }
 
-    // The row of a reported event.
     static std::string EventRow(const std::string& text) { return "01-31-2024 13:05:09.042 S N: " + text + '\n'; }
 
     TestKernel m_Kernel;
     ELogFile* m_pService = nullptr;
 };
 
-// Begins each test with a new service, and ends it.
 class ServiceTest : public testing::Test, protected Service {
 protected:
     ServiceTest() { Make(); }

@@ -28,7 +28,6 @@ private:
     std::string m_Path;
 };
 
-// The wide form of UTF-8 text.
 inline EString Wide(const std::string& text) {
     return Widen(text);
 }

@@ -17,7 +17,6 @@ public:
 
     static bool IsHere() { return s_nDepth > 0; }
 
-    // Calls back into the module.
     template <class Call>
     static void Leave(Call call) {
         const int depth = std::exchange(s_nDepth, 0);

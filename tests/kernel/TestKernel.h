@@ -168,7 +168,6 @@ struct TestNotices {
     int m_nTaken = 0;
 };
 
-// A message or an upload that was started.
 struct Sending {
     std::string m_To;    // the definition's name, or the upload's parameters
     std::string m_Paths; // of the attachments or files, each behind a ';', also of those that are not there
