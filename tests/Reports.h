@@ -21,7 +21,6 @@ inline std::string PageBegin(const std::string& columns) {
 }
 inline const std::string PAGE_END = "</TBODY>\n</TABLE>\n<P>\n</BODY>\n</HTML>\n";
 
-// UTF-16LE, of ASCII text.
 inline std::string Utf16(const std::string& text) {
     std::string bytes;
     for (const char character : text) {

@@ -16,7 +16,8 @@ TEST(String, FormatTakesWideTextAndEveryLength) {
     text.Format(L"%s%c", Text(5000, L'x').c_str(), L'y');
     EXPECT_EQ(Text(text), Text(5000, L'x') + L'y');
     text.Format(L"100%d %", 1);
-    EXPECT_STREQ(text, L"");
+    text.Replace(L"", L"x");
+    EXPECT_STREQ(text.GetBuffer(8), L"");
 }
 
 TEST(String, Utf8HasTheScalarValuesAndNothingElse) {

@@ -25,7 +25,6 @@ int Fail(int error) {
     return -1;
 }
 
-// The result of a call that does its work, or fails.
 template <class Work>
 int Try(Call call, Work work) {
     return Fault::Strikes(call) ? Fail(Fault::s_nFailure) : work();

@@ -88,13 +88,9 @@ TEST(ReportTest, KnowsARightLine) {
          "0  -1 \n0 0; 192 0 0 -1 0 0; |😀|a\nb||9.223372036854776e+18"},
         {R"({"event": {"value": 5708990770823839524233143877797980545530986496.5, "code": -2147483648}})",
          "0  -1 \n100000 0; 192 -2147483648 0 -1 0 0; ||||5.70899077082384e+45"},
-        {R"({"log": "A", "alarm": {}, "action": "DoLogDelivery"})", ""},
         {R"({"log": "A", "action": "DoLogDelivery", "action": "DoLogDelivery"})", ""},
-        {R"({"event": {"value": {"value": {"value": 1}}}})", ""},
-        {R"({"event": {"text": "\ud83d"}})", ""},
         {"{\"event\": {\"text\": \"\xED\xA0\x80\"}}", ""},
         {"{\"log\": \"A\xFF\", \"alarm\": {}}", ""},
-        {R"({"event": {"state": 65536}})", ""},
         {R"({"event": {"state": 01}})", ""},
         {R"({"event": {"value": 1.7976931348623159e308}})", ""}};
     Report report; // one for all, as the gateway has it

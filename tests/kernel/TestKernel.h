@@ -46,7 +46,6 @@ struct TestReporter : IErrorReporter {
     std::mutex m_Mutex;
 };
 
-// name@id, as the gateway qualifies names.
 struct TestNames : INameService {
     EResult QualifyName(int id, EString* name) override {
         m_OnQualify();

@@ -83,6 +83,9 @@ TEST_F(Lifecycle, PreparationNeedsThreeInterfacesAndTheLastRegistration) {
         m_Kernel.m_Missing.clear();
         m_Kernel.m_Actions.m_Refused.clear();
         EXPECT_EQ(m_pService->PrepareToStart(), RC_OK);
+        void* itself = nullptr;
+        EXPECT_EQ(m_pService->CKernelService::GetInterface(IID_KERNEL_SERVICE, &itself), RC_OK);
+        EXPECT_EQ(itself, static_cast<IKernelService*>(m_pService));
     }
 }
 

@@ -112,6 +112,11 @@ TEST_F(Loaded, TheTriggerInformsInOrderThoseWhoAreStillSubscribed) {
     listener.m_pTrigger->InformListeners(name, name, 5, data);
     listener.m_pTrigger->InformListeners(name, name, 6, data);
     EXPECT_EQ(listener.m_Heard, "1d5 2d5 2d6 ");
+    EListener* found = nullptr;
+    EXPECT_EQ(listener.m_pTrigger->FindListener(handle, found), RC_OK);
+    EXPECT_EQ(listener.m_pTrigger->FindListener(nullptr, found), RC_NOT_FOUND);
+    EXPECT_EQ(listener.m_pTrigger->Unsubscribe(&listener, name, name), RC_OK);
+    EXPECT_EQ(listener.m_pTrigger->Unsubscribe(&listener, name, name), RC_NOT_FOUND);
 }
 
 TEST_F(Loaded, EveryWayToEndTheServiceEndsIt) {
