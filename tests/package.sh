@@ -1,22 +1,18 @@
 #!/usr/bin/env bash
-# Makes the Debian packages of a build, really installs them on this machine, builds the example kernel, runs the lines of
-# the systemd unit on reports, and removes them again. Needs root, and a machine that has no kvgateway installed.
+# Makes the Debian packages of a build, installs them with this machine's dpkg, builds the example kernel, runs the lines of
+# the systemd unit on reports, and removes them again. Needs root.
 # Usage: package.sh BUILD_DIRECTORY
 set -euo pipefail
 source "$(dirname "${BASH_SOURCE[0]}")/../scripts/common"
 
+[[ ${2-} == mounted ]] || exec unshare --mount tests/package.sh "$1" mounted # see below
+
 build=$(realpath -e "$1")
-work=$(mktemp -d)
+work=/run/work
 unit=/usr/lib/systemd/system/kvgateway.service
 state=/var/lib/kvgateway
 runtime=/run/kvgateway
 gateway=
-
-cleanup() {
-    [[ -z $gateway ]] || kill -KILL "$gateway" 2>/dev/null || true
-    dpkg -P kvgateway-dev kvgateway >/dev/null 2>&1 || true
-    rm -rf "$runtime" "$work"
-}
 
 # directive NAME: the unit's lines of that name
 directive() { sed -n "s/^$1=//p" "$unit"; }
@@ -48,10 +44,15 @@ run_unit() {
 # package ARGUMENT...: calls dpkg
 package() { dpkg "$@" >"$work/dpkg.log" 2>&1 || fail "dpkg $*: $(cat "$work/dpkg.log")"; }
 
-[[ $EUID -eq 0 ]] || fail "installing a package needs root"
-! dpkg -s kvgateway >/dev/null 2>&1 && [[ ! -e $state && ! -e /etc/kvgateway ]] ||
-    fail "there is a kvgateway on this machine already, which this test would remove"
-trap cleanup EXIT
+trap '[[ -z $gateway ]] || kill -KILL "$gateway"' EXIT
+# What changes below these directories changes in memory, for this process alone: the machine stays as it is, also when the
+# test is killed. A kvgateway that the machine has is removed for the test only.
+mount -t tmpfs tmpfs /run
+for place in etc usr var; do
+    mkdir -p $work/$place/{written,work}
+    mount -t overlay -o lowerdir=/$place,upperdir=$work/$place/written,workdir=$work/$place/work overlay /$place
+done
+package -P kvgateway-dev kvgateway
 
 cpack --config "$build/CPackConfig.cmake" -B "$work" >"$work/cpack.log" 2>&1 || fail "cpack: $(cat "$work/cpack.log")"
 file=$(echo "$work"/kvgateway_*.deb)
@@ -77,7 +78,7 @@ grep -qx '// kept' /etc/kvgateway/gateway.json || fail "the configuration does n
 [[ -n $(find "$state/logs" -type f) ]] || fail "the log files do not outlive the removal"
 rm -rf "$runtime" # the service manager's to remove
 package -P kvgateway
-left=$(find /etc /usr /var /run -xdev -path '*kvgateway*' 2>/dev/null || true)
+left=$(find /etc /usr /var -xdev -path '*kvgateway*' 2>/dev/null || true)
 [[ -z $left ]] || fail "left behind: $left"
 ! getent passwd kvgateway >/dev/null || fail "the user outlives the package"
 printf 'ok: %s (%d bytes) installs, runs, upgrades and leaves nothing behind\n' "${file##*/}" "$(stat -c %s "$file")"
