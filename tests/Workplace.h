@@ -7,12 +7,19 @@
 #include <algorithm>
 #include <csignal>
 #include <map>
-#include <regex>
 #include <sstream>
 #include <thread>
 #include <vector>
 
 #include <sys/resource.h>
+
+// The text with this in place of every that.
+inline std::string Replaced(std::string text, const std::string& that, const std::string& with) {
+    for (std::size_t at = 0; (at = text.find(that, at)) != std::string::npos; at += with.size()) {
+        text.replace(at, that.size(), with);
+    }
+    return text;
+}
 
 // Whether the condition comes true within a time that no healthy program needs.
 template <class Condition>
@@ -79,9 +86,11 @@ public:
     }
 
     // A text of paths, with every delivery job's directory called "JOB/".
-    static std::string Known(const std::string& paths) {
-        static const std::regex job("Spool/\\$tmp[0-9a-f]{8}/");
-        return std::regex_replace(paths, job, "JOB/");
+    static std::string Known(std::string paths) {
+        for (std::size_t at = 0; (at = paths.find("Spool/$tmp", at)) != std::string::npos; ++at) {
+            paths.replace(at, 19, "JOB/"); // eight digits, and '/'
+        }
+        return paths;
     }
 
     // Every file by its known path, and every directory in a log or spool directory, which has no bytes.
@@ -126,8 +135,7 @@ struct SpecItems {
 // A record of 2024-01-31 13:05:09.042 UTC, alarm 7, value 17.
 inline EONEVENTSTRUCT MakeRecord(const wchar_t* name = L"N", const wchar_t* text = L"T") {
     EONEVENTSTRUCT record;
-    record.m_TimeStamp.m_nSeconds = 1706706309;
-    record.m_TimeStamp.m_nMilliseconds = 42;
+    record.m_TimeStamp = {1706706309, 42};
     record.m_pszName = name;
     record.m_pszText = text;
     record.m_pszSource = L"S";

@@ -40,14 +40,9 @@ EONEVENTSTRUCT RowRecord(int row) {
     return MakeRecord(&L"A\0B\0C\0D\0E\0F\0G\0H\0I\0J\0K\0L\0M"[2 * row]);
 }
 
-std::string Without(std::string text, char character) {
-    std::erase(text, character);
-    return text;
-}
-
 // The header and the row of each format, and of the kernel log. '?' is the number of the row, as a letter.
 const std::string ROW = "01-31-2024,13:05:09.042,?,T,S,D,Not Active,Not ACKED,7,17\n";
-const std::pair<std::string, std::string> FORMATS[] = {{Without(ALARM_COLUMNS, ','), Without(ROW, ',')},
+const std::pair<std::string, std::string> FORMATS[] = {{Replaced(ALARM_COLUMNS, ",", ""), Replaced(ROW, ",", "")},
                                                        {ALARM_COLUMNS, ROW},
                                                        {PageBegin(ALARM_COLUMNS), PageRow(ROW)},
                                                        {"", "01-31-2024 13:05:09.042 S ?: T\n"}};
@@ -55,14 +50,11 @@ const std::pair<std::string, std::string> FORMATS[] = {{Without(ALARM_COLUMNS, '
 // The numbers of a file's rows. Fails the test unless it is, byte for byte, a header, and whole rows and footers.
 Rows RowsIn(const SpecItems& log, const std::string& bytes) {
     // What continues the HTML file of an earlier service has rows of heading cells, behind that one's footer.
-    static const std::regex footer(PAGE_END);
-    static const std::regex headingCell("TH>");
-    const auto plain = [](const std::string& text) {
-        return std::regex_replace(std::regex_replace(text, footer, ""), headingCell, "TD>");
-    };
+    const auto plain = [](const std::string& text) { return Replaced(Replaced(text, PAGE_END, ""), "TH>", "TD>"); };
     std::string text = bytes;
     if (log.m_nUnicode != 0 && !bytes.empty()) {
-        text = Without(bytes.substr(2), '\0');
+        std::erase(text, '\0');
+        text.erase(0, 2);
         EXPECT_EQ(bytes, "\xFF\xFE" + Utf16(text));
     }
     text = plain(text);
@@ -70,7 +62,7 @@ Rows RowsIn(const SpecItems& log, const std::string& bytes) {
     std::string whole = text.empty() ? "" : plain(header);
     Rows rows;
     for (std::size_t at = whole.size() + row.find('?'); at < text.size(); at += row.size()) {
-        whole += std::regex_replace(row, std::regex("\\?"), text.substr(at, 1));
+        whole += Replaced(row, "?", text.substr(at, 1));
         rows.push_back(text[at] - 'A');
     }
     EXPECT_EQ(text, whole) << "torn";

@@ -4,9 +4,7 @@
 
 #include <gmock/gmock.h>
 
-#include <csignal>
 #include <cstdio>
-#include <map>
 #include <regex>
 #include <utility>
 

@@ -91,10 +91,7 @@ TEST(Abi, RecordsKeepTheirLayout) {
     CDataValue value;
     value.SetInteger(0x3837363534333231); // "12345678", the lowest byte first
     value.SetQuality(0x64636261);
-    ETimeStamp stamp;
-    stamp.m_nSeconds = 0x44434241;
-    stamp.m_nMilliseconds = 0x4645;
-    value.SetTimestamp(stamp);
+    value.SetTimestamp({0x44434241, 0x4645});
     EXPECT_EQ(std::string(reinterpret_cast<const char*>(&value), 19), std::string("12345678abcdABCDEF\2"));
 }
 
